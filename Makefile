@@ -1,0 +1,39 @@
+# The README's commands. `make run` and `make test` each install what is
+# missing first, so a fresh clone needs nothing but these.
+.PHONY: run test build bench deps format clean asan tsan
+
+JOBS ?= $(shell nproc 2>/dev/null || sysctl -n hw.ncpu 2>/dev/null || echo 2)
+
+deps:
+	@scripts/install-deps
+
+build: deps
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release -j $(JOBS)
+
+run: build
+	@build/release/cli/unbulk scan
+
+test: deps
+	@cmake --preset debug >/dev/null
+	@cmake --build --preset debug -j $(JOBS)
+	@ctest --preset debug -j $(JOBS)
+
+asan: deps
+	@cmake --preset asan >/dev/null
+	@cmake --build --preset asan -j $(JOBS)
+	@ctest --preset asan -j $(JOBS)
+
+tsan: deps
+	@cmake --preset tsan >/dev/null
+	@cmake --build --preset tsan -j $(JOBS)
+	@ctest --preset tsan -j $(JOBS)
+
+bench: build
+	@bench/run-all build/release
+
+format:
+	@git ls-files '*.cpp' '*.hpp' '*.mm' | xargs clang-format -i
+
+clean:
+	@rm -rf build

@@ -1,0 +1,18 @@
+#include "Platform/FileSystem.hpp"
+
+namespace unbulk {
+
+bool FileSystem::fileExists(const std::string& path) const {
+    std::error_code error;
+    return status(path, error).has_value();
+}
+
+bool FileSystem::isDirectory(const std::string& path) const {
+    std::error_code error;
+    auto st = status(path, error);
+    return st && st->kind == FileKind::directory;
+}
+
+FileURL FileSystem::fileURL(const std::string& path) const { return FileURL(path, isDirectory(path)); }
+
+} // namespace unbulk

@@ -1,0 +1,129 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "Support/Dates.hpp"
+#include "Support/FileURL.hpp"
+
+namespace unbulk {
+
+enum class FileKind { regular, directory, symbolicLink, other };
+
+// What lstat/stat tell about one path.
+struct FileStatus {
+    FileKind kind = FileKind::other;
+    std::int64_t size = 0;          // logical length (st_size)
+    std::int64_t allocatedSize = 0; // bytes on disk (st_blocks * 512)
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t linkCount = 0;
+    std::uint32_t permissions = 0; // the low 12 mode bits
+    std::uint32_t ownerId = 0;
+    Date accessDate{};
+    Date modificationDate{};
+    Date statusChangeDate{};
+};
+
+struct DirectoryEntry {
+    std::string name;
+    FileKind kind = FileKind::other; // from the directory read; lstat only where it says "unknown"
+};
+
+struct ListOptions {
+    bool skipHiddenFiles = false; // names that begin with "."
+};
+
+// One entry met during a walk. `path` is the full path; `status` is the
+// entry's lstat, present when the walk was asked for it and the call worked.
+struct WalkEntry {
+    const std::string& path;
+    std::string_view name;
+    FileKind kind;
+    const FileStatus* status;
+    int depth; // 1 for the root's direct children
+};
+
+enum class WalkAction { proceed, skipDescendants, stop };
+
+struct WalkOptions {
+    bool includeStatus = true;    // lstat every entry (relative to its directory)
+    bool skipHiddenFiles = false; // neither report nor descend into dot-entries
+    bool descendIntoPackages = true;
+};
+
+struct WalkCallbacks {
+    std::function<WalkAction(const WalkEntry&)> visit;
+    // Called for each directory that cannot be opened or read, and each entry
+    // that cannot be examined; the walk goes on.
+    std::function<void(const std::string& path, std::error_code error)> onError;
+};
+
+// The file system as the core sees it. Every call that touches the disk goes
+// through here, so that tests can wrap it and inject failures. Nothing follows
+// a symbolic link unless its name says so.
+class FileSystem {
+public:
+    virtual ~FileSystem() = default;
+
+    // stat (follows links) and lstat (does not).
+    virtual std::optional<FileStatus> status(const std::string& path, std::error_code& error) const = 0;
+    virtual std::optional<FileStatus> linkStatus(const std::string& path, std::error_code& error) const = 0;
+
+    virtual std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
+                                                            std::error_code& error) const = 0;
+
+    // Depth-first walk below root (root itself is not visited). Symbolic
+    // links are reported, never followed.
+    virtual void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const = 0;
+
+    virtual std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
+                                                                 std::error_code& error) const = 0;
+
+    // Resolves every symbolic link along the path; the part that does not
+    // exist is kept as written. The result is standardised.
+    virtual std::string resolvingSymlinks(const std::string& path) const = 0;
+
+    // Reads at most maxBytes from the start of a regular file.
+    virtual std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes,
+                                                std::error_code& error) const = 0;
+
+    // Writes a temporary file in the same directory, flushes it and renames
+    // it over the target, so readers see the old or the new file, never half.
+    virtual bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
+                                     std::error_code& error) = 0;
+
+    // Appends and flushes to disk (fsync). Creates the file with the given
+    // permissions when it does not exist.
+    virtual bool appendToFile(const std::string& path, std::string_view contents, std::uint32_t permissions,
+                              std::error_code& error) = 0;
+
+    virtual bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
+                                 std::error_code& error) = 0;
+    virtual bool moveItem(const std::string& from, const std::string& to, std::error_code& error) = 0;
+
+    // Removes a file, link or whole tree without ever following a link.
+    virtual bool removeItem(const std::string& path, std::error_code& error) = 0;
+
+    virtual bool setPermissions(const std::string& path, std::uint32_t permissions, std::error_code& error) = 0;
+
+    // A directory the system shows as one file (an .app bundle and the like).
+    virtual bool isPackage(const std::string& path) const = 0;
+
+    // Conveniences over status(): they follow links, like fileExists(atPath:).
+    bool fileExists(const std::string& path) const;
+    bool isDirectory(const std::string& path) const;
+    // A file URL whose directory flag matches the disk.
+    FileURL fileURL(const std::string& path) const;
+};
+
+// The real file system of this machine.
+std::shared_ptr<FileSystem> makeDefaultFileSystem();
+
+} // namespace unbulk

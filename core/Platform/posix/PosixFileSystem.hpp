@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Platform/FileSystem.hpp"
+
+namespace unbulk {
+
+// The POSIX file system: directory reads with their entry types, lstat
+// relative to the parent's descriptor, removal with unlinkat that never
+// follows a link.
+class PosixFileSystem final : public FileSystem {
+public:
+    std::optional<FileStatus> status(const std::string& path, std::error_code& error) const override;
+    std::optional<FileStatus> linkStatus(const std::string& path, std::error_code& error) const override;
+    std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
+                                                    std::error_code& error) const override;
+    void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override;
+    std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
+                                                         std::error_code& error) const override;
+    std::string resolvingSymlinks(const std::string& path) const override;
+    std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes,
+                                        std::error_code& error) const override;
+    bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
+                             std::error_code& error) override;
+    bool appendToFile(const std::string& path, std::string_view contents, std::uint32_t permissions,
+                      std::error_code& error) override;
+    bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
+                         std::error_code& error) override;
+    bool moveItem(const std::string& from, const std::string& to, std::error_code& error) override;
+    bool removeItem(const std::string& path, std::error_code& error) override;
+    bool setPermissions(const std::string& path, std::uint32_t permissions, std::error_code& error) override;
+    bool isPackage(const std::string& path) const override;
+};
+
+// Extensions of directories that macOS shows as single files.
+bool isPackageExtension(std::string_view extension);
+
+} // namespace unbulk

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace unbulk {
+
+// A random (version 4) UUID. Its text is the canonical upper-case form,
+// "E621E1F8-C36C-495A-93FC-0C247A3E6E5F".
+class Uuid {
+public:
+    Uuid() = default;
+    static Uuid random();
+    static std::optional<Uuid> parse(std::string_view text); // either case
+
+    std::string string() const;
+    const std::array<std::uint8_t, 16>& bytes() const { return bytes_; }
+
+    friend bool operator==(const Uuid&, const Uuid&) = default;
+    friend auto operator<=>(const Uuid&, const Uuid&) = default;
+
+private:
+    std::array<std::uint8_t, 16> bytes_{};
+};
+
+} // namespace unbulk
