@@ -1,0 +1,165 @@
+#include "Scanner/DeepScanEngine.hpp"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "Scanner/DeveloperTargets.hpp"
+#include "Scanner/ScanEventStream.hpp"
+#include "Scanner/SystemTargets.hpp"
+#include "Scanner/ThermalGovernor.hpp"
+#include "Support/Cancellation.hpp"
+
+namespace unbulk {
+namespace {
+
+CategorySet intersect(const CategorySet& stage, const CategorySet& target) {
+    CategorySet out;
+    std::set_intersection(stage.begin(), stage.end(), target.begin(), target.end(), std::inserter(out, out.end()));
+    return out;
+}
+
+std::optional<Date> laterOf(const std::optional<Date>& a, const std::optional<Date>& b) {
+    if (a && b) return std::max(*a, *b);
+    return a ? a : b;
+}
+
+DiscoveredItem merge(const DiscoveredItem& existing, const DiscoveredItem& incoming) {
+    bool incomingIsPrimary = false;
+    if (incoming.riskTier != existing.riskTier) {
+        incomingIsPrimary = incoming.riskTier > existing.riskTier;
+    } else {
+        incomingIsPrimary = incoming.allocatedSizeBytes > existing.allocatedSizeBytes;
+    }
+    const DiscoveredItem& primary = incomingIsPrimary ? incoming : existing;
+    const DiscoveredItem& secondary = incomingIsPrimary ? existing : incoming;
+
+    DiscoveredItem merged = primary;
+    merged.path = primary.url.path();
+    merged.riskTier = std::max(existing.riskTier, incoming.riskTier);
+    merged.logicalSizeBytes = std::max(existing.logicalSizeBytes, incoming.logicalSizeBytes);
+    merged.allocatedSizeBytes = std::max(existing.allocatedSizeBytes, incoming.allocatedSizeBytes);
+    merged.fileCount = std::max(existing.fileCount, incoming.fileCount);
+    merged.lastAccessedDate = laterOf(existing.lastAccessedDate, incoming.lastAccessedDate);
+    merged.lastModifiedDate = laterOf(existing.lastModifiedDate, incoming.lastModifiedDate);
+    merged.isOrphaned = existing.isOrphaned && incoming.isOrphaned;
+    merged.isLocked = existing.isLocked || incoming.isLocked;
+    merged.requiresFullDiskAccess = existing.requiresFullDiskAccess || incoming.requiresFullDiskAccess;
+    merged.ruleId = primary.ruleId ? primary.ruleId : secondary.ruleId;
+    return merged;
+}
+
+} // namespace
+
+const CategorySet& DeepScanEngine::developerCategories() {
+    static const CategorySet set{StorageCategory::developerCache, StorageCategory::aiModelWeights,
+                                 StorageCategory::dockerVM, StorageCategory::xcodeArtifacts,
+                                 StorageCategory::strayDependencies};
+    return set;
+}
+
+const CategorySet& DeepScanEngine::systemCategories() {
+    static const CategorySet set{StorageCategory::systemCaches, StorageCategory::systemLogs,
+                                 StorageCategory::crashReports, StorageCategory::mailDownloads,
+                                 StorageCategory::browserCaches};
+    return set;
+}
+
+DeepScanEngine::DeepScanEngine(Configuration configuration) : DeepScanEngine(configuration, Stages{}) {
+    auto developer = std::make_shared<DeveloperTargets>(homeURL_, applicationsURLs_, configuration.projectRoots,
+                                                        fileSystem_, configuration.isProcessRunning);
+    auto system = std::make_shared<SystemTargets>(homeURL_, fileSystem_);
+    stages_.developer = [developer](const CategorySet& categories, const ScanProgressHandler& progress,
+                                    std::stop_token stop) { return developer->scan(categories, progress, stop); };
+    stages_.system = [system](const CategorySet& categories, const ScanProgressHandler& progress,
+                              std::stop_token stop) { return system->scan(categories, progress, stop); };
+}
+
+DeepScanEngine::DeepScanEngine(Configuration configuration, Stages stages)
+    : homeURL_(std::move(configuration.homeURL)),
+      applicationsURLs_(configuration.applicationsURLs ? std::move(*configuration.applicationsURLs)
+                                                       : defaultApplicationsURLs(homeURL_)),
+      fileSystem_(configuration.fileSystem ? std::move(configuration.fileSystem) : makeDefaultFileSystem()),
+      thermalGovernor_(configuration.thermalGovernor ? std::move(configuration.thermalGovernor)
+                                                     : ThermalGovernor::makeDefault()),
+      stages_(std::move(stages)) {}
+
+ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, const ScanProgressHandler& progress,
+                                std::stop_token stop) const {
+    ScanResult result;
+    result.startedAt = std::chrono::system_clock::now();
+    result.scanId = Uuid::random();
+    const CategorySet targets = categories && !categories->empty() ? *categories : allStorageCategorySet();
+
+    std::vector<DiscoveredItem> items;
+    std::vector<std::string> warnings;
+
+    thermalGovernor_->checkpoint(stop);
+
+    // Each stage runs inside one permit. A stage's own failure becomes a
+    // warning in its words; cancellation ends the scan with no result.
+    auto runStage = [&](const CategorySet& stageSet, const char* failurePrefix, auto&& body) {
+        const CategorySet stageCategories = intersect(stageSet, targets);
+        if (stageCategories.empty()) return;
+        thermalGovernor_->checkpoint(stop);
+        try {
+            thermalGovernor_->withPermit([&] { body(stageCategories); }, stop);
+        } catch (const CancellationError&) {
+            throw CancellationError{};
+        } catch (const std::exception& error) {
+            warnings.push_back(std::string(failurePrefix) + error.what());
+        }
+    };
+
+    runStage(developerCategories(), "Developer targets scan error: ", [&](const CategorySet& stageCategories) {
+        if (!stages_.developer) return;
+        auto found = stages_.developer(stageCategories, progress, stop);
+        items.insert(items.end(), std::make_move_iterator(found.begin()), std::make_move_iterator(found.end()));
+    });
+    runStage(systemCategories(), "System targets scan error: ", [&](const CategorySet& stageCategories) {
+        if (!stages_.system) return;
+        auto output = stages_.system(stageCategories, progress, stop);
+        items.insert(items.end(), std::make_move_iterator(output.items.begin()),
+                     std::make_move_iterator(output.items.end()));
+        warnings.insert(warnings.end(), output.warnings.begin(), output.warnings.end());
+    });
+
+    result.items = deduplicate(items);
+    result.summary = ScanSummary::from(result.items);
+    result.completedAt = std::chrono::system_clock::now();
+    result.durationSeconds = std::chrono::duration<double>(result.completedAt - result.startedAt).count();
+    result.warnings = std::move(warnings);
+    result.scannedCategories.assign(targets.begin(), targets.end());
+    std::sort(result.scannedCategories.begin(), result.scannedCategories.end(),
+              [](StorageCategory a, StorageCategory b) { return rawValue(a) < rawValue(b); });
+    return result;
+}
+
+ScanEventStream DeepScanEngine::scanStream(std::optional<CategorySet> categories) const {
+    return ScanEventStream([engine = *this, categories = std::move(categories)](
+                               std::stop_token stop, const std::function<void(ScanProgressEvent)>& yield) {
+        ScanResult result = engine.scan(
+            categories, [&](const ScanProgress& progress) { yield(progress); }, stop);
+        for (const auto& item : result.items) yield(item);
+        yield(std::move(result));
+    });
+}
+
+std::vector<DiscoveredItem> DeepScanEngine::deduplicate(const std::vector<DiscoveredItem>& items) {
+    std::vector<DiscoveredItem> kept;
+    std::unordered_map<std::string, std::size_t> indexByPath;
+    for (const auto& item : items) {
+        std::string key = item.url.standardized().path();
+        auto [it, inserted] = indexByPath.try_emplace(std::move(key), kept.size());
+        if (inserted) {
+            kept.push_back(item);
+        } else {
+            kept[it->second] = merge(kept[it->second], item);
+        }
+    }
+    std::stable_sort(kept.begin(), kept.end(), [](const DiscoveredItem& a, const DiscoveredItem& b) {
+        return a.allocatedSizeBytes > b.allocatedSizeBytes;
+    });
+    return kept;
+}
+
+} // namespace unbulk

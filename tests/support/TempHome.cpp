@@ -1,0 +1,90 @@
+#include "support/TempHome.hpp"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include <unistd.h>
+
+namespace unbulk::testing {
+namespace fs = std::filesystem;
+
+namespace {
+
+void restore(const char* name, bool had, const std::string& value) {
+    if (had) {
+        ::setenv(name, value.c_str(), 1);
+    } else {
+        ::unsetenv(name);
+    }
+}
+
+} // namespace
+
+TempHome::TempHome() {
+    std::string pattern = (fs::temp_directory_path() / "unbulk-test-XXXXXX").string();
+    if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+    root_ = fs::canonical(pattern).string();
+    home_ = root_ + "/home";
+    fs::create_directories(home_);
+    fs::create_directories(home_ + "/.local/share");
+
+    if (const char* value = std::getenv("HOME")) {
+        hadHome_ = true;
+        savedHome_ = value;
+    }
+    if (const char* value = std::getenv("XDG_DATA_HOME")) {
+        hadXdgDataHome_ = true;
+        savedXdgDataHome_ = value;
+    }
+    ::setenv("HOME", home_.c_str(), 1);
+    ::setenv("XDG_DATA_HOME", (home_ + "/.local/share").c_str(), 1);
+}
+
+TempHome::~TempHome() {
+    restore("HOME", hadHome_, savedHome_);
+    restore("XDG_DATA_HOME", hadXdgDataHome_, savedXdgDataHome_);
+    std::error_code error;
+    // Give every directory back its write and search bits so removal works.
+    for (auto it = fs::recursive_directory_iterator(root_, fs::directory_options::skip_permission_denied, error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+        if (it->is_directory(error) && !it->is_symlink(error)) {
+            fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, error);
+        }
+    }
+    fs::remove_all(root_, error);
+}
+
+std::string TempHome::at(std::string_view relative) const {
+    if (relative.empty()) return home_;
+    return home_ + "/" + std::string(relative);
+}
+
+std::string TempHome::makeDirectory(std::string_view relative) const {
+    std::string path = at(relative);
+    fs::create_directories(path);
+    return path;
+}
+
+std::string TempHome::writeFile(std::string_view relative, std::uintmax_t size) const {
+    return writeFile(relative, std::string(static_cast<std::size_t>(size), 'x'));
+}
+
+std::string TempHome::writeFile(std::string_view relative, std::string_view contents) const {
+    std::string path = at(relative);
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+    if (!out) throw std::runtime_error("cannot write " + path);
+    return path;
+}
+
+std::string TempHome::makeSymlink(std::string_view relative, std::string_view target) const {
+    std::string path = at(relative);
+    fs::create_directories(fs::path(path).parent_path());
+    fs::create_symlink(std::string(target), path);
+    return path;
+}
+
+} // namespace unbulk::testing
