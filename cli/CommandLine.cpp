@@ -1,0 +1,17 @@
+#include "CommandLine.hpp"
+
+#include <algorithm>
+
+namespace unbulk::cli {
+
+bool hasFlag(const Arguments& args, std::string_view flag) {
+    return std::find(args.begin(), args.end(), flag) != args.end();
+}
+
+std::optional<std::string> optionValue(const Arguments& args, std::string_view option) {
+    auto it = std::find(args.begin(), args.end(), option);
+    if (it == args.end() || std::next(it) == args.end()) return std::nullopt;
+    return *std::next(it);
+}
+
+} // namespace unbulk::cli

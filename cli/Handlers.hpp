@@ -1,0 +1,14 @@
+#pragma once
+
+#include "CommandLine.hpp"
+
+namespace unbulk::cli {
+
+// One handler per command. Each takes the words behind the command word,
+// builds the short-lived core objects it needs, prints its report and
+// returns; any error it throws is reported by main.
+
+// scan [--json] [--category <raw value>]
+void handleScan(const Arguments& args);
+
+} // namespace unbulk::cli

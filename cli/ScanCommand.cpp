@@ -1,0 +1,71 @@
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "Handlers.hpp"
+#include "Models/Categories.hpp"
+#include "Models/ScanItem.hpp"
+#include "Output.hpp"
+#include "Platform/FileSystem.hpp"
+#include "Platform/Home.hpp"
+#include "Scanner/DeepScanEngine.hpp"
+#include "Support/ByteCount.hpp"
+#include "Support/Dates.hpp"
+#include "Support/FileURL.hpp"
+
+namespace unbulk::cli {
+namespace {
+
+void printReport(const ScanResult& result) {
+    const double seconds = std::chrono::duration<double>(result.completedAt - result.startedAt).count();
+    printLine("\nScan Completed in " + formatDuration(seconds));
+    printLine(fmt::format("Found {} items taking {}", result.items.size(),
+                          formatByteCount(result.summary.totalAllocatedBytes)));
+    printLine("\nCategory Breakdown:");
+
+    std::vector<CategorySummary> breakdown = result.summary.categoryBreakdown;
+    std::stable_sort(breakdown.begin(), breakdown.end(), [](const CategorySummary& a, const CategorySummary& b) {
+        return a.totalAllocatedBytes > b.totalAllocatedBytes;
+    });
+    for (const CategorySummary& entry : breakdown) {
+        printLine(fmt::format("  \u2022 {}: {} ({} items) [{}]", displayName(entry.category),
+                              formatByteCount(entry.totalAllocatedBytes), entry.itemCount,
+                              displayName(entry.riskTier)));
+    }
+}
+
+} // namespace
+
+void handleScan(const Arguments& args) {
+    const bool jsonOutput = hasFlag(args, "--json");
+
+    DeepScanEngine::Configuration configuration;
+    configuration.homeURL = FileURL(homeDirectory(), true);
+    configuration.fileSystem = makeDefaultFileSystem();
+    // No governor, process check, roots or rule registry: the engine's
+    // defaults apply, with the machine's own thermal and power state, and a
+    // scan from here has no anomaly or rule stage.
+    DeepScanEngine engine(std::move(configuration));
+
+    // Only an exact raw value selects a category; anything else, or no value
+    // at all, scans everything.
+    std::optional<CategorySet> categories;
+    if (auto raw = optionValue(args, "--category")) {
+        if (auto category = storageCategoryFromRawValue(*raw)) categories = CategorySet{*category};
+    }
+
+    if (!jsonOutput) printLine("Scanning storage for system junk, developer bloat, and AI models...");
+
+    const ScanResult result = engine.scan(categories);
+
+    if (jsonOutput) {
+        printJson(toJson(result, DateEncoding::iso8601));
+    } else {
+        printReport(result);
+    }
+}
+
+} // namespace unbulk::cli

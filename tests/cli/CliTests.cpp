@@ -1,0 +1,228 @@
+// Runs the built unbulk program as a child process inside a temporary home
+// and checks what it writes on each stream and the status it exits with.
+
+#include <algorithm>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Models/Categories.hpp"
+#include "Support/ByteCount.hpp"
+#include "Support/Json.hpp"
+#include "support/ProcessRunner.hpp"
+#include "support/TempHome.hpp"
+
+namespace {
+
+using unbulk::Json;
+using unbulk::testing::ProcessOptions;
+using unbulk::testing::ProcessResult;
+using unbulk::testing::TempHome;
+using Words = std::vector<std::string>;
+
+const std::string kHelp =
+    "Unbulk: High-performance, developer-aware macOS system cleaner\n"
+    "\n"
+    "USAGE:\n"
+    "  unbulk <command> [options]\n"
+    "\n"
+    "COMMANDS:\n"
+    "  scan          Scan disk for developer bloat, AI model weights, and system junk\n"
+    "  clean         Clean discovered bloat or specified paths (Trash-first safety)\n"
+    "  uninstaller   List installed apps, orphaned files, or uninstall an app\n"
+    "  spacelens     Contoura: hierarchical directory storage analyzer (subcommand: spacelens)\n"
+    "  maintenance   Execute system maintenance (flush DNS, APFS purgeable, Spotlight)\n"
+    "  vitals        Show real-time Mach kernel CPU, RAM, disk, and battery vitals\n"
+    "  rules         View and manage dynamic cleanup rules\n"
+    "  fda           Check Full Disk Access permissions or open System Settings\n"
+    "  mcp           Start Model Context Protocol (MCP) server over stdio\n"
+    "\n"
+    "GLOBAL FLAGS:\n"
+    "  --json        Output machine-readable JSON on stdout\n"
+    "  --dry-run     Simulate cleanup without touching files (default for clean)\n"
+    "  -h, --help    Show help information\n";
+
+const std::string kScanningLine = "Scanning storage for system junk, developer bloat, and AI models...\n";
+
+std::string describe(const Words& words) {
+    std::string text = "unbulk";
+    for (const auto& word : words) text += " '" + word + "'";
+    return text;
+}
+
+std::vector<std::string> allRawValuesSorted() {
+    std::vector<std::string> raw;
+    for (const auto& entry : unbulk::storageCategoryTable) raw.emplace_back(entry.rawValue);
+    std::sort(raw.begin(), raw.end());
+    return raw;
+}
+
+class CliTest : public ::testing::Test {
+protected:
+    ProcessResult run(const Words& words) const {
+        ProcessOptions options;
+        options.environment = {{"HOME", home_.path()}, {"XDG_DATA_HOME", home_.at(".local/share")}};
+        ProcessResult result = unbulk::testing::runProcess(UNBULK_BINARY, words, options);
+        EXPECT_FALSE(result.timedOut) << describe(words);
+        EXPECT_EQ(result.signal, 0) << describe(words);
+        return result;
+    }
+
+    // A successful `scan --json`: one pretty document with sorted keys and
+    // nothing else on stdout, nothing on stderr.
+    Json scanJson(const Words& words) const {
+        ProcessResult result = run(words);
+        EXPECT_EQ(result.exitStatus, 0) << describe(words) << "\n" << result.standardError;
+        EXPECT_EQ(result.standardError, "") << describe(words);
+        Json document = Json::parse(result.standardOutput, nullptr, false);
+        EXPECT_FALSE(document.is_discarded()) << describe(words) << "\n" << result.standardOutput;
+        if (document.is_discarded()) return Json::object();
+        EXPECT_EQ(result.standardOutput, unbulk::json::pretty(document) + "\n") << describe(words);
+        return document;
+    }
+
+    static std::vector<std::string> scannedCategories(const Json& document) {
+        std::vector<std::string> raw;
+        for (const auto& value : document.value("scannedCategories", Json::array())) raw.push_back(value.get<std::string>());
+        return raw;
+    }
+
+    TempHome home_;
+};
+
+TEST_F(CliTest, HelpIsPrintedWithoutArgumentsOrWithAHelpFlagFirst) {
+    const std::vector<Words> cases{
+        {}, {"--help"}, {"-h"}, {"-h", "scan"}, {"--help", "scan", "--json"}, {"-h", "NOT_A_COMMAND"},
+    };
+    for (const auto& words : cases) {
+        ProcessResult result = run(words);
+        EXPECT_EQ(result.standardOutput, kHelp) << describe(words);
+        EXPECT_EQ(result.standardError, "") << describe(words);
+        EXPECT_EQ(result.exitStatus, 0) << describe(words);
+    }
+}
+
+TEST_F(CliTest, UnknownCommandsAreNamedOnStandardErrorWithStatusOne) {
+    const std::vector<Words> cases{
+        {"SCAN"}, {"Scan", "--json"}, {""}, {"scan "}, {"--json"}, {"--HELP"}, {"help"}, {"s\u00e7an"}, {"--help=1"},
+    };
+    for (const auto& words : cases) {
+        ProcessResult result = run(words);
+        EXPECT_EQ(result.standardError, "Unknown command: '" + words.front() + "'. Run 'unbulk --help' for usage.\n")
+            << describe(words);
+        EXPECT_EQ(result.standardOutput, "") << describe(words);
+        EXPECT_EQ(result.exitStatus, 1) << describe(words);
+    }
+}
+
+TEST_F(CliTest, HelpFlagsBehindTheCommandWordAreIgnored) {
+    for (const Words& words : std::vector<Words>{{"scan", "-h"}, {"scan", "--help"}, {"scan", "unknown", "words"}}) {
+        ProcessResult result = run(words);
+        EXPECT_EQ(result.exitStatus, 0) << describe(words) << "\n" << result.standardError;
+        EXPECT_EQ(result.standardError, "") << describe(words);
+        EXPECT_TRUE(result.standardOutput.starts_with(kScanningLine + "\nScan Completed in ")) << result.standardOutput;
+        EXPECT_EQ(result.standardOutput.find("USAGE:"), std::string::npos) << describe(words);
+    }
+}
+
+TEST_F(CliTest, ScanJsonIsOneScanResultWithIsoDates) {
+    Json document = scanJson({"scan", "--json"});
+    ASSERT_TRUE(document.is_object());
+
+    std::set<std::string> keys;
+    for (const auto& [key, value] : document.items()) keys.insert(key);
+    EXPECT_EQ(keys, (std::set<std::string>{"completedAt", "durationSeconds", "items", "scanId", "scannedCategories",
+                                           "startedAt", "summary", "warnings"}));
+
+    const std::regex isoDate(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$)");
+    for (const char* key : {"startedAt", "completedAt"}) {
+        ASSERT_TRUE(document[key].is_string()) << key;
+        EXPECT_TRUE(std::regex_match(document[key].get<std::string>(), isoDate)) << document[key];
+    }
+    EXPECT_LE(document["startedAt"].get<std::string>(), document["completedAt"].get<std::string>());
+    EXPECT_TRUE(std::regex_match(document["scanId"].get<std::string>(),
+                                 std::regex("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$")))
+        << document["scanId"];
+    ASSERT_TRUE(document["durationSeconds"].is_number());
+    EXPECT_GE(document["durationSeconds"].get<double>(), 0.0);
+    EXPECT_TRUE(document["items"].is_array());
+    EXPECT_TRUE(document["warnings"].is_array());
+    for (const char* key : {"totalItems", "totalLogicalBytes", "totalAllocatedBytes", "safeUnbulkableBytes",
+                            "reviewUnbulkableBytes", "requiresFullDiskAccess", "categoryBreakdown"}) {
+        EXPECT_TRUE(document["summary"].contains(key)) << key;
+    }
+    for (const auto& item : document["items"]) {
+        for (const char* key : {"lastAccessedDate", "lastModifiedDate"}) {
+            if (item.contains(key)) {
+                EXPECT_TRUE(std::regex_match(item[key].get<std::string>(), isoDate)) << item[key];
+            }
+        }
+    }
+    EXPECT_EQ(scannedCategories(document), allRawValuesSorted());
+}
+
+TEST_F(CliTest, CategoryOptionTakesOnlyAnExactRawValueAsTheNextWord) {
+    const std::vector<std::string> all = allRawValuesSorted();
+    struct Case {
+        Words words;
+        std::vector<std::string> expected;
+    };
+    const std::vector<Case> cases{
+        {{"scan", "--category", "DOCKER_VM", "--json"}, {"DOCKER_VM"}},
+        {{"scan", "--json", "--category", "LEFTOVERS"}, {"LEFTOVERS"}},
+        {{"scan", "--category", "DOCKER_VM", "--category", "LEFTOVERS", "--json"}, {"DOCKER_VM"}},
+        {{"scan", "--category", "docker_vm", "--json"}, all},
+        {{"scan", "--category", "dockerVM", "--json"}, all},
+        {{"scan", "--json", "--category"}, all},
+        {{"scan", "--category=DOCKER_VM", "--json"}, all},
+        // The word after "--category" is its value even when it is a flag;
+        // "--json" still counts as present.
+        {{"scan", "--category", "--json"}, all},
+    };
+    for (const auto& c : cases) {
+        Json document = scanJson(c.words);
+        EXPECT_EQ(scannedCategories(document), c.expected) << describe(c.words);
+    }
+}
+
+TEST_F(CliTest, ScanTextReportAgreesWithTheJsonOfTheSameHome) {
+    // Things the targets may find, of distinct sizes so that the breakdown
+    // order does not hang on ties.
+    home_.writeFile(".npm/_cacache/content-v2/sha512/ab/cdef", 1'500'000);
+    home_.writeFile("Library/Caches/com.example.editor/Cache.db", 300'000);
+    home_.writeFile("Library/Logs/example/example.log", 40'000);
+    home_.writeFile("Library/Logs/DiagnosticReports/example.crash", 7'000);
+
+    ProcessResult text = run({"scan"});
+    ASSERT_EQ(text.exitStatus, 0) << text.standardError;
+    EXPECT_EQ(text.standardError, "");
+    const std::regex head("^Scanning storage for system junk, developer bloat, and AI models\\.\\.\\.\n"
+                          "\nScan Completed in \\d+\\.\\d\\ds\n");
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(text.standardOutput, match, head)) << text.standardOutput;
+    const std::string rest = match.suffix();
+
+    Json document = scanJson({"scan", "--json"});
+    const Json& summary = document["summary"];
+    std::string expected = "Found " + std::to_string(document["items"].size()) + " items taking " +
+                           unbulk::formatByteCount(summary["totalAllocatedBytes"].get<std::int64_t>()) +
+                           "\n\nCategory Breakdown:\n";
+    std::int64_t previous = INT64_MAX;
+    for (const auto& entry : summary["categoryBreakdown"]) {
+        const auto bytes = entry["totalAllocatedBytes"].get<std::int64_t>();
+        EXPECT_LE(bytes, previous) << "breakdown is not largest first";
+        previous = bytes;
+        const auto category = unbulk::storageCategoryFromRawValue(entry["category"].get<std::string>());
+        const auto tier = unbulk::riskTierFromRawValue(entry["riskTier"].get<std::string>());
+        ASSERT_TRUE(category && tier) << entry;
+        expected += "  \u2022 " + std::string(unbulk::displayName(*category)) + ": " + unbulk::formatByteCount(bytes) +
+                    " (" + std::to_string(entry["itemCount"].get<std::int64_t>()) + " items) [" +
+                    std::string(unbulk::displayName(*tier)) + "]\n";
+    }
+    EXPECT_EQ(rest, expected);
+}
+
+} // namespace
