@@ -1,0 +1,158 @@
+#include "Scanner/ScanTargetFilter.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <set>
+#include <span>
+#include <utility>
+
+#include <utf8proc.h>
+
+#include "Support/Paths.hpp"
+
+namespace unbulk {
+namespace {
+
+// Unicode white space and line breaks: the separators of categories Zs, Zl
+// and Zp, the controls from tab to carriage return, and NEL.
+bool isBlankOrNewline(utf8proc_int32_t scalar) {
+    if ((scalar >= 0x09 && scalar <= 0x0D) || scalar == 0x85) return true;
+    switch (utf8proc_category(scalar)) {
+    case UTF8PROC_CATEGORY_ZS:
+    case UTF8PROC_CATEGORY_ZL:
+    case UTF8PROC_CATEGORY_ZP:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Trims white space and line breaks at both ends, one scalar at a time.
+// Bytes that are not valid UTF-8 count as text and stay.
+std::string_view trimmed(std::string_view text) {
+    std::size_t first = text.size();
+    std::size_t end = 0;
+    std::size_t offset = 0;
+    while (offset < text.size()) {
+        utf8proc_int32_t scalar = -1;
+        auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data() + offset),
+                                       static_cast<utf8proc_ssize_t>(text.size() - offset), &scalar);
+        std::size_t step = length > 0 ? static_cast<std::size_t>(length) : 1;
+        if (length <= 0 || !isBlankOrNewline(scalar)) {
+            first = std::min(first, offset);
+            end = offset + step;
+        }
+        offset += step;
+    }
+    if (first >= end) return {};
+    return text.substr(first, end - first);
+}
+
+bool startsWithAny(std::string_view text, std::span<const std::string_view> prefixes) {
+    return std::any_of(prefixes.begin(), prefixes.end(),
+                       [&](std::string_view prefix) { return text.starts_with(prefix); });
+}
+
+} // namespace
+
+ScanTargetFilter::ScanTargetFilter(ScanTargetSet disabledTargets, const std::vector<std::string>& excludedPaths,
+                                   FileURL homeURL, std::shared_ptr<FileSystem> fileSystem)
+    : disabledTargets_(std::move(disabledTargets)), homeURL_(std::move(homeURL)),
+      fileSystem_(fileSystem ? std::move(fileSystem) : makeDefaultFileSystem()) {
+    for (const auto& path : excludedPaths) {
+        if (auto normalized = normalize(path, homeURL_)) excludedPaths_.push_back(std::move(*normalized));
+    }
+}
+
+bool ScanTargetFilter::isPassThrough() const { return disabledTargets_.empty() && excludedPaths_.empty(); }
+
+std::optional<CategorySet> ScanTargetFilter::categoriesToScan() const {
+    CategorySet owned;
+    for (ScanTarget target : disabledTargets_) {
+        for (StorageCategory category : info(target).ownedCategories) owned.insert(category);
+    }
+    // A target that owns no category (cargo, homebrew...) cannot be skipped
+    // by category; its items are dropped afterwards instead.
+    if (owned.empty()) return std::nullopt;
+    CategorySet toScan;
+    for (StorageCategory category : allStorageCategories()) {
+        if (!owned.contains(category)) toScan.insert(category);
+    }
+    return toScan;
+}
+
+std::optional<ScanTarget> ScanTargetFilter::disabledTarget(const DiscoveredItem& item) const {
+    const std::string path = normalize(item.path, homeURL_).value_or(item.path);
+    for (ScanTarget target : disabledTargets_) {
+        const auto& row = info(target);
+        const auto& owned = row.ownedCategories;
+        if (std::find(owned.begin(), owned.end(), item.category) != owned.end()) return target;
+        if (item.ruleId && startsWithAny(*item.ruleId, row.ruleIdPrefixes.view())) return target;
+        for (std::string_view relative : row.homeRelativePaths) {
+            const std::string root = paths::standardize(paths::appending(homeURL_.path(), relative));
+            if (paths::isSameOrBelow(path, root)) return target;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string ScanTargetFilter::resolved(const std::string& path) const {
+    return paths::standardize(fileSystem_->resolvingSymlinks(path));
+}
+
+bool ScanTargetFilter::isExcluded(const std::string& path) const {
+    if (excludedPaths_.empty()) return false;
+    // Both where the path says it is and where its links lead: an item
+    // reached through a link is excluded by either place.
+    const std::set<std::string> candidates{normalize(path, homeURL_).value_or(path), resolved(path)};
+    for (const auto& excluded : excludedPaths_) {
+        const std::set<std::string> variants{excluded, resolved(excluded)};
+        for (const auto& candidate : candidates) {
+            for (const auto& variant : variants) {
+                if (paths::isSameOrBelow(candidate, variant)) return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool ScanTargetFilter::allows(const DiscoveredItem& item) const {
+    return !disabledTarget(item) && !isExcluded(item.path);
+}
+
+ScanResult ScanTargetFilter::apply(const ScanResult& result) const {
+    if (isPassThrough()) return result;
+    std::vector<DiscoveredItem> kept;
+    kept.reserve(result.items.size());
+    std::copy_if(result.items.begin(), result.items.end(), std::back_inserter(kept),
+                 [&](const DiscoveredItem& item) { return allows(item); });
+    if (kept.size() == result.items.size()) return result;
+
+    ScanResult filtered;
+    filtered.scanId = result.scanId;
+    filtered.startedAt = result.startedAt;
+    filtered.completedAt = result.completedAt;
+    filtered.durationSeconds = result.durationSeconds;
+    filtered.summary = ScanSummary::from(kept);
+    filtered.items = std::move(kept);
+    filtered.warnings = result.warnings;
+    filtered.scannedCategories = result.scannedCategories;
+    return filtered;
+}
+
+std::optional<std::string> ScanTargetFilter::normalize(std::string_view path, const FileURL& homeURL) {
+    std::string expanded(trimmed(path));
+    if (expanded.empty()) return std::nullopt;
+    if (expanded == "~") {
+        expanded = homeURL.path();
+    } else if (expanded.starts_with("~/")) {
+        expanded = homeURL.path() + expanded.substr(1);
+    }
+    // Relative paths have no meaning here, and "~user" is not expanded.
+    if (!paths::isAbsolute(expanded)) return std::nullopt;
+    std::string standardized = paths::standardize(expanded);
+    while (standardized.size() >= 2 && standardized.back() == '/') standardized.pop_back();
+    return standardized;
+}
+
+} // namespace unbulk
