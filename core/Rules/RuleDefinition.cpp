@@ -1,0 +1,63 @@
+#include "Rules/RuleDefinition.hpp"
+
+#include <fmt/format.h>
+
+namespace unbulk {
+namespace {
+
+std::string isoDate(Date date) { return dates::iso8601(date); }
+
+template <typename Enum, typename Lookup>
+Enum readRawValue(const RuleJsonReader& reader, std::string_view key, Lookup lookup) {
+    const std::string raw = reader.string(key);
+    std::optional<Enum> value = lookup(raw);
+    if (!value) {
+        throw RuleDecodingError(RuleDecodingError::Kind::dataCorrupted, reader.pathOf(key),
+                                fmt::format("unknown raw value \"{}\"", raw));
+    }
+    return *value;
+}
+
+} // namespace
+
+Json toJson(const RuleDefinition& rule) {
+    Json j{
+        {"id", rule.id},
+        {"name", rule.name},
+        {"description", rule.description},
+        {"category", rule.category},
+        {"riskTier", rule.riskTier},
+        {"patterns", rule.patterns},
+        {"excludedPatterns", rule.excludedPatterns},
+        {"isRegenerable", rule.isRegenerable},
+        {"isBuiltIn", rule.isBuiltIn},
+        {"enabled", rule.enabled},
+    };
+    json::setOptional(j, "minAgeDays", rule.minAgeDays);
+    json::setOptional(j, "synthesizedBy", rule.synthesizedBy);
+    json::setOptional(j, "createdAt", rule.createdAt, isoDate);
+    json::setOptional(j, "updatedAt", rule.updatedAt, isoDate);
+    return j;
+}
+
+RuleDefinition ruleDefinitionFromJson(const Json& json, const std::string& codingPath) {
+    const RuleJsonReader reader(json, codingPath);
+    RuleDefinition rule;
+    rule.id = reader.string("id");
+    rule.name = reader.string("name");
+    rule.description = reader.string("description");
+    rule.category = readRawValue<StorageCategory>(reader, "category", storageCategoryFromRawValue);
+    rule.riskTier = readRawValue<RiskTier>(reader, "riskTier", riskTierFromRawValue);
+    rule.patterns = reader.strings("patterns");
+    rule.excludedPatterns = reader.strings("excludedPatterns");
+    rule.isRegenerable = reader.boolean("isRegenerable");
+    rule.isBuiltIn = reader.boolean("isBuiltIn");
+    rule.enabled = reader.boolean("enabled");
+    rule.minAgeDays = reader.optionalInt("minAgeDays");
+    rule.synthesizedBy = reader.optionalString("synthesizedBy");
+    rule.createdAt = reader.optionalDate("createdAt");
+    rule.updatedAt = reader.optionalDate("updatedAt");
+    return rule;
+}
+
+} // namespace unbulk
