@@ -83,4 +83,57 @@ bool isStrictlyBelow(std::string_view path, std::string_view root) {
 
 bool isAbsolute(std::string_view path) { return !path.empty() && path.front() == '/'; }
 
+bool isStandardizedPath(std::string_view path) {
+    if (path.empty() || path == "/") return true;
+    if (path.front() == '~' || path.back() == '/') return false;
+    // One pass over the bytes: this runs on every path a rule is matched
+    // against, so it stays a plain loop.
+    const bool absolute = path.front() == '/';
+    std::size_t segmentStart = absolute ? 1 : 0;
+    for (std::size_t i = segmentStart; i <= path.size(); ++i) {
+        if (i < path.size() && path[i] != '/') continue;
+        const std::size_t length = i - segmentStart;
+        if (length == 0) return false;
+        if (path[segmentStart] == '.' &&
+            (length == 1 || (absolute && length == 2 && path[segmentStart + 1] == '.'))) {
+            return false;
+        }
+        segmentStart = i + 1;
+    }
+    return true;
+}
+
+std::string standardizingPath(std::string_view path, std::string_view homePath) {
+    if (isStandardizedPath(path)) return std::string(path);
+
+    std::string expanded;
+    if (!homePath.empty() && !path.empty() && path.front() == '~' && (path.size() == 1 || path[1] == '/')) {
+        expanded.reserve(homePath.size() + path.size());
+        expanded.append(homePath);
+        expanded.append(path.substr(1));
+        path = expanded;
+    }
+
+    const bool absolute = !path.empty() && path.front() == '/';
+    std::string out;
+    out.reserve(path.size());
+    if (absolute) out += '/';
+    std::size_t i = 0;
+    while (i < path.size()) {
+        while (i < path.size() && path[i] == '/') ++i;
+        std::size_t start = i;
+        while (i < path.size() && path[i] != '/') ++i;
+        std::string_view part = path.substr(start, i - start);
+        if (part.empty() || part == ".") continue;
+        if (absolute && part == "..") {
+            std::size_t slash = out.rfind('/');
+            out.resize(slash == 0 ? 1 : slash);
+            continue;
+        }
+        if (!out.empty() && out.back() != '/') out += '/';
+        out.append(part);
+    }
+    return out;
+}
+
 } // namespace unbulk::paths

@@ -35,4 +35,25 @@ bool isStrictlyBelow(std::string_view path, std::string_view root);
 
 bool isAbsolute(std::string_view path);
 
+// The platform's path standardisation (NSString.standardizingPath), done
+// lexically, as the pattern language and the places that compare rule paths
+// rely on it. Distinct from standardize(), which is the URL form.
+//  - A leading "~" alone or "~/" is replaced by homePath (nothing happens
+//    when homePath is empty). "~name..." is left as it is: looking another
+//    user up belongs to the platform, and is not done here.
+//  - Empty components (repeated slashes) and "." components are dropped, so
+//    "./a" gives "a" and "." gives "".
+//  - In an absolute path, ".." removes the component before it; at the root
+//    it is dropped ("/.." gives "/"). A relative path keeps every "..", as
+//    there is nothing to resolve it against: "a/../b" stays "a/../b".
+//  - The trailing slash goes; "/" stays "/".
+//  - "" gives "", and so does any relative path made only of "." and slashes.
+// Symbolic links are not resolved and the disk is never asked.
+std::string standardizingPath(std::string_view path, std::string_view homePath);
+
+// True when standardizingPath would give the path back unchanged: no leading
+// tilde, no empty or "." component, no ".." in an absolute path, no trailing
+// slash. "" counts as standard.
+bool isStandardizedPath(std::string_view path);
+
 } // namespace unbulk::paths

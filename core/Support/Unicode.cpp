@@ -1,0 +1,81 @@
+#include "Support/Unicode.hpp"
+
+#include <cstdlib>
+
+#include <utf8proc.h>
+
+namespace unbulk::unicode {
+
+bool isAscii(std::string_view text) {
+    for (char c : text) {
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    }
+    return true;
+}
+
+std::vector<std::string> graphemeClusters(std::string_view utf8) {
+    std::vector<std::string> clusters;
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(utf8.data());
+    const auto size = static_cast<utf8proc_ssize_t>(utf8.size());
+
+    utf8proc_ssize_t pos = 0;
+    utf8proc_ssize_t clusterStart = 0;
+    utf8proc_int32_t previous = -1; // no code point yet in the current cluster
+    utf8proc_int32_t state = 0;
+
+    auto closeCluster = [&](utf8proc_ssize_t end) {
+        if (end > clusterStart) {
+            clusters.emplace_back(utf8.substr(static_cast<std::size_t>(clusterStart),
+                                              static_cast<std::size_t>(end - clusterStart)));
+        }
+        clusterStart = end;
+    };
+
+    while (pos < size) {
+        utf8proc_int32_t codepoint = 0;
+        utf8proc_ssize_t length = utf8proc_iterate(bytes + pos, size - pos, &codepoint);
+        if (length <= 0) {
+            // A stray byte: it stands alone, and the segmentation starts
+            // afresh behind it.
+            closeCluster(pos);
+            closeCluster(pos + 1);
+            pos += 1;
+            previous = -1;
+            state = 0;
+            continue;
+        }
+        if (previous >= 0 && utf8proc_grapheme_break_stateful(previous, codepoint, &state)) {
+            closeCluster(pos);
+        }
+        previous = codepoint;
+        pos += length;
+    }
+    closeCluster(size);
+    return clusters;
+}
+
+std::string nfc(std::string_view utf8) {
+    // ASCII is its own NFC form; spare the library call and its allocation.
+    if (isAscii(utf8)) return std::string(utf8);
+    // The options of utf8proc_NFC, but with an explicit length, so that the
+    // input needs no terminating copy and an embedded NUL does not cut it short.
+    utf8proc_uint8_t* mapped = nullptr;
+    utf8proc_ssize_t length =
+        utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(utf8.data()),
+                     static_cast<utf8proc_ssize_t>(utf8.size()), &mapped,
+                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+    if (length < 0 || mapped == nullptr) {
+        std::free(mapped);
+        return std::string(utf8);
+    }
+    std::string out(reinterpret_cast<const char*>(mapped), static_cast<std::size_t>(length));
+    std::free(mapped);
+    return out;
+}
+
+bool canonicallyEquivalent(std::string_view a, std::string_view b) {
+    if (a == b) return true;
+    return nfc(a) == nfc(b);
+}
+
+} // namespace unbulk::unicode

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Text as people read it: user-perceived characters (extended grapheme
+// clusters) and canonical equivalence, over utf8proc. Nothing here fails on
+// bad input; bytes that are not UTF-8 are carried through untouched.
+namespace unbulk::unicode {
+
+// True when every byte is below 0x80.
+bool isAscii(std::string_view text);
+
+// The text cut into user-perceived characters, in order: "e" + U+0301 is one
+// character, so is an emoji ZWJ sequence, a flag or a Hangul jamo syllable,
+// and so is "\r\n". A byte that does not start a valid UTF-8 sequence ends the
+// character before it and becomes a one-byte character of its own.
+// Concatenating the result gives the input back.
+std::vector<std::string> graphemeClusters(std::string_view utf8);
+
+// The Normalization Form C of the text. Text that is not valid UTF-8 comes
+// back as it is.
+std::string nfc(std::string_view utf8);
+
+// True when both texts have the same NFC form, that is, when they are
+// canonically equivalent ("é" and "e" + U+0301).
+bool canonicallyEquivalent(std::string_view a, std::string_view b);
+
+} // namespace unbulk::unicode
