@@ -1,0 +1,249 @@
+#include "Safety/SandboxValidator.hpp"
+
+#include <string>
+
+#include "Platform/CurrentDirectory.hpp"
+#include "Support/Paths.hpp"
+
+namespace unbulk::SandboxValidator {
+namespace {
+
+// Case is ignored in ASCII only: the names we protect are ASCII, and folding
+// anything else could make two different non-ASCII names look the same.
+std::string lowercased(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return out;
+}
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) { return lowercased(a) == lowercased(b); }
+
+bool startsWith(std::string_view text, std::string_view prefix) {
+    return text.size() >= prefix.size() && text.substr(0, prefix.size()) == prefix;
+}
+
+bool endsWith(std::string_view text, std::string_view suffix) {
+    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+// The home itself or anything below it, compared as spelled (case counts).
+bool isHomeOrInside(std::string_view path, const std::string& homePath) {
+    return path == homePath || startsWith(path, homePath + "/");
+}
+
+// The path of a file URL made from the text, standardised: a relative text is
+// read against the current directory first.
+std::string standardizedFileURLPath(std::string_view text) {
+    if (paths::isAbsolute(text)) return paths::standardize(text);
+    return paths::standardize(paths::appending(currentDirectory(), text));
+}
+
+std::string standardizedHomePath(const FileURL& homeURL) { return paths::standardizingPath(homeURL.path(), ""); }
+
+bool hasTraversal(std::string_view path) {
+    if (path.find("/../") != std::string_view::npos || startsWith(path, "../") || endsWith(path, "/..") ||
+        path == "..") {
+        return true;
+    }
+    // Splitting on "/" keeps empty pieces; only a ".." piece matters.
+    std::size_t start = 0;
+    while (start <= path.size()) {
+        std::size_t slash = path.find('/', start);
+        std::size_t end = slash == std::string_view::npos ? path.size() : slash;
+        if (path.substr(start, end - start) == "..") return true;
+        if (slash == std::string_view::npos) break;
+        start = slash + 1;
+    }
+    return false;
+}
+
+void checkForbiddenSystemPrefixes(const std::string& path, const std::string& homePath) {
+    const std::string lower = lowercased(path);
+    const bool inHome = isHomeOrInside(path, homePath);
+    auto refuse = [&](std::string_view matched) {
+        throw SandboxSecurityError::forbiddenSystemPath(path, std::string(matched));
+    };
+
+    if (lower == "/users" || lower == "/users/") refuse("/Users");
+    if (startsWith(lower, "/users/") && !inHome) refuse("/Users");
+
+#if defined(__linux__)
+    for (std::string_view root : linuxUserRoots) {
+        const std::string lowerRoot = lowercased(root);
+        if (lower == lowerRoot || lower == lowerRoot + "/") refuse(root);
+        if (startsWith(lower, lowerRoot + "/") && !inHome) refuse(root);
+    }
+    for (std::string_view prefix : linuxSystemPrefixes) {
+        if (equalsIgnoringCase(path, prefix) || startsWith(lower, lowercased(prefix) + "/")) refuse(prefix);
+    }
+#endif
+
+    if (lower == "/volumes" || lower == "/volumes/" || startsWith(lower, "/volumes/")) refuse("/Volumes");
+
+    if (lower == "/var" || lower == "/var/") refuse("/var");
+    if (startsWith(lower, "/var/") && !(lower == "/var/folders" || startsWith(lower, "/var/folders/"))) {
+        refuse("/var");
+    }
+
+    if (lower == "/private/var" || lower == "/private/var/") refuse("/private/var");
+    if (startsWith(lower, "/private/var/") &&
+        !(lower == "/private/var/folders" || startsWith(lower, "/private/var/folders/"))) {
+        refuse("/private/var");
+    }
+
+    if (lower == "/private" || lower == "/private/") refuse("/private");
+    // The exceptions want the trailing slash: "/private/var/folders" and
+    // "/private/tmp" themselves are refused here, unlike "/var/folders".
+    if (startsWith(lower, "/private/") &&
+        !(startsWith(lower, "/private/var/folders/") || startsWith(lower, "/private/tmp/") || inHome)) {
+        refuse("/private");
+    }
+
+    // "/System" through "/dev"; the last five entries were judged above.
+    for (std::size_t i = 0; i < 9; ++i) {
+        const std::string_view prefix = forbiddenSystemPrefixes[i];
+        if (equalsIgnoringCase(path, prefix) || startsWith(lower, lowercased(prefix) + "/")) refuse(prefix);
+    }
+}
+
+void checkForbiddenUserDirectories(const std::string& path, const std::string& homePath) {
+    const std::string lower = lowercased(path);
+    for (std::string_view directory : forbiddenUserDirectories) {
+        const std::string protectedPath = paths::appending(homePath, directory);
+        if (equalsIgnoringCase(path, protectedPath) || startsWith(lower, lowercased(protectedPath) + "/")) {
+            throw SandboxSecurityError::forbiddenUserDirectory(path, std::string(directory));
+        }
+    }
+}
+
+void checkPathDepth(const std::string& path, const std::string& homePath) {
+    std::string_view counted = path;
+    if (isHomeOrInside(path, homePath)) counted.remove_prefix(homePath.size());
+    const auto count = static_cast<int>(paths::components(counted).size());
+    if (count < 2) throw SandboxSecurityError::insufficientPathDepth(path, count);
+}
+
+void checkPlace(const std::string& path, const std::string& homePath) {
+    checkForbiddenSystemPrefixes(path, homePath);
+    checkForbiddenUserDirectories(path, homePath);
+    checkPathDepth(path, homePath);
+}
+
+std::string replacingAll(std::string text, std::string_view target) {
+    if (target.empty()) return text;
+    std::size_t at = 0;
+    while ((at = text.find(target, at)) != std::string::npos) text.erase(at, target.size());
+    return text;
+}
+
+} // namespace
+
+void validatePath(std::string_view path, const FileURL& homeURL, const FileSystem& fileSystem) {
+    const std::string homePath = standardizedHomePath(homeURL);
+
+    if (hasTraversal(path)) throw SandboxSecurityError::directoryTraversalDetected(std::string(path));
+
+    std::string expanded;
+    if (path == "~") {
+        expanded = homePath;
+    } else if (startsWith(path, "~/")) {
+        expanded = paths::appending(homePath, path.substr(2));
+    } else {
+        expanded = std::string(path);
+    }
+
+    const std::string candidate = standardizedFileURLPath(expanded);
+    if (candidate == "/") throw SandboxSecurityError::rootDirectoryTargeted(candidate);
+    if (candidate == homePath) throw SandboxSecurityError::homeDirectoryTargeted(candidate);
+    checkPlace(candidate, homePath);
+
+    // A link may lead somewhere the path itself would never be allowed.
+    const std::string resolved = paths::standardizingPath(fileSystem.resolvingSymlinks(candidate), homePath);
+    if (resolved == candidate) return;
+    if (resolved == "/") {
+        throw SandboxSecurityError::symlinkEscapedSandbox(candidate, resolved, "Symlink points to root directory");
+    }
+    if (resolved == homePath) {
+        throw SandboxSecurityError::symlinkEscapedSandbox(candidate, resolved, "Symlink points to home directory");
+    }
+    checkPlace(resolved, homePath);
+}
+
+void validatePath(std::string_view path, const FileURL& homeURL) {
+    validatePath(path, homeURL, *makeDefaultFileSystem());
+}
+
+void validateURL(const FileURL& url, const FileURL& homeURL, const FileSystem& fileSystem) {
+    validatePath(url.path(), homeURL, fileSystem);
+}
+
+void validateURL(const FileURL& url, const FileURL& homeURL) { validatePath(url.path(), homeURL); }
+
+void validatePattern(std::string_view pattern, const std::optional<FileURL>& baseDirectory, const FileURL& homeURL,
+                     const FileSystem& fileSystem) {
+    const std::string homePath = standardizedHomePath(homeURL);
+
+    // Stricter than for paths: ".." anywhere, even inside a name.
+    if (pattern.find("..") != std::string_view::npos) {
+        throw SandboxSecurityError::directoryTraversalDetected(std::string(pattern));
+    }
+
+    std::string expanded;
+    if (baseDirectory) {
+        expanded = paths::appending(baseDirectory->path(), pattern);
+    } else if (pattern == "~") {
+        expanded = homePath;
+    } else if (startsWith(pattern, "~/")) {
+        expanded = paths::appending(homePath, pattern.substr(2));
+    } else {
+        expanded = std::string(pattern);
+    }
+
+    // Brackets count as wildcards here although the glob language has none:
+    // a bracket must never hide a broader scope behind a narrow-looking prefix.
+    const std::size_t firstWildcard = expanded.find_first_of("*?[]{}");
+    const bool hasWildcard = firstWildcard != std::string::npos;
+    // Path standardisation, not the URL form: a prefix of "./" comes out
+    // empty, and a bare "~" (from "~*") as the home.
+    const std::string prefix =
+        paths::standardizingPath(hasWildcard ? expanded.substr(0, firstWildcard) : expanded, homePath);
+
+    if (prefix == "/" || prefix.empty()) {
+        throw SandboxSecurityError::wildcardTargetsForbiddenScope(std::string(pattern), "Root filesystem");
+    }
+    if (prefix == homePath) {
+        throw SandboxSecurityError::wildcardTargetsForbiddenScope(std::string(pattern), "Entire home directory");
+    }
+    if (!hasWildcard) {
+        validatePath(prefix, homeURL, fileSystem);
+        return;
+    }
+
+    // The wildcard segments count towards the depth below the home.
+    if (startsWith(expanded, homePath)) {
+        const auto count = static_cast<int>(paths::components(replacingAll(expanded, homePath)).size());
+        if (count < 2) throw SandboxSecurityError::insufficientPathDepth(std::string(pattern), count);
+    }
+
+    const std::string candidate = standardizedFileURLPath(prefix);
+    if (candidate == "/") throw SandboxSecurityError::rootDirectoryTargeted(candidate);
+    if (candidate == homePath) throw SandboxSecurityError::homeDirectoryTargeted(candidate);
+    checkForbiddenSystemPrefixes(candidate, homePath);
+    checkForbiddenUserDirectories(candidate, homePath);
+}
+
+void validatePattern(std::string_view pattern, const std::optional<FileURL>& baseDirectory, const FileURL& homeURL) {
+    validatePattern(pattern, baseDirectory, homeURL, *makeDefaultFileSystem());
+}
+
+void validateRule(const RuleDefinition& rule, const FileURL& homeURL, const FileSystem& fileSystem) {
+    for (const auto& pattern : rule.patterns) validatePattern(pattern, std::nullopt, homeURL, fileSystem);
+}
+
+void validateRule(const RuleDefinition& rule, const FileURL& homeURL) {
+    validateRule(rule, homeURL, *makeDefaultFileSystem());
+}
+
+} // namespace unbulk::SandboxValidator

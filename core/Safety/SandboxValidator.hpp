@@ -1,0 +1,64 @@
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string_view>
+
+#include "Platform/FileSystem.hpp"
+#include "Rules/RuleDefinition.hpp"
+#include "Safety/SandboxSecurityError.hpp"
+#include "Support/FileURL.hpp"
+
+// The last word on whether a path may be touched: every removal and every rule
+// pattern passes here first. Each function returns when the input is
+// acceptable and throws SandboxSecurityError when it is not; nothing loosens
+// the checks. Stateless, so any thread may call any of them.
+//
+// On Linux the tables grow by what plays the part of macOS's /Users and of its
+// system folders: /home and /root are refused unless inside the user's own
+// home, and /proc, /sys, /run and /boot are refused outright.
+namespace unbulk::SandboxValidator {
+
+// Checked in a fixed order of their own; see checkForbiddenSystemPrefixes.
+inline constexpr std::array<std::string_view, 14> forbiddenSystemPrefixes{
+    "/System", "/usr", "/bin", "/sbin", "/Library", "/etc", "/private/etc", "/private/var/db",
+    "/dev", "/private", "/private/var", "/var", "/Users", "/Volumes",
+};
+
+// Relative to the home directory; matched without regard to case.
+inline constexpr std::array<std::string_view, 10> forbiddenUserDirectories{
+    "Documents", "Desktop", "Pictures", "Music", "Movies", ".ssh", ".gnupg", "Library/Keychains", ".cargo/bin",
+    ".local/bin",
+};
+
+#if defined(__linux__)
+// Home directories of other users, refused unless the path lies in our own.
+inline constexpr std::array<std::string_view, 2> linuxUserRoots{"/home", "/root"};
+// Kernel and boot file systems.
+inline constexpr std::array<std::string_view, 4> linuxSystemPrefixes{"/proc", "/sys", "/run", "/boot"};
+#endif
+
+// A path as a user or a caller gives it: "~" and "~/" are read against the
+// home, a relative path against the current directory. Symbolic links along
+// the path are resolved through fileSystem, and the place they lead to must
+// pass as well.
+void validatePath(std::string_view path, const FileURL& homeURL, const FileSystem& fileSystem);
+void validatePath(std::string_view path, const FileURL& homeURL);
+
+// validatePath on the URL's path (for an item's URL and a candidate's alike).
+void validateURL(const FileURL& url, const FileURL& homeURL, const FileSystem& fileSystem);
+void validateURL(const FileURL& url, const FileURL& homeURL);
+
+// A rule pattern, joined to baseDirectory when one is given (and then with no
+// tilde handling). A pattern without wildcards is judged as a path in full;
+// one with wildcards is judged on its static prefix, without link resolution.
+void validatePattern(std::string_view pattern, const std::optional<FileURL>& baseDirectory, const FileURL& homeURL,
+                     const FileSystem& fileSystem);
+void validatePattern(std::string_view pattern, const std::optional<FileURL>& baseDirectory, const FileURL& homeURL);
+
+// Every pattern of the rule in order, without a base directory; the first
+// failure is thrown. Excluded patterns are not judged.
+void validateRule(const RuleDefinition& rule, const FileURL& homeURL, const FileSystem& fileSystem);
+void validateRule(const RuleDefinition& rule, const FileURL& homeURL);
+
+} // namespace unbulk::SandboxValidator
