@@ -123,6 +123,12 @@ ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, co
         warnings.insert(warnings.end(), output.warnings.begin(), output.warnings.end());
     });
 
+    // A stage may return normally after stop was requested (a stage that never
+    // looks at its token, or a stop that came in during its last item). No
+    // checkpoint follows the last stage, so look once more: a cancelled scan
+    // never yields a result.
+    throwIfCancelled(stop);
+
     result.items = deduplicate(items);
     result.summary = ScanSummary::from(result.items);
     result.completedAt = std::chrono::system_clock::now();
