@@ -11,4 +11,7 @@ namespace unbulk::cli {
 // scan [--json] [--category <raw value>]
 void handleScan(const Arguments& args);
 
+// rules (every word behind it is ignored)
+void handleRules(const Arguments& args);
+
 } // namespace unbulk::cli

@@ -27,6 +27,7 @@ struct Command {
 // first forms.
 constexpr std::array commands{
     Command{"scan", &unbulk::cli::handleScan},
+    Command{"rules", &unbulk::cli::handleRules},
 };
 
 constexpr std::string_view helpText =

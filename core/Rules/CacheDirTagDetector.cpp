@@ -6,6 +6,8 @@
 
 #include <utf8proc.h>
 
+#include "Support/Unicode.hpp"
+
 namespace unbulk::CacheDirTagDetector {
 namespace {
 
@@ -42,19 +44,11 @@ std::optional<std::vector<Scalar>> decodeUTF8(std::string_view bytes) {
     return scalars;
 }
 
-// Line breaks as the platform's newline character set has them; "\r\n" is two.
-bool isNewline(utf8proc_int32_t c) {
-    return (c >= 0x0A && c <= 0x0D) || c == 0x85 || c == 0x2028 || c == 0x2029;
-}
-
-// Tab and the space separators (no line breaks).
-bool isWhitespace(utf8proc_int32_t c) { return c == '\t' || utf8proc_category(c) == UTF8PROC_CATEGORY_ZS; }
-
 std::vector<Span> splitLines(const std::vector<Scalar>& scalars) {
     std::vector<Span> lines;
     std::size_t start = 0;
     for (std::size_t i = 0; i < scalars.size(); ++i) {
-        if (isNewline(scalars[i].value)) {
+        if (unicode::isNewline(static_cast<char32_t>(scalars[i].value))) {
             lines.push_back({start, i});
             start = i + 1;
         }
@@ -97,7 +91,8 @@ bool isReadError(const std::error_code& error) {
     }
 }
 
-bool whitespaceOrNewline(utf8proc_int32_t c) { return isWhitespace(c) || isNewline(c); }
+bool whitespaceOrNewline(utf8proc_int32_t c) { return unicode::isWhitespaceOrNewline(static_cast<char32_t>(c)); }
+bool whitespace(utf8proc_int32_t c) { return unicode::isWhitespace(static_cast<char32_t>(c)); }
 
 } // namespace
 
@@ -124,10 +119,10 @@ std::optional<CacheDirTagInfo> detectTag(const FileURL& directory, const FileSys
     info.isValid = true;
 
     for (std::size_t i = 1; i < lines.size(); ++i) {
-        Span line = trimmed(*scalars, lines[i], isWhitespace);
+        Span line = trimmed(*scalars, lines[i], whitespace);
         if (line.first == line.last || (*scalars)[line.first].value != '#') continue;
         ++line.first;
-        info.applicationComment = std::string(textOf(bytes, *scalars, trimmed(*scalars, line, isWhitespace)));
+        info.applicationComment = std::string(textOf(bytes, *scalars, trimmed(*scalars, line, whitespace)));
         break;
     }
     return info;

@@ -6,47 +6,11 @@
 #include <span>
 #include <utility>
 
-#include <utf8proc.h>
-
 #include "Support/Paths.hpp"
+#include "Support/Unicode.hpp"
 
 namespace unbulk {
 namespace {
-
-// Unicode white space and line breaks: the separators of categories Zs, Zl
-// and Zp, the controls from tab to carriage return, and NEL.
-bool isBlankOrNewline(utf8proc_int32_t scalar) {
-    if ((scalar >= 0x09 && scalar <= 0x0D) || scalar == 0x85) return true;
-    switch (utf8proc_category(scalar)) {
-    case UTF8PROC_CATEGORY_ZS:
-    case UTF8PROC_CATEGORY_ZL:
-    case UTF8PROC_CATEGORY_ZP:
-        return true;
-    default:
-        return false;
-    }
-}
-
-// Trims white space and line breaks at both ends, one scalar at a time.
-// Bytes that are not valid UTF-8 count as text and stay.
-std::string_view trimmed(std::string_view text) {
-    std::size_t first = text.size();
-    std::size_t end = 0;
-    std::size_t offset = 0;
-    while (offset < text.size()) {
-        utf8proc_int32_t scalar = -1;
-        auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data() + offset),
-                                       static_cast<utf8proc_ssize_t>(text.size() - offset), &scalar);
-        std::size_t step = length > 0 ? static_cast<std::size_t>(length) : 1;
-        if (length <= 0 || !isBlankOrNewline(scalar)) {
-            first = std::min(first, offset);
-            end = offset + step;
-        }
-        offset += step;
-    }
-    if (first >= end) return {};
-    return text.substr(first, end - first);
-}
 
 bool startsWithAny(std::string_view text, std::span<const std::string_view> prefixes) {
     return std::any_of(prefixes.begin(), prefixes.end(),
@@ -141,7 +105,7 @@ ScanResult ScanTargetFilter::apply(const ScanResult& result) const {
 }
 
 std::optional<std::string> ScanTargetFilter::normalize(std::string_view path, const FileURL& homeURL) {
-    std::string expanded(trimmed(path));
+    std::string expanded(unicode::trimmingWhitespaceAndNewlines(path));
     if (expanded.empty()) return std::nullopt;
     if (expanded == "~") {
         expanded = homeURL.path();

@@ -1,5 +1,7 @@
 #include "Support/Unicode.hpp"
 
+#include <algorithm>
+
 #include <cstdlib>
 
 #include <utf8proc.h>
@@ -76,6 +78,69 @@ std::string nfc(std::string_view utf8) {
 bool canonicallyEquivalent(std::string_view a, std::string_view b) {
     if (a == b) return true;
     return nfc(a) == nfc(b);
+}
+
+std::optional<std::u32string> scalars(std::string_view utf8) {
+    std::u32string out;
+    out.reserve(utf8.size());
+    const auto* data = reinterpret_cast<const utf8proc_uint8_t*>(utf8.data());
+    std::size_t at = 0;
+    while (at < utf8.size()) {
+        utf8proc_int32_t value = -1;
+        auto used = utf8proc_iterate(data + at, static_cast<utf8proc_ssize_t>(utf8.size() - at), &value);
+        if (used <= 0 || value < 0) return std::nullopt;
+        out.push_back(static_cast<char32_t>(value));
+        at += static_cast<std::size_t>(used);
+    }
+    return out;
+}
+
+bool isAlphanumeric(char32_t scalar) {
+    switch (utf8proc_category(static_cast<utf8proc_int32_t>(scalar))) {
+    case UTF8PROC_CATEGORY_LU:
+    case UTF8PROC_CATEGORY_LL:
+    case UTF8PROC_CATEGORY_LT:
+    case UTF8PROC_CATEGORY_LM:
+    case UTF8PROC_CATEGORY_LO:
+    case UTF8PROC_CATEGORY_MN:
+    case UTF8PROC_CATEGORY_MC:
+    case UTF8PROC_CATEGORY_ME:
+    case UTF8PROC_CATEGORY_ND:
+    case UTF8PROC_CATEGORY_NL:
+    case UTF8PROC_CATEGORY_NO:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool isNewline(char32_t scalar) {
+    return (scalar >= 0x0A && scalar <= 0x0D) || scalar == 0x85 || scalar == 0x2028 || scalar == 0x2029;
+}
+
+bool isWhitespace(char32_t scalar) {
+    return scalar == U'\t' || utf8proc_category(static_cast<utf8proc_int32_t>(scalar)) == UTF8PROC_CATEGORY_ZS;
+}
+
+bool isWhitespaceOrNewline(char32_t scalar) { return isWhitespace(scalar) || isNewline(scalar); }
+
+std::string_view trimmingWhitespaceAndNewlines(std::string_view text) {
+    std::size_t first = text.size();
+    std::size_t end = 0;
+    std::size_t offset = 0;
+    const auto* data = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    while (offset < text.size()) {
+        utf8proc_int32_t value = -1;
+        auto used = utf8proc_iterate(data + offset, static_cast<utf8proc_ssize_t>(text.size() - offset), &value);
+        std::size_t step = used > 0 ? static_cast<std::size_t>(used) : 1;
+        if (used <= 0 || value < 0 || !isWhitespaceOrNewline(static_cast<char32_t>(value))) {
+            first = std::min(first, offset);
+            end = offset + step;
+        }
+        offset += step;
+    }
+    if (first >= end) return {};
+    return text.substr(first, end - first);
 }
 
 } // namespace unbulk::unicode

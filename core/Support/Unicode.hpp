@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,5 +27,22 @@ std::string nfc(std::string_view utf8);
 // True when both texts have the same NFC form, that is, when they are
 // canonically equivalent ("é" and "e" + U+0301).
 bool canonicallyEquivalent(std::string_view a, std::string_view b);
+
+// The Unicode scalars of strictly valid UTF-8; nothing for anything else
+// (a stray byte, an overlong form, a surrogate, a sequence cut short).
+std::optional<std::u32string> scalars(std::string_view utf8);
+
+// Letters, marks and digits of any script (general categories L*, M*, N*).
+bool isAlphanumeric(char32_t scalar);
+
+// Line breaks: line feed through carriage return, NEL, U+2028 and U+2029.
+bool isNewline(char32_t scalar);
+// Tab and the space separators (category Zs); no line breaks.
+bool isWhitespace(char32_t scalar);
+bool isWhitespaceOrNewline(char32_t scalar);
+
+// The text without white space and line breaks at either end. Bytes that are
+// not valid UTF-8 count as text and stay.
+std::string_view trimmingWhitespaceAndNewlines(std::string_view text);
 
 } // namespace unbulk::unicode

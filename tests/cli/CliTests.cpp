@@ -2,6 +2,7 @@
 // and checks what it writes on each stream and the status it exits with.
 
 #include <algorithm>
+#include <filesystem>
 #include <regex>
 #include <set>
 #include <string>
@@ -223,6 +224,40 @@ TEST_F(CliTest, ScanTextReportAgreesWithTheJsonOfTheSameHome) {
                     std::string(unbulk::displayName(*tier)) + "]\n";
     }
     EXPECT_EQ(rest, expected);
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(CliTest, RulesListsTheBuiltInsInIdOrderAndIgnoresItsWords) {
+    for (const Words& words : std::vector<Words>{{"rules"}, {"rules", "--json"}, {"rules", "list", "x"}}) {
+        ProcessResult result = run(words);
+        ASSERT_EQ(result.exitStatus, 0) << describe(words) << "\n" << result.standardError;
+        EXPECT_EQ(result.standardError, "") << describe(words);
+
+        std::vector<std::string> lines;
+        std::string::size_type start = 0;
+        for (auto end = result.standardOutput.find('\n'); end != std::string::npos;
+             start = end + 1, end = result.standardOutput.find('\n', start)) {
+            lines.push_back(result.standardOutput.substr(start, end - start));
+        }
+        ASSERT_EQ(lines.size(), 25u) << result.standardOutput;
+        EXPECT_EQ(lines.front(), "Active cleanup rules (24):");
+        EXPECT_EQ(lines[1], "  \u2022 [ai.huggingface.hub] HuggingFace Hub Models: ~/.cache/huggingface/hub/**, "
+                            "~/.cache/huggingface/assets/** [Review Required]");
+        EXPECT_EQ(lines.back(), "  \u2022 [sys.user.logs] User Application Logs: ~/Library/Logs/** [Safe to Clean]");
+
+        std::vector<std::string> ids;
+        for (std::size_t i = 1; i < lines.size(); ++i) {
+            auto open = lines[i].find('[');
+            ids.push_back(lines[i].substr(open + 1, lines[i].find(']') - open - 1));
+        }
+        EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
+        EXPECT_EQ(std::set<std::string>(ids.begin(), ids.end()).size(), 24u);
+    }
+    // Listing never writes the rules file.
+    EXPECT_FALSE(std::filesystem::exists(home_.at(".unbulk/rules.json")));
 }
 
 } // namespace

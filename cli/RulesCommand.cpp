@@ -1,0 +1,24 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "Handlers.hpp"
+#include "Output.hpp"
+#include "Platform/FileSystem.hpp"
+#include "Platform/Home.hpp"
+#include "Rules/RuleRegistry.hpp"
+
+namespace unbulk::cli {
+
+void handleRules(const Arguments&) {
+    // The listing is the whole command: no word behind it means anything.
+    RuleRegistry registry(std::nullopt, FileURL(homeDirectory(), true), makeDefaultFileSystem());
+    // Disabled rules are listed too, under the same heading.
+    const auto rules = registry.allRules();
+    printLine(fmt::format("Active cleanup rules ({}):", rules.size()));
+    for (const auto& rule : rules) {
+        printLine(fmt::format("  \u2022 [{}] {}: {} [{}]", rule.id, rule.name, fmt::join(rule.patterns, ", "),
+                              displayName(rule.riskTier)));
+    }
+}
+
+} // namespace unbulk::cli
