@@ -176,8 +176,10 @@ struct Walker {
 std::string temporarySibling(const std::string& path) {
     std::random_device device;
     std::uniform_int_distribution<unsigned long long> distribution;
-    return fmt::format("{}/.{}.tmp-{:016x}", paths::deletingLastComponent(path), paths::lastComponent(path),
-                       distribution(device));
+    // A bare name lives in the working directory; "" would put the temporary in "/".
+    std::string parent = paths::deletingLastComponent(path);
+    if (parent.empty()) parent = ".";
+    return fmt::format("{}/.{}.tmp-{:016x}", parent, paths::lastComponent(path), distribution(device));
 }
 
 bool writeAll(int fd, std::string_view contents, std::error_code& error) {
@@ -420,8 +422,17 @@ bool PosixFileSystem::writeFileAtomically(const std::string& path, std::string_v
 
 bool PosixFileSystem::appendToFile(const std::string& path, std::string_view contents, std::uint32_t permissions,
                                    std::error_code& error) {
-    FdGuard fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, permissions));
+    // Create exclusively first, so that a new file can be given its exact mode
+    // (open's mode passes through the umask) and an existing one keeps its own.
+    int raw = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, permissions);
+    const bool created = raw >= 0;
+    if (!created && errno == EEXIST) raw = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    FdGuard fd(raw);
     if (fd.get() < 0) {
+        error = lastError();
+        return false;
+    }
+    if (created && ::fchmod(fd.get(), static_cast<mode_t>(permissions)) != 0) {
         error = lastError();
         return false;
     }

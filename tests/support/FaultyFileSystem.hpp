@@ -1,0 +1,104 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Platform/FileSystem.hpp"
+
+namespace unbulk::testing {
+
+// The calls of FileSystem, one per virtual function.
+enum class FileSystemCall {
+    status,
+    linkStatus,
+    contentsOfDirectory,
+    walk,
+    destinationOfSymbolicLink,
+    resolvingSymlinks,
+    readFile,
+    writeFileAtomically,
+    appendToFile,
+    createDirectory,
+    moveItem,
+    removeItem,
+    setPermissions,
+    isPackage,
+};
+
+inline constexpr std::size_t fileSystemCallCount = 14;
+
+// A FileSystem that forwards every call to another one (the real one unless
+// told otherwise) and fails the calls a test chooses with the errno it
+// chooses. Tests run as root, where permissions stop nothing, so this is how
+// "permission denied" and friends reach the code under test.
+//
+// A rule names a call, a path and an errno; the path matches exactly
+// (failOn) or as a whole-component prefix (failBelow). Paths are compared in
+// their standardised form. What a failing call does:
+//  - calls with an error_code set it and return their failure value
+//    (nothing, an empty list, false); moveItem fails when either side matches;
+//  - isPackage answers false, resolvingSymlinks answers the path standardised,
+//    as if nothing along it could be examined;
+//  - walk, when the root matches, reports the root through onError and
+//    visits nothing. Inside the walk a matching directory is visited and then
+//    reported through onError, its contents never read (as a directory that
+//    cannot be opened); any other matching entry is reported through onError
+//    and not visited (as an entry that cannot be examined).
+// Every call is counted by kind, failed or not.
+class FaultyFileSystem final : public FileSystem {
+public:
+    explicit FaultyFileSystem(std::shared_ptr<FileSystem> inner = makeDefaultFileSystem());
+
+    void failOn(FileSystemCall call, const std::string& path, int errorNumber);
+    void failBelow(FileSystemCall call, const std::string& root, int errorNumber);
+    void clearFailures();
+
+    std::size_t callCount(FileSystemCall call) const;
+    void resetCounts();
+
+    std::optional<FileStatus> status(const std::string& path, std::error_code& error) const override;
+    std::optional<FileStatus> linkStatus(const std::string& path, std::error_code& error) const override;
+    std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
+                                                    std::error_code& error) const override;
+    void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override;
+    std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
+                                                         std::error_code& error) const override;
+    std::string resolvingSymlinks(const std::string& path) const override;
+    std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes,
+                                        std::error_code& error) const override;
+    bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
+                             std::error_code& error) override;
+    bool appendToFile(const std::string& path, std::string_view contents, std::uint32_t permissions,
+                      std::error_code& error) override;
+    bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
+                         std::error_code& error) override;
+    bool moveItem(const std::string& from, const std::string& to, std::error_code& error) override;
+    bool removeItem(const std::string& path, std::error_code& error) override;
+    bool setPermissions(const std::string& path, std::uint32_t permissions, std::error_code& error) override;
+    bool isPackage(const std::string& path) const override;
+
+private:
+    struct Rule {
+        FileSystemCall call;
+        std::string path; // standardised
+        bool below;       // the path and everything under it, or the path alone
+        int errorNumber;
+    };
+
+    // Counts the call, then gives the error of the first rule that matches
+    // one of the paths (an empty error_code when none does).
+    std::error_code enter(FileSystemCall call, const std::string& path, const std::string* other = nullptr) const;
+    // The matching rule's error without counting anything.
+    std::error_code failureFor(FileSystemCall call, const std::string& path) const;
+
+    std::shared_ptr<FileSystem> inner_;
+    mutable std::mutex mutex_;
+    std::vector<Rule> rules_;
+    mutable std::array<std::size_t, fileSystemCallCount> counts_{};
+};
+
+} // namespace unbulk::testing
