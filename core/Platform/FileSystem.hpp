@@ -42,6 +42,7 @@ struct ListOptions {
 
 // One entry met during a walk. `path` is the full path; `status` is the
 // entry's lstat, present when the walk was asked for it and the call worked.
+// Both live only as long as the visit.
 struct WalkEntry {
     const std::string& path;
     std::string_view name;
@@ -52,17 +53,26 @@ struct WalkEntry {
 
 enum class WalkAction { proceed, skipDescendants, stop };
 
+// Which entries a walk lstats. The directory read already tells an entry's
+// kind, so a walk that needs sizes only of files can leave directories and
+// links alone and save a system call for each.
+enum class WalkStatus { none, regularFiles, all };
+
 struct WalkOptions {
-    bool includeStatus = true;    // lstat every entry (relative to its directory)
-    bool skipHiddenFiles = false; // neither report nor descend into dot-entries
+    WalkStatus status = WalkStatus::all; // lstat relative to the entry's directory
+    bool skipHiddenFiles = false;        // neither report nor descend into dot-entries
     bool descendIntoPackages = true;
+};
+
+enum class WalkFailure {
+    directory, // a directory (the root included) could not be opened or read
+    entry,     // an entry could not be examined; it is not visited
 };
 
 struct WalkCallbacks {
     std::function<WalkAction(const WalkEntry&)> visit;
-    // Called for each directory that cannot be opened or read, and each entry
-    // that cannot be examined; the walk goes on.
-    std::function<void(const std::string& path, std::error_code error)> onError;
+    // Called for each failure; the walk goes on.
+    std::function<void(const std::string& path, std::error_code error, WalkFailure failure)> onError;
 };
 
 // The file system as the core sees it. Every call that touches the disk goes

@@ -171,6 +171,7 @@ struct Visit {
 struct WalkRecord {
     std::vector<Visit> visits;
     std::vector<std::pair<std::string, std::error_code>> errors;
+    std::vector<WalkFailure> failures; // beside errors, one each
 
     std::set<std::string> paths() const {
         std::set<std::string> out;
@@ -195,7 +196,10 @@ WalkRecord record(const FileSystem& fs, const std::string& root, WalkOptions opt
                                    entry.status ? std::optional<FileStatus>(*entry.status) : std::nullopt});
         return decide ? decide(entry) : WalkAction::proceed;
     };
-    callbacks.onError = [&](const std::string& path, std::error_code error) { out.errors.emplace_back(path, error); };
+    callbacks.onError = [&](const std::string& path, std::error_code error, WalkFailure failure) {
+        out.errors.emplace_back(path, error);
+        out.failures.push_back(failure);
+    };
     fs.walk(root, options, callbacks);
     return out;
 }
@@ -266,11 +270,20 @@ TEST_F(WalkTest, StatusIsTheEntrysOwnLstat) {
     std::error_code error;
     EXPECT_EQ(file->status->inode, fs.linkStatus(at("a/b/b1.txt"), error)->inode);
 
-    WalkRecord without = record(fs, root, WalkOptions{.includeStatus = false});
+    WalkRecord without = record(fs, root, WalkOptions{.status = WalkStatus::none});
     EXPECT_EQ(without.paths(), all());
     for (const auto& v : without.visits) EXPECT_FALSE(v.status.has_value()) << v.path;
     EXPECT_EQ(without.find(at("link"))->kind, FileKind::symbolicLink);
     EXPECT_EQ(without.find(at("a"))->kind, FileKind::directory);
+
+    // Files only: the kinds still come from the directory read.
+    WalkRecord filesOnly = record(fs, root, WalkOptions{.status = WalkStatus::regularFiles});
+    EXPECT_EQ(filesOnly.paths(), all());
+    for (const auto& v : filesOnly.visits) {
+        EXPECT_EQ(v.status.has_value(), v.kind == FileKind::regular) << v.path;
+    }
+    EXPECT_EQ(filesOnly.find(at("a/b/b1.txt"))->status->size, 4);
+    EXPECT_EQ(filesOnly.find(at("a/out"))->kind, FileKind::symbolicLink);
 }
 
 TEST_F(WalkTest, OptionsAndActionsPruneTheWalk) {
@@ -318,6 +331,7 @@ TEST_F(WalkTest, ReportsWhatCannotBeReadAndGoesOn) {
         ASSERT_EQ(walked.errors.size(), 1u);
         EXPECT_EQ(walked.errors[0].first, row.root);
         EXPECT_EQ(walked.errors[0].second, errnoCode(row.expected));
+        EXPECT_EQ(walked.failures[0], WalkFailure::directory);
     }
 
     // A directory that vanishes between being seen and being opened.
@@ -328,6 +342,7 @@ TEST_F(WalkTest, ReportsWhatCannotBeReadAndGoesOn) {
     ASSERT_EQ(vanished.errors.size(), 1u);
     EXPECT_EQ(vanished.errors[0].first, at("a"));
     EXPECT_EQ(vanished.errors[0].second, errnoCode(ENOENT));
+    EXPECT_EQ(vanished.failures[0], WalkFailure::directory);
     EXPECT_TRUE(vanished.paths().count(at("c.txt")));
     EXPECT_TRUE(vanished.paths().count(at("X.app/Contents/Info.plist")));
 }
@@ -350,6 +365,10 @@ TEST_F(WalkTest, FaultyWalkReportsDeniedDirectoriesAndEntries) {
     EXPECT_EQ(errors, (std::set<std::pair<std::string, std::error_code>>{
                           {at("a/b"), errnoCode(EACCES)}, {at("X.app/Contents/Info.plist"), errnoCode(EIO)}}));
     EXPECT_EQ(walked.errors.size(), 2u);
+    for (std::size_t i = 0; i < walked.errors.size(); ++i) {
+        EXPECT_EQ(walked.failures[i],
+                  walked.errors[i].first == at("a/b") ? WalkFailure::directory : WalkFailure::entry);
+    }
 
     faulty.failBelow(FileSystemCall::walk, root, ENOENT);
     WalkRecord none = record(faulty, root);

@@ -82,7 +82,7 @@ std::vector<DirectoryEntry> FaultyFileSystem::contentsOfDirectory(const std::str
 void FaultyFileSystem::walk(const std::string& root, const WalkOptions& options,
                             const WalkCallbacks& callbacks) const {
     if (auto failure = enter(FileSystemCall::walk, root)) {
-        if (callbacks.onError) callbacks.onError(root, failure);
+        if (callbacks.onError) callbacks.onError(root, failure, WalkFailure::directory);
         return;
     }
     WalkCallbacks wrapped;
@@ -91,13 +91,13 @@ void FaultyFileSystem::walk(const std::string& root, const WalkOptions& options,
         auto failure = failureFor(FileSystemCall::walk, entry.path);
         if (!failure) return callbacks.visit(entry);
         if (entry.kind != FileKind::directory) {
-            if (callbacks.onError) callbacks.onError(entry.path, failure);
+            if (callbacks.onError) callbacks.onError(entry.path, failure, WalkFailure::entry);
             return WalkAction::proceed;
         }
         // Like a directory that cannot be opened: seen, then reported.
         WalkAction action = callbacks.visit(entry);
         if (action != WalkAction::proceed) return action;
-        if (callbacks.onError) callbacks.onError(entry.path, failure);
+        if (callbacks.onError) callbacks.onError(entry.path, failure, WalkFailure::directory);
         return WalkAction::skipDescendants;
     };
     inner_->walk(root, options, wrapped);

@@ -102,32 +102,49 @@ bool isDotOrDotDot(const char* name) {
     return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
+bool needsStatus(WalkStatus wanted, unsigned char type) {
+    switch (wanted) {
+    case WalkStatus::all: return true;
+    case WalkStatus::regularFiles: return type == DT_REG || type == DT_UNKNOWN;
+    case WalkStatus::none: return type == DT_UNKNOWN;
+    }
+    return true;
+}
+
+// Depth first, one descriptor per level: each directory is read through its
+// own descriptor and its entries are examined relative to it, so no path is
+// resolved twice. `path` is one buffer, grown and cut back as the walk moves.
 struct Walker {
     const WalkOptions& options;
     const WalkCallbacks& callbacks;
     std::string path;
     bool stopped = false;
 
-    void reportError(const std::string& where, std::error_code error) const {
-        if (callbacks.onError) callbacks.onError(where, error);
+    void report(std::error_code error, WalkFailure failure) const {
+        if (callbacks.onError) callbacks.onError(path, error, failure);
     }
 
     // Walks the open directory `fd` whose path is `path`; takes ownership of fd.
     void walkDirectory(int fd, int depth) {
         DIR* dir = ::fdopendir(fd);
         if (!dir) {
-            reportError(path, lastError());
+            report(lastError(), WalkFailure::directory);
             ::close(fd);
             return;
         }
         DirGuard guard(dir);
         const std::size_t baseLength = path.size();
+        const bool needsSlash = path.empty() || path.back() != '/';
         struct stat st;
         while (!stopped) {
             errno = 0;
             struct dirent* entry = ::readdir(dir);
             if (!entry) {
-                if (errno != 0) reportError(path, lastError());
+                if (errno != 0) {
+                    const int saved = errno;
+                    path.resize(baseLength);
+                    report({saved, std::generic_category()}, WalkFailure::directory);
+                }
                 break;
             }
             const char* name = entry->d_name;
@@ -135,26 +152,26 @@ struct Walker {
             if (options.skipHiddenFiles && name[0] == '.') continue;
 
             path.resize(baseLength);
-            if (path.empty() || path.back() != '/') path += '/';
+            if (needsSlash) path += '/';
+            const std::size_t nameOffset = path.size();
             path += name;
 
-            unsigned char type = entry->d_type;
+            const unsigned char type = entry->d_type;
             FileKind kind = kindFromDirent(type);
             FileStatus status;
             const FileStatus* statusPointer = nullptr;
-            if (options.includeStatus || type == DT_UNKNOWN) {
-                if (::fstatat(::dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) == 0) {
-                    status = fromStat(st);
-                    kind = status.kind;
-                    if (options.includeStatus) statusPointer = &status;
-                } else {
-                    reportError(path, lastError());
+            if (needsStatus(options.status, type)) {
+                if (::fstatat(::dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+                    report(lastError(), WalkFailure::entry);
                     continue;
                 }
+                status = fromStat(st);
+                kind = status.kind;
+                statusPointer = &status;
             }
 
-            WalkAction action = callbacks.visit(WalkEntry{path, std::string_view(path).substr(path.size() - std::strlen(name)),
-                                                          kind, statusPointer, depth});
+            const WalkAction action =
+                callbacks.visit(WalkEntry{path, std::string_view(path).substr(nameOffset), kind, statusPointer, depth});
             if (action == WalkAction::stop) {
                 stopped = true;
                 break;
@@ -164,7 +181,7 @@ struct Walker {
 
             int child = ::openat(::dirfd(dir), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             if (child < 0) {
-                reportError(path, lastError());
+                report(lastError(), WalkFailure::directory);
                 continue;
             }
             walkDirectory(child, depth + 1);
@@ -299,7 +316,7 @@ std::vector<DirectoryEntry> PosixFileSystem::contentsOfDirectory(const std::stri
 void PosixFileSystem::walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const {
     int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
-        if (callbacks.onError) callbacks.onError(root, lastError());
+        if (callbacks.onError) callbacks.onError(root, lastError(), WalkFailure::directory);
         return;
     }
     Walker walker{options, callbacks, root};
