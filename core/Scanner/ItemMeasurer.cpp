@@ -1,0 +1,78 @@
+#include "Scanner/ItemMeasurer.hpp"
+
+#include <unordered_set>
+
+#include "Safety/TCCIsolationHelper.hpp"
+
+namespace unbulk::ItemMeasurer {
+namespace {
+
+struct InodeKey {
+    std::uint64_t dev;
+    std::uint64_t ino;
+    friend bool operator==(const InodeKey&, const InodeKey&) = default;
+};
+
+struct InodeKeyHash {
+    std::size_t operator()(const InodeKey& key) const noexcept {
+        return std::hash<std::uint64_t>{}(key.ino * 0x9E3779B97F4A7C15ull ^ key.dev);
+    }
+};
+
+void keepNewer(std::optional<Date>& newest, Date candidate) {
+    if (!newest || candidate > *newest) newest = candidate;
+}
+
+} // namespace
+
+MeasuredMetrics measureSingleFile(const FileSystem& fileSystem, const std::string& path) {
+    std::error_code error;
+    auto status = fileSystem.linkStatus(path, error);
+    if (!status) return MeasuredMetrics{.fileCount = 1, .requiresFullDiskAccess = true};
+    return MeasuredMetrics{
+        .allocatedBytes = status->allocatedSize,
+        .logicalBytes = status->size,
+        .fileCount = 1,
+        .lastAccessedDate = status->accessDate,
+        .lastModifiedDate = status->modificationDate,
+        .requiresFullDiskAccess = false,
+    };
+}
+
+MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& path, UnreadableDirectories unreadable) {
+    std::error_code error;
+    auto status = fileSystem.status(path, error);
+    if (!status) return {};
+    if (status->kind != FileKind::directory) return measureSingleFile(fileSystem, path);
+
+    MeasuredMetrics metrics;
+    std::unordered_set<InodeKey, InodeKeyHash> seen;
+    WalkCallbacks callbacks;
+    callbacks.visit = [&](const WalkEntry& entry) {
+        // Links are reported, never followed; directories add nothing.
+        if (entry.kind != FileKind::regular || !entry.status) return WalkAction::proceed;
+        ++metrics.fileCount; // every link to a file counts as a file
+        const FileStatus& file = *entry.status;
+        if (!seen.insert(InodeKey{file.device, file.inode}).second) return WalkAction::proceed;
+        metrics.logicalBytes += file.size;
+        metrics.allocatedBytes += file.allocatedSize;
+        keepNewer(metrics.lastModifiedDate, file.modificationDate);
+        keepNewer(metrics.lastAccessedDate, file.accessDate);
+        return WalkAction::proceed;
+    };
+    callbacks.onError = [&](const std::string&, std::error_code failure, WalkFailure kind) {
+        if (kind == WalkFailure::entry) {
+            metrics.requiresFullDiskAccess = true;
+        } else if (unreadable == UnreadableDirectories::flagPermissionErrors &&
+                   TCCIsolationHelper::isPermissionOrTCCError(failure)) {
+            metrics.requiresFullDiskAccess = true;
+        }
+    };
+    fileSystem.walk(path, WalkOptions{.status = WalkStatus::regularFiles}, callbacks);
+    metrics.fileCount = std::max<std::int64_t>(metrics.fileCount, 1);
+    return metrics;
+}
+
+bool passesKeepTest(const MeasuredMetrics& metrics) { return metrics.fileCount > 0 || metrics.logicalBytes >= 1; }
+
+} // namespace unbulk::ItemMeasurer
