@@ -122,10 +122,10 @@ int ThermalGovernor::activePermits() const {
 }
 
 void ThermalGovernor::updateThermalConditions() {
-    // The providers are asked outside the lock: they may read files.
-    ConcurrencyProfile profile = calculateProfile(thermalProvider_->thermalState(), *powerProvider_, activeProcessors_);
+    // The providers are asked under the lock, so that of two updates at once
+    // the one that read the conditions last is the one that stays.
     std::lock_guard lock(mutex_);
-    cachedProfile_ = std::move(profile);
+    cachedProfile_ = calculateProfile(thermalProvider_->thermalState(), *powerProvider_, activeProcessors_);
     resumeWaitersIfNeeded();
 }
 
