@@ -23,13 +23,17 @@ bool isAllowedScalar(char32_t scalar) {
     return scalar == U'.' || scalar == U'_' || scalar == U'-' || unicode::isAlphanumeric(scalar);
 }
 
-void validatePatterns(const RuleDefinition& rule, const FileURL& homeURL) {
-    for (const auto& pattern : rule.patterns) SandboxValidator::validatePattern(pattern, std::nullopt, homeURL);
+// A pattern without wildcards is judged as a path, links resolved, through
+// the registry's own file system like every other disk access here.
+void validatePatterns(const RuleDefinition& rule, const FileURL& homeURL, const FileSystem& fileSystem) {
+    for (const auto& pattern : rule.patterns) {
+        SandboxValidator::validatePattern(pattern, std::nullopt, homeURL, fileSystem);
+    }
 }
 
-bool patternsPass(const RuleDefinition& rule, const FileURL& homeURL) {
+bool patternsPass(const RuleDefinition& rule, const FileURL& homeURL, const FileSystem& fileSystem) {
     try {
-        validatePatterns(rule, homeURL);
+        validatePatterns(rule, homeURL, fileSystem);
         return true;
     } catch (const SandboxSecurityError&) {
         return false;
@@ -80,7 +84,7 @@ void RuleRegistry::loadCustomRules() {
     for (auto& stored : catalog.rules) {
         auto existing = rulesById_.find(stored.id);
         if (existing != rulesById_.end() && existing->second.isBuiltIn) continue;
-        if (!patternsPass(stored, homeURL_)) continue;
+        if (!patternsPass(stored, homeURL_, *fileSystem_)) continue;
         std::string id = stored.id;
         rulesById_.insert_or_assign(std::move(id), std::move(stored));
     }
@@ -130,7 +134,7 @@ void RuleRegistry::registerRule(const RuleDefinition& incoming) {
         throw RuleRegistryError(Kind::cannotOverwriteBuiltIn, incoming.id);
     }
     if (incoming.patterns.empty()) throw RuleRegistryError(Kind::emptyPatterns, incoming.id);
-    validatePatterns(incoming, homeURL_);
+    validatePatterns(incoming, homeURL_, *fileSystem_);
 
     RuleDefinition rule = incoming;
     if (incoming.isBuiltIn) {

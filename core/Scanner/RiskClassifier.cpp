@@ -1,6 +1,7 @@
 #include "Scanner/RiskClassifier.hpp"
 
 #include <array>
+#include <cctype>
 #include <string_view>
 
 #include "Rules/CacheDirTagDetector.hpp"
