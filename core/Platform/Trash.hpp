@@ -1,0 +1,29 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+
+namespace unbulk {
+
+// The user's Trash. Moving an item there is the reversible way of removing
+// it: the desktop's own Trash tools can put it back.
+class Trash {
+public:
+    virtual ~Trash() = default;
+
+    // Moves the item at `path` (a file, a directory or a link, never followed)
+    // to the Trash. On success answers true and sets `landedPath` to where the
+    // item now lies when that is known; on failure answers false with `error`
+    // set and leaves the item where it was.
+    virtual bool trashItem(const std::string& path, std::optional<std::string>& landedPath,
+                           std::error_code& error) = 0;
+};
+
+// Linux: the freedesktop.org Trash specification 1.0 (the home trash under
+// $XDG_DATA_HOME/Trash, $topdir/.Trash-$uid on other file systems).
+// macOS: NSFileManager's trashItemAtURL:resultingItemURL:error:.
+std::shared_ptr<Trash> makeDefaultTrash();
+
+} // namespace unbulk
