@@ -1,0 +1,261 @@
+#include "Safety/AuditLogger.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+#include "Support/Json.hpp"
+#include "Support/Paths.hpp"
+#include "Support/Sha256.hpp"
+#include "Support/Unicode.hpp"
+
+namespace unbulk {
+namespace {
+
+using Kind = AuditLoggerError::Kind;
+
+constexpr std::uint32_t logFileMode = 0600;
+constexpr std::uint32_t logDirectoryMode = 0700;
+
+AuditLoggerError writeFailed(std::string text) { return AuditLoggerError(Kind::writeFailed, std::move(text)); }
+
+bool isValidUtf8(std::string_view text) { return unicode::isAscii(text) || unicode::scalars(text).has_value(); }
+
+// The length of the line break that starts at `i`, or 0. Line breaks are
+// those of Unicode's newline set: LF, VT, FF, CR, NEL, LINE SEPARATOR and
+// PARAGRAPH SEPARATOR. "\r\n" counts as two, and the empty line between them
+// is dropped as blank. The text is valid UTF-8 here, so the lead bytes 0xC2
+// and 0xE2 cannot be continuation bytes of something else.
+std::size_t newlineLength(std::string_view text, std::size_t i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte >= 0x0A && byte <= 0x0D) return 1;
+    auto at = [&](std::size_t k) { return k < text.size() ? static_cast<unsigned char>(text[k]) : 0u; };
+    if (byte == 0xC2 && at(i + 1) == 0x85) return 2;
+    if (byte == 0xE2 && at(i + 1) == 0x80 && (at(i + 2) == 0xA8 || at(i + 2) == 0xA9)) return 3;
+    return 0;
+}
+
+std::vector<std::string_view> splitLines(std::string_view text) {
+    std::vector<std::string_view> lines;
+    std::size_t start = 0;
+    std::size_t i = 0;
+    while (i < text.size()) {
+        if (std::size_t length = newlineLength(text, i)) {
+            lines.push_back(text.substr(start, i - start));
+            i += length;
+            start = i;
+        } else {
+            ++i;
+        }
+    }
+    lines.push_back(text.substr(start));
+    return lines;
+}
+
+// Compact JSON with sorted keys, every "/" written as "\/" as the platform's
+// JSON encoder does by default. A "/" can only stand inside a string in JSON
+// text, and nlohmann never emits one as part of an escape, so replacing them
+// all on the finished text is exact.
+std::string encodeLine(const AuditLogEntry& entry) {
+    // Text that is not UTF-8 (a Linux file name may hold any bytes) would be
+    // written with replacement characters and then never verify against its
+    // hash; a non-finite duration has no JSON form. Neither gets a line.
+    bool encodable = std::isfinite(entry.durationMs.value_or(0.0)) && isValidUtf8(entry.client);
+    for (const auto& path : entry.paths) encodable = encodable && isValidUtf8(path);
+    if (!encodable) throw writeFailed("Failed to encode audit entry to JSON.");
+
+    const std::string compact = json::compact(toJson(entry));
+    std::string line;
+    line.reserve(compact.size() + compact.size() / 8 + 1);
+    for (char c : compact) {
+        if (c == '/') line += '\\';
+        line += c;
+    }
+    line += '\n';
+    return line;
+}
+
+} // namespace
+
+AuditLogger::AuditLogger(std::optional<FileURL> logFileURL, FileURL homeURL, std::shared_ptr<FileSystem> fileSystem)
+    : logFileURL_(logFileURL ? std::move(*logFileURL) : defaultLogFile(homeURL)),
+      fileSystem_(std::move(fileSystem)) {}
+
+FileURL AuditLogger::defaultLogDirectory(const FileURL& homeURL) { return homeURL.appending(".unbulk", true); }
+
+FileURL AuditLogger::defaultLogFile(const FileURL& homeURL) {
+    return defaultLogDirectory(homeURL).appending("audit.jsonl");
+}
+
+std::optional<std::string> AuditLogger::lastHash() const {
+    std::lock_guard lock(mutex_);
+    return lastHash_;
+}
+
+std::string AuditLogger::durationText(std::optional<double> durationMs) {
+    if (!durationMs) return "0.0";
+    // Fixed notation with no precision asked for is the shortest plain
+    // decimal that reads back as the same double. The longest texts are
+    // -1.8e308 (310 characters) and -5e-324 ("-0." and 324 digits).
+    char buffer[400];
+    auto [end, status] = std::to_chars(buffer, buffer + sizeof buffer, *durationMs, std::chars_format::fixed);
+    if (status != std::errc{}) return "0.0"; // cannot happen with this buffer
+    std::string text(buffer, end);
+    if (std::isfinite(*durationMs) && text.find('.') == std::string::npos) text += ".0";
+    return text;
+}
+
+std::string AuditLogger::computeHash(std::string_view previousHash, std::string_view timestamp,
+                                     std::string_view operationId, std::string_view operationType,
+                                     std::int64_t itemsCount, std::int64_t bytesUnbulked,
+                                     const std::vector<std::string>& paths, std::string_view client,
+                                     std::optional<double> durationMs) {
+    std::vector<std::string> sorted = paths;
+    std::sort(sorted.begin(), sorted.end());
+    std::string joinedPaths;
+    for (std::size_t i = 0; i < sorted.size(); ++i) {
+        if (i > 0) joinedPaths += ',';
+        joinedPaths += sorted[i];
+    }
+
+    const std::string items = std::to_string(itemsCount);
+    const std::string bytes = std::to_string(bytesUnbulked);
+    const std::string duration = durationText(durationMs);
+    const std::string_view fields[] = {previousHash, timestamp, operationId, operationType, items,
+                                       bytes,        client,    duration,    joinedPaths};
+    std::string text;
+    for (std::size_t i = 0; i < std::size(fields); ++i) {
+        if (i > 0) text += '|';
+        text += fields[i];
+    }
+    return sha256Hex(text);
+}
+
+AuditLogEntry AuditLogger::record(const Uuid& operationId, AuditOperationType operationType, std::int64_t itemsCount,
+                                  std::int64_t bytesUnbulked, const std::vector<std::string>& paths,
+                                  const std::string& client, std::optional<double> durationMs, Date date) {
+    std::lock_guard lock(mutex_);
+    ensureDirectoryExists();
+
+    // The file is the authority on the chain, whatever this instance wrote last.
+    const std::vector<AuditLogEntry> existing = readEntriesLocked();
+    std::string previousHash = existing.empty() ? std::string(genesisHash) : existing.back().rollingHash;
+    lastHash_ = previousHash;
+
+    AuditLogEntry entry;
+    entry.timestamp = dates::iso8601Milliseconds(date);
+    entry.operationId = operationId.string();
+    entry.operationType = operationType;
+    entry.itemsCount = itemsCount;
+    entry.bytesUnbulked = bytesUnbulked;
+    entry.paths = paths;
+    entry.client = client;
+    entry.durationMs = durationMs;
+    entry.previousHash = std::move(previousHash);
+    entry.rollingHash = computeHash(entry.previousHash, entry.timestamp, entry.operationId, rawValue(operationType),
+                                    itemsCount, bytesUnbulked, paths, client, durationMs);
+
+    appendToFile(encodeLine(entry));
+    lastHash_ = entry.rollingHash;
+    return entry;
+}
+
+void AuditLogger::ensureDirectoryExists() {
+    const std::string directory = paths::deletingLastComponent(logFileURL_.path());
+    if (fileSystem_->fileExists(directory)) return;
+    std::error_code error;
+    if (!fileSystem_->createDirectory(directory, logDirectoryMode, true, error)) {
+        throw AuditLoggerError(Kind::directoryCreationFailed, error.message());
+    }
+}
+
+void AuditLogger::appendToFile(const std::string& line) {
+    const std::string& path = logFileURL_.path();
+    std::error_code error;
+    if (!fileSystem_->fileExists(path)) {
+        if (!fileSystem_->writeFileAtomically(path, line, logFileMode, error)) {
+            throw writeFailed("Unable to create log file: " + error.message());
+        }
+        if (!fileSystem_->setPermissions(path, logFileMode, error)) {
+            // The file did not exist before this call: take it back, so that a
+            // failure leaves the disk as it was.
+            std::error_code ignored;
+            fileSystem_->removeItem(path, ignored);
+            throw writeFailed("Unable to create log file: " + error.message());
+        }
+        return;
+    }
+    // The file system's append opens, writes and flushes to disk in one call,
+    // closing the descriptor on every way out; it does not say which step
+    // failed, so every failure here carries the append sentence.
+    if (!fileSystem_->appendToFile(path, line, logFileMode, error)) {
+        throw writeFailed("Failed to append data to log file: " + error.message());
+    }
+}
+
+std::vector<AuditLogEntry> AuditLogger::readEntries() const {
+    std::lock_guard lock(mutex_);
+    return readEntriesLocked();
+}
+
+std::vector<AuditLogEntry> AuditLogger::readEntriesLocked() const {
+    const std::string& path = logFileURL_.path();
+    if (!fileSystem_->fileExists(path)) return {};
+
+    std::error_code error;
+    auto contents = fileSystem_->readFile(path, std::numeric_limits<std::size_t>::max(), error);
+    if (!contents) throw AuditLoggerError(Kind::readFailed, "Could not read audit log: " + error.message());
+    if (!isValidUtf8(*contents)) {
+        throw AuditLoggerError(Kind::readFailed, "Could not read audit log: the file is not valid UTF-8 text");
+    }
+
+    std::vector<AuditLogEntry> entries;
+    std::int64_t lineNumber = 0;
+    for (std::string_view line : splitLines(*contents)) {
+        if (unicode::trimmingWhitespaceAndNewlines(line).empty()) continue;
+        ++lineNumber;
+        try {
+            entries.push_back(auditLogEntryFromJson(Json::parse(line)));
+        } catch (const std::exception& decoding) {
+            throw AuditLoggerError(Kind::decodingFailed, decoding.what(), lineNumber);
+        }
+    }
+    return entries;
+}
+
+AuditVerificationResult AuditLogger::verifyIntegrity() const {
+    std::lock_guard lock(mutex_);
+    const std::vector<AuditLogEntry> entries = readEntriesLocked();
+
+    AuditVerificationResult result;
+    result.totalEntries = static_cast<std::int64_t>(entries.size());
+    auto invalid = [&](std::int64_t n, std::string reason) {
+        result.isValid = false;
+        result.tamperedLineIndex = n - 1;
+        result.failureReason = std::move(reason);
+        return result;
+    };
+
+    std::string expected(genesisHash);
+    std::int64_t n = 0;
+    for (const auto& entry : entries) {
+        ++n;
+        if (entry.previousHash != expected) {
+            return invalid(n, "Previous hash mismatch at line " + std::to_string(n) + ". Expected " + expected +
+                                  ", got " + entry.previousHash);
+        }
+        const std::string computed =
+            computeHash(entry.previousHash, entry.timestamp, entry.operationId, rawValue(entry.operationType),
+                        entry.itemsCount, entry.bytesUnbulked, entry.paths, entry.client, entry.durationMs);
+        if (computed != entry.rollingHash) {
+            return invalid(n, "Rolling hash mismatch at line " + std::to_string(n) +
+                                  ". Content was modified. Computed " + computed + ", stored " + entry.rollingHash);
+        }
+        expected = entry.rollingHash;
+    }
+    result.isValid = true;
+    return result;
+}
+
+} // namespace unbulk
