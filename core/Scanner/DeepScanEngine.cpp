@@ -65,9 +65,10 @@ const CategorySet& DeepScanEngine::systemCategories() {
 }
 
 DeepScanEngine::DeepScanEngine(Configuration configuration) : DeepScanEngine(configuration, Stages{}) {
-    auto developer = std::make_shared<DeveloperTargets>(homeURL_, applicationsURLs_, configuration.projectRoots,
-                                                        fileSystem_, configuration.isProcessRunning);
-    auto system = std::make_shared<SystemTargets>(homeURL_, fileSystem_);
+    auto developer =
+        std::make_shared<DeveloperTargets>(homeURL_, applicationsURLs_, configuration.projectRoots, fileSystem_,
+                                           configuration.ruleRegistry, configuration.isProcessRunning);
+    auto system = std::make_shared<SystemTargets>(homeURL_, fileSystem_, configuration.ruleRegistry);
     stages_.developer = [developer](const CategorySet& categories, const ScanProgressHandler& progress,
                                     std::stop_token stop) { return developer->scan(categories, progress, stop); };
     stages_.system = [system](const CategorySet& categories, const ScanProgressHandler& progress,

@@ -13,6 +13,7 @@
 
 namespace unbulk {
 
+class RuleRegistry;
 class ThermalGovernor;
 class ScanEventStream;
 
@@ -32,6 +33,7 @@ public:
         std::shared_ptr<FileSystem> fileSystem;
         std::optional<std::vector<FileURL>> applicationsURLs; // default: /Applications, ~/Applications
         std::optional<std::vector<FileURL>> projectRoots;
+        std::shared_ptr<const RuleRegistry> ruleRegistry; // handed to the targets' classifiers
         ProcessRunningCheck isProcessRunning;
         std::shared_ptr<ThermalGovernor> thermalGovernor; // default: the machine's providers
     };

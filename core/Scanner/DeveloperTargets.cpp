@@ -1,6 +1,10 @@
 #include "Scanner/DeveloperTargets.hpp"
 
+#include <algorithm>
+
+#include "Platform/Processes.hpp"
 #include "Support/Cancellation.hpp"
+#include "Support/Paths.hpp"
 
 namespace unbulk {
 namespace {
@@ -13,6 +17,17 @@ std::vector<FileURL> defaultProjectRoots(const FileURL& homeURL) {
     return roots;
 }
 
+std::string lowercased(std::string_view text) {
+    std::string out(text);
+    for (auto& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+template <typename Items>
+void append(std::vector<DiscoveredItem>& into, Items&& more) {
+    into.insert(into.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
+}
+
 } // namespace
 
 std::vector<FileURL> defaultApplicationsURLs(const FileURL& homeURL) {
@@ -21,22 +36,284 @@ std::vector<FileURL> defaultApplicationsURLs(const FileURL& homeURL) {
 
 DeveloperTargets::DeveloperTargets(FileURL homeURL, std::optional<std::vector<FileURL>> applicationsURLs,
                                    std::optional<std::vector<FileURL>> projectRoots,
-                                   std::shared_ptr<FileSystem> fileSystem, ProcessRunningCheck isProcessRunning)
+                                   std::shared_ptr<FileSystem> fileSystem,
+                                   std::shared_ptr<const RuleRegistry> ruleRegistry,
+                                   ProcessRunningCheck isProcessRunning, std::optional<RiskClassifier> riskClassifier)
     : homeURL_(std::move(homeURL)),
       applicationsURLs_(applicationsURLs ? std::move(*applicationsURLs) : defaultApplicationsURLs(homeURL_)),
       projectRoots_(projectRoots ? std::move(*projectRoots) : defaultProjectRoots(homeURL_)),
-      fileSystem_(std::move(fileSystem)),
-      isProcessRunning_(std::move(isProcessRunning)) {}
+      fileSystem_(fileSystem ? std::move(fileSystem) : makeDefaultFileSystem()),
+      isProcessRunning_(isProcessRunning ? std::move(isProcessRunning) : defaultProcessChecker()),
+      ruleRegistry_(std::move(ruleRegistry)),
+      riskClassifier_(riskClassifier ? std::move(*riskClassifier)
+                                     : RiskClassifier(homeURL_, ruleRegistry_, fileSystem_)) {}
 
 std::vector<DiscoveredItem> DeveloperTargets::scan(const CategorySet& categories, const ScanProgressHandler& progress,
                                                    std::stop_token stop) const {
-    (void)categories;
-    (void)progress;
-    throwIfCancelled(stop);
-    // The sub-scans (package caches, git worktrees, model weights, Docker
-    // images, Xcode products, stray node_modules) are not built yet; until
-    // they are, the stage finds nothing.
-    return {};
+    std::vector<DiscoveredItem> items;
+    auto run = [&](auto&& subScan) {
+        throwIfCancelled(stop);
+        append(items, subScan());
+    };
+    if (categories.contains(StorageCategory::developerCache)) {
+        run([&] { return scanUVCaches(progress); });
+        run([&] { return scanPackageManagerCaches(progress); });
+        run([&] { return scanHomebrewCaches(progress); });
+        run([&] { return scanGradleCaches(progress); });
+        run([&] { return scanGitWorktrees(progress, stop); });
+    }
+    if (categories.contains(StorageCategory::aiModelWeights)) run([&] { return scanAIModelWeights(progress); });
+    if (categories.contains(StorageCategory::dockerVM)) run([&] { return scanDockerVMs(progress); });
+    if (categories.contains(StorageCategory::xcodeArtifacts)) run([&] { return scanXcodeArtifacts(progress); });
+    if (categories.contains(StorageCategory::strayDependencies)) run([&] { return scanStrayNodeModules(progress); });
+    return items;
+}
+
+MeasuredMetrics DeveloperTargets::measureItem(const FileURL& url) const {
+    return ItemMeasurer::measureItem(*fileSystem_, url.path());
+}
+
+ProcessRunningCheck DeveloperTargets::defaultProcessChecker() {
+    return [](const std::string& name) {
+        const std::string wanted = lowercased(name);
+        if (wanted.empty()) return false; // as the platform's "contains" answers for an empty text
+        auto processes = makeDefaultProcesses();
+        for (const auto& running : processes->runningProcessNames()) {
+            if (lowercased(running).find(wanted) != std::string::npos) return true;
+        }
+        return false;
+    };
+}
+
+FileURL DeveloperTargets::homeChild(std::string_view relative, bool isDirectory) const {
+    return homeURL_.appending(relative, isDirectory);
+}
+
+std::optional<std::vector<FileURL>> DeveloperTargets::list(const FileURL& directory, ListOptions options) const {
+    std::error_code error;
+    auto entries = fileSystem_->contentsOfDirectory(directory.path(), options, error);
+    if (error) return std::nullopt;
+    std::vector<FileURL> urls;
+    urls.reserve(entries.size());
+    for (const auto& entry : entries) {
+        urls.push_back(directory.appending(entry.name, entry.kind == FileKind::directory));
+    }
+    return urls;
+}
+
+// ---- package caches
+
+namespace {
+
+// The URL of a home-relative place when it exists (links followed, as an
+// existence test does), with the directory flag the disk gives it.
+std::optional<FileURL> existingHomeChild(const FileSystem& fileSystem, const FileURL& home,
+                                         std::string_view relative) {
+    const FileURL url = home.appending(relative, true);
+    std::error_code error;
+    auto status = fileSystem.status(url.path(), error);
+    if (!status) return std::nullopt;
+    return FileURL(url.path(), status->kind == FileKind::directory);
+}
+
+// Every occurrence of `what` in `text` replaced; an empty `what` changes nothing.
+std::string replacingOccurrences(std::string text, std::string_view what, std::string_view with) {
+    if (what.empty()) return text;
+    std::string out;
+    std::size_t from = 0;
+    for (std::size_t at; (at = text.find(what, from)) != std::string::npos; from = at + what.size()) {
+        out.append(text, from, at - from);
+        out.append(with);
+    }
+    out.append(text, from);
+    return out;
+}
+
+bool endsWith(std::string_view text, std::string_view suffix) {
+    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+// A download Homebrew gave up on: the extension "incomplete" in any case, or
+// a name that ends in ".incomplete" exactly (which also catches a hidden
+// file of that name, whose extension is empty).
+bool isIncompleteDownload(const std::string& name) {
+    return lowercased(paths::pathExtension(name)) == "incomplete" || endsWith(name, ".incomplete");
+}
+
+void keepNewer(std::optional<Date>& newest, const std::optional<Date>& candidate) {
+    if (candidate && (!newest || *candidate > *newest)) newest = candidate;
+}
+
+} // namespace
+
+std::vector<DiscoveredItem> DeveloperTargets::scanUVCaches(const ScanProgressHandler& progress) const {
+    ItemCollector collector(riskClassifier_, progress);
+    for (std::string_view relative : {".cache/uv", "Library/Caches/uv"}) {
+        auto base = existingHomeChild(*fileSystem_, homeURL_, relative);
+        if (!base) continue;
+        auto entries = list(*base, ListOptions{.skipHiddenFiles = true});
+        if (entries && !entries->empty()) {
+            // One item per cache bucket; plain files at the top are uv's own
+            // bookkeeping and the base gives no item of its own.
+            for (const auto& entry : *entries) {
+                // The listing already knows a real directory; a link is asked
+                // about, since a link to a folder counts as one.
+                if (!entry.isDirectory() && !fileSystem_->isDirectory(entry.path())) continue;
+                const MeasuredMetrics metrics = measureItem(entry);
+                if (!ItemMeasurer::passesKeepTest(metrics)) continue;
+                collector.add({.url = entry,
+                               .description = "uv Cache (" + entry.lastComponent() + ")",
+                               .fallbackRuleId = "dev.uv.cache"},
+                              metrics);
+            }
+            continue;
+        }
+        const MeasuredMetrics metrics = measureItem(*base);
+        if (!ItemMeasurer::passesKeepTest(metrics)) continue;
+        collector.add({.url = *base, .description = "uv Package and Wheel Archives", .fallbackRuleId = "dev.uv.cache"},
+                      metrics);
+    }
+    return collector.take();
+}
+
+std::vector<DiscoveredItem> DeveloperTargets::scanPackageManagerCaches(const ScanProgressHandler& progress) const {
+    ItemCollector collector(riskClassifier_, progress);
+    // Measures a place that exists and keeps it when it passes the keep test.
+    auto tryPlace = [&](std::string_view relative, std::string description, const char* ruleId,
+                        std::string_view skipWhenPathHolds = {}) {
+        const FileURL candidate = homeChild(relative);
+        if (!skipWhenPathHolds.empty() && candidate.path().find(skipWhenPathHolds) != std::string::npos) return false;
+        auto url = existingHomeChild(*fileSystem_, homeURL_, relative);
+        if (!url) return false;
+        const MeasuredMetrics metrics = measureItem(*url);
+        if (!ItemMeasurer::passesKeepTest(metrics)) return false;
+        collector.add({.url = *url, .description = std::move(description), .fallbackRuleId = ruleId}, metrics);
+        return true;
+    };
+
+    // npm: its known subfolders one by one, the whole folder only when none
+    // of them gave an item.
+    if (fileSystem_->fileExists(homeChild(".npm").path())) {
+        bool anySubfolder = false;
+        for (std::string_view sub : {"_cacache", "_npx", "_logs", "_prebuilds"}) {
+            const std::string relative = ".npm/" + std::string(sub);
+            if (tryPlace(relative, "npm Download Cache (" + std::string(sub) + ")", "dev.npm.cache")) {
+                anySubfolder = true;
+            }
+        }
+        if (!anySubfolder) tryPlace(".npm", "npm Package Cache", "dev.npm.cache");
+    }
+
+    tryPlace(".bun/install/cache", "Bun Package Install Cache", "dev.bun.cache");
+
+    for (std::string_view relative : {".cache/pip", "Library/Caches/pip"}) {
+        tryPlace(relative, "pip HTTP Response and Wheel Cache", "dev.pip.cache");
+    }
+
+    // Cargo's installed binaries are never a cache, whatever the home is called.
+    constexpr std::string_view cargoBin = "/.cargo/bin";
+    tryPlace(".cargo/registry/cache", "Cargo Crate Archive Cache (.crate)", "dev.cargo.cache", cargoBin);
+    tryPlace(".cargo/registry/src", "Cargo Unpacked Crate Source Cache", "dev.cargo.cache", cargoBin);
+    tryPlace(".cargo/git/db", "Cargo Bare Git Repositories", "dev.cargo.cache", cargoBin);
+    tryPlace(".cargo/git/checkouts", "Cargo Git Checkout Cache", "dev.cargo.cache", cargoBin);
+    tryPlace(".cargo/.package-cache", "Cargo Package Cache", "dev.cargo.cache", cargoBin);
+
+    for (std::string_view relative : {".local/share/pnpm/store", "Library/pnpm/store", ".pnpm-store"}) {
+        const std::string shown = replacingOccurrences(homeChild(relative).path(), homeURL_.path(), "~");
+        tryPlace(relative, "pnpm Virtual Store (" + shown + ")", "dev.pnpm.store");
+    }
+    return collector.take();
+}
+
+std::vector<DiscoveredItem> DeveloperTargets::scanHomebrewCaches(const ScanProgressHandler& progress) const {
+    ItemCollector collector(riskClassifier_, progress);
+    auto base = existingHomeChild(*fileSystem_, homeURL_, "Library/Caches/Homebrew");
+    if (!base) return collector.take();
+    bool foundKnownSubfolder = false;
+
+    if (auto downloads = existingHomeChild(*fileSystem_, homeURL_, "Library/Caches/Homebrew/downloads")) {
+        foundKnownSubfolder = true;
+        // Hidden entries count here: a download in progress may be one.
+        if (auto entries = list(*downloads, ListOptions{.skipHiddenFiles = false})) {
+            MeasuredMetrics bottles;
+            for (const auto& entry : *entries) {
+                const std::string name = entry.lastComponent();
+                const MeasuredMetrics metrics = measureItem(entry);
+                if (isIncompleteDownload(name)) {
+                    if (!ItemMeasurer::passesKeepTest(metrics)) continue;
+                    collector.add({.url = entry,
+                                   .description = "Homebrew Incomplete Download: " + name,
+                                   .fallbackRuleId = "dev.homebrew.incomplete",
+                                   .classifyAsOrphaned = false,
+                                   .isOrphaned = true,
+                                   .fileCount = 1,
+                                   .ruleIdOverride = "dev.homebrew.incomplete"},
+                                  metrics);
+                    continue;
+                }
+                bottles.allocatedBytes += metrics.allocatedBytes;
+                bottles.logicalBytes += metrics.logicalBytes;
+                bottles.fileCount += metrics.fileCount;
+                bottles.requiresFullDiskAccess = bottles.requiresFullDiskAccess || metrics.requiresFullDiskAccess;
+                keepNewer(bottles.lastAccessedDate, metrics.lastAccessedDate);
+                keepNewer(bottles.lastModifiedDate, metrics.lastModifiedDate);
+            }
+            // Stricter than the usual keep test: empty files make no item.
+            if (bottles.fileCount >= 1 && (bottles.allocatedBytes > 0 || bottles.logicalBytes >= 1)) {
+                collector.add({.url = *downloads,
+                               .description = "Homebrew Downloaded Bottles & Packages",
+                               .fallbackRuleId = "dev.homebrew.cache"},
+                              bottles);
+            }
+        } else {
+            const MeasuredMetrics metrics = measureItem(*downloads);
+            if (ItemMeasurer::passesKeepTest(metrics)) {
+                collector.add({.url = *downloads,
+                               .description = "Homebrew Download Cache",
+                               .fallbackRuleId = "dev.homebrew.cache"},
+                              metrics);
+            }
+        }
+    }
+
+    for (auto [name, description] : {std::pair{"Cask", "Homebrew Cask Download Cache"},
+                                      std::pair{"api", "Homebrew API Metadata Cache"}}) {
+        auto url = existingHomeChild(*fileSystem_, homeURL_, std::string("Library/Caches/Homebrew/") + name);
+        if (!url) continue;
+        foundKnownSubfolder = true;
+        const MeasuredMetrics metrics = measureItem(*url);
+        if (!ItemMeasurer::passesKeepTest(metrics)) continue;
+        collector.add({.url = *url, .description = description, .fallbackRuleId = "dev.homebrew.cache"}, metrics);
+    }
+
+    // An older or unfamiliar layout: show the cache whole.
+    if (!foundKnownSubfolder) {
+        const MeasuredMetrics metrics = measureItem(*base);
+        if (ItemMeasurer::passesKeepTest(metrics)) {
+            collector.add({.url = *base,
+                           .description = "Homebrew Formula & Cask Cache",
+                           .fallbackRuleId = "dev.homebrew.cache"},
+                          metrics);
+        }
+    }
+    return collector.take();
+}
+
+std::vector<DiscoveredItem> DeveloperTargets::scanGradleCaches(const ScanProgressHandler& progress) const {
+    ItemCollector collector(riskClassifier_, progress);
+    if (!fileSystem_->fileExists(homeChild(".gradle").path())) return collector.take();
+    for (auto [relative, description] : {std::pair{".gradle/caches", "Gradle Dependency & Transform Cache"},
+                                         std::pair{".gradle/wrapper/dists", "Gradle Wrapper Distributions"},
+                                         std::pair{".gradle/daemon", "Gradle Daemon Execution Logs & State"}}) {
+        // The user's Gradle settings are never a cache, whatever the home is called.
+        if (homeChild(relative).path().find("gradle.properties") != std::string::npos) continue;
+        auto url = existingHomeChild(*fileSystem_, homeURL_, relative);
+        if (!url) continue;
+        const MeasuredMetrics metrics = measureItem(*url);
+        if (!ItemMeasurer::passesKeepTest(metrics)) continue;
+        collector.add({.url = *url, .description = description, .fallbackRuleId = "dev.gradle.cache"}, metrics);
+    }
+    return collector.take();
 }
 
 } // namespace unbulk

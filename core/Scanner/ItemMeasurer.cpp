@@ -46,6 +46,7 @@ MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& pat
     if (status->kind != FileKind::directory) return measureSingleFile(fileSystem, path);
 
     MeasuredMetrics metrics;
+    bool rootUnreadable = false;
     std::unordered_set<InodeKey, InodeKeyHash> seen;
     WalkCallbacks callbacks;
     callbacks.visit = [&](const WalkEntry& entry) {
@@ -60,7 +61,8 @@ MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& pat
         keepNewer(metrics.lastAccessedDate, file.accessDate);
         return WalkAction::proceed;
     };
-    callbacks.onError = [&](const std::string&, std::error_code failure, WalkFailure kind) {
+    callbacks.onError = [&](const std::string& where, std::error_code failure, WalkFailure kind) {
+        if (kind == WalkFailure::directory && where == path) rootUnreadable = true;
         if (kind == WalkFailure::entry) {
             metrics.requiresFullDiskAccess = true;
         } else if (unreadable == UnreadableDirectories::flagPermissionErrors &&
@@ -69,6 +71,12 @@ MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& pat
         }
     };
     fileSystem.walk(path, WalkOptions{.status = WalkStatus::regularFiles}, callbacks);
+    if (rootUnreadable) {
+        // No walk could start: the directory is measured as the one thing it is.
+        MeasuredMetrics single = measureSingleFile(fileSystem, path);
+        single.requiresFullDiskAccess = single.requiresFullDiskAccess || metrics.requiresFullDiskAccess;
+        return single;
+    }
     metrics.fileCount = std::max<std::int64_t>(metrics.fileCount, 1);
     return metrics;
 }
