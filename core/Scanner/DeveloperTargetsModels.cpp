@@ -1,0 +1,230 @@
+#include "Scanner/DeveloperTargets.hpp"
+
+#include <array>
+#include <string_view>
+
+#include "Support/Paths.hpp"
+
+namespace unbulk {
+namespace {
+
+constexpr std::string_view huggingFaceRuleId = "ai.huggingface.hub";
+constexpr std::string_view whisperRuleId = "ai.whisper.models";
+constexpr std::string_view ollamaRuleId = "ai.ollama.models";
+constexpr std::string_view lmStudioRuleId = "ai.lmstudio.models";
+constexpr std::string_view vllmRuleId = "ai.vllm.weights";
+constexpr std::string_view dockerRuleId = "dev.docker.orphaned_vm";
+
+constexpr std::array<std::string_view, 2> lmStudioRoots = {".cache/lm-studio/models", ".lmstudio/models"};
+constexpr std::array<std::string_view, 2> vllmPaths = {".cache/vllm", ".vllm"};
+
+// Short names of the processes that show Docker at work: the desktop
+// application, its virtualisation and backend helpers, the network proxy
+// (vpnkit, vpnkit-bridge, ...) and the engine itself.
+constexpr std::array<std::string_view, 5> dockerProcessNames = {"Docker", "com.docker.virtualization",
+                                                                "com.docker.backend", "vpnkit", "docker"};
+
+// Where a VM folder keeps its disk image, by Docker Desktop version.
+constexpr std::array<std::string_view, 3> dockerImageCandidates = {"data/Docker.raw", "Docker.raw",
+                                                                   "data/Docker.qcow2"};
+
+constexpr std::string_view dockerOrphanedState = "Orphaned (Docker.app uninstalled & inactive)";
+constexpr std::string_view dockerActiveState = "Active (Docker.app installed or running)";
+
+// The path as a URL whose directory flag matches the disk, or nothing when
+// nothing is there. One stat that follows links, as an existence test does.
+std::optional<FileURL> existingURL(const FileSystem& fileSystem, const std::string& path) {
+    std::error_code error;
+    auto status = fileSystem.status(path, error);
+    if (!status) return std::nullopt;
+    return FileURL(path, status->kind == FileKind::directory);
+}
+
+// A listed entry is a directory when the directory read says so, or when it
+// is a link (or of unknown kind) that leads to one.
+bool isDirectoryEntry(const FileSystem& fileSystem, const FileURL& entry) {
+    return entry.isDirectory() || fileSystem.isDirectory(entry.path());
+}
+
+// Every occurrence of `from`, left to right, each replaced once: the text a
+// replacement leaves is not searched again.
+std::string replacingOccurrences(std::string_view text, std::string_view from, std::string_view to) {
+    std::string out;
+    out.reserve(text.size());
+    std::size_t start = 0;
+    for (std::size_t found = text.find(from); found != std::string_view::npos; found = text.find(from, start)) {
+        out.append(text.substr(start, found - start));
+        out.append(to);
+        start = found + from.size();
+    }
+    out.append(text.substr(start));
+    return out;
+}
+
+// The hub keeps a repository in "models--<org>--<name>" (or "datasets--...",
+// "spaces--..."). Shown as "<org>/<name>": every "models--" goes, wherever it
+// stands, and every remaining "--" becomes "/".
+std::string huggingFaceModelName(std::string_view folderName) {
+    return replacingOccurrences(replacingOccurrences(folderName, "models--", ""), "--", "/");
+}
+
+bool hasWhisperModelExtension(const std::string& path) {
+    const std::string extension = paths::pathExtension(path);
+    return extension.size() == 2 && (extension[0] == 'p' || extension[0] == 'P') &&
+           (extension[1] == 't' || extension[1] == 'T');
+}
+
+} // namespace
+
+// ---- model weights
+
+std::vector<DiscoveredItem> DeveloperTargets::scanAIModelWeights(const ScanProgressHandler& progress) const {
+    ItemCollector collector(riskClassifier_, progress);
+    const ListOptions skipHidden{.skipHiddenFiles = true};
+
+    auto addItem = [&](const FileURL& url, std::string description, std::string_view fallbackRuleId,
+                       const MeasuredMetrics& metrics, std::optional<std::int64_t> fileCount = std::nullopt) {
+        collector.add({.url = url,
+                       .category = StorageCategory::aiModelWeights,
+                       .description = std::move(description),
+                       .fallbackRuleId = std::string(fallbackRuleId),
+                       .fileCount = fileCount},
+                      metrics);
+    };
+    // Measures a place and offers it unless it vanished since it was found.
+    auto addMeasured = [&](const FileURL& url, std::string description, std::string_view fallbackRuleId) {
+        const MeasuredMetrics metrics = measureItem(url);
+        if (ItemMeasurer::passesKeepTest(metrics)) addItem(url, std::move(description), fallbackRuleId, metrics);
+    };
+    auto existingHomeChild = [&](std::string_view relative) {
+        return existingURL(*fileSystem_, homeChild(relative).path());
+    };
+
+    // Hugging Face hub: one item per cached repository, so that one model can
+    // go and another stay. A hub that cannot be listed, or holds nothing but
+    // hidden bookkeeping (.locks), is offered whole.
+    if (auto hub = existingHomeChild(".cache/huggingface/hub")) {
+        auto entries = list(*hub, skipHidden);
+        if (entries && !entries->empty()) {
+            for (const FileURL& entry : *entries) {
+                if (!isDirectoryEntry(*fileSystem_, entry)) continue;
+                addMeasured(entry, "HuggingFace Model: " + huggingFaceModelName(entry.lastComponent()),
+                            huggingFaceRuleId);
+            }
+        } else {
+            addMeasured(*hub, "HuggingFace Model Hub Cache", huggingFaceRuleId);
+        }
+    }
+
+    if (auto assets = existingHomeChild(".cache/huggingface/assets")) {
+        addMeasured(*assets, "HuggingFace Assets & Preprocessed Datasets", huggingFaceRuleId);
+    }
+
+    // Whisper: each checkpoint (*.pt, hidden ones too) by itself. A partial
+    // download ("base.pt.part") is not a model and is passed over.
+    if (auto whisper = existingHomeChild(".cache/whisper")) {
+        auto entries = list(*whisper, ListOptions{});
+        if (entries && !entries->empty()) {
+            for (const FileURL& entry : *entries) {
+                if (!hasWhisperModelExtension(entry.path())) continue;
+                addItem(entry, "OpenAI Whisper Model: " + entry.lastComponent(), whisperRuleId, measureItem(entry), 1);
+            }
+        } else {
+            addMeasured(*whisper, "OpenAI Whisper Speech Models Cache", whisperRuleId);
+        }
+    }
+
+    // Ollama shares layers between models, so its store goes whole.
+    if (auto ollama = existingHomeChild(".ollama/models")) {
+        addMeasured(*ollama, "Ollama Local Model Layers & Manifests (GGUF)", ollamaRuleId);
+    }
+
+    // LM Studio: <root>/<publisher>/<model>, one item per model.
+    for (std::string_view relative : lmStudioRoots) {
+        auto root = existingHomeChild(relative);
+        if (!root) continue;
+        auto publishers = list(*root, skipHidden);
+        if (!publishers || publishers->empty()) {
+            addMeasured(*root, "LM Studio Local Models Cache", lmStudioRuleId);
+            continue;
+        }
+        for (const FileURL& publisher : *publishers) {
+            if (!isDirectoryEntry(*fileSystem_, publisher)) continue;
+            const std::string publisherName = publisher.lastComponent();
+            auto models = list(publisher, skipHidden);
+            if (!models || models->empty()) {
+                addMeasured(publisher, "LM Studio Model: " + publisherName, lmStudioRuleId);
+                continue;
+            }
+            for (const FileURL& model : *models) {
+                addMeasured(model, "LM Studio Model: " + publisherName + "/" + model.lastComponent(), lmStudioRuleId);
+            }
+        }
+    }
+
+    for (std::string_view relative : vllmPaths) {
+        if (auto vllm = existingHomeChild(relative)) {
+            addMeasured(*vllm, "vLLM Model Weights & Kernel Cache", vllmRuleId);
+        }
+    }
+
+    return collector.take();
+}
+
+// ---- Docker
+
+bool DeveloperTargets::isDockerAppInstalled() const {
+    for (const FileURL& applications : applicationsURLs_) {
+        if (fileSystem_->fileExists(applications.appending("Docker.app", true).path())) return true;
+    }
+    return false;
+}
+
+bool DeveloperTargets::isDockerDaemonRunning() const {
+    for (std::string_view name : dockerProcessNames) {
+        if (isProcessRunning_(std::string(name))) return true;
+    }
+    return false;
+}
+
+std::vector<DiscoveredItem> DeveloperTargets::scanDockerVMs(const ScanProgressHandler& progress) const {
+    // Decided once: a daemon that starts while the images are measured is
+    // not seen by this scan.
+    const bool installed = isDockerAppInstalled();
+    const bool running = isDockerDaemonRunning();
+    const bool orphaned = !installed && !running;
+
+    const FileURL vms = homeChild("Library/Containers/com.docker.docker/Data/vms");
+    if (!fileSystem_->fileExists(vms.path())) return {};
+    auto entries = list(vms, ListOptions{.skipHiddenFiles = true});
+    if (!entries) return {};
+
+    std::vector<FileURL> images;
+    for (const FileURL& entry : *entries) {
+        for (std::string_view candidate : dockerImageCandidates) {
+            if (auto image = existingURL(*fileSystem_, paths::appending(entry.path(), candidate))) {
+                images.push_back(std::move(*image));
+            }
+        }
+    }
+
+    const std::string description =
+        "Docker VM Disk Image [" + std::string(orphaned ? dockerOrphanedState : dockerActiveState) + "]";
+    ItemCollector collector(riskClassifier_, progress);
+    for (const FileURL& image : images) {
+        // No keep test: an image that cannot be read is still offered, with
+        // no bytes and the full-disk-access mark.
+        collector.add({.url = image,
+                       .category = StorageCategory::dockerVM,
+                       .description = description,
+                       .fallbackRuleId = std::string(dockerRuleId),
+                       .classifyAsOrphaned = orphaned,
+                       .isOrphaned = orphaned,
+                       .isLocked = running,
+                       .fileCount = 1},
+                      measureItem(image));
+    }
+    return collector.take();
+}
+
+} // namespace unbulk
