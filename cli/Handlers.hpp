@@ -14,4 +14,8 @@ void handleScan(const Arguments& args);
 // rules (every word behind it is ignored)
 void handleRules(const Arguments& args);
 
+// fda [--open]: the Full Disk Access status, or the way to its setting.
+// Cannot fail: whatever happens, the status is 0.
+void handleFDA(const Arguments& args);
+
 } // namespace unbulk::cli

@@ -28,6 +28,7 @@ struct Command {
 constexpr std::array commands{
     Command{"scan", &unbulk::cli::handleScan},
     Command{"rules", &unbulk::cli::handleRules},
+    Command{"fda", &unbulk::cli::handleFDA},
 };
 
 constexpr std::string_view helpText =

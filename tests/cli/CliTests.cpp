@@ -261,3 +261,44 @@ TEST_F(CliTest, RulesListsTheBuiltInsInIdOrderAndIgnoresItsWords) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(CliTest, FdaReportsTheGrantAndIgnoresEveryWordButOpen) {
+    const std::string granted = "Full Disk Access (FDA) status: GRANTED (Full access)\n";
+    const std::string notGranted = "Full Disk Access (FDA) status: NOT GRANTED (Standard access)\n"
+                                   "  Note: Unbulk cleans all developer bloat, package caches, DerivedData, and Docker "
+                                   "VMs without FDA.\n"
+                                   "  To grant access for protected Safari, Mail, and Time Machine paths, run:\n"
+                                   "       unbulk fda --open\n";
+    // "--open" launches /usr/bin/open, which this machine lacks: the line is
+    // printed all the same and the status stays 0.
+    const std::string opening = "Opening macOS System Settings > Privacy & Security > Full Disk Access...\n";
+    struct Case {
+        Words words;
+        std::string output;
+    };
+    const std::vector<Case> cases{
+        {{"fda"}, granted},
+        {{"fda", "--json"}, granted},
+        {{"fda", "status", "--OPEN", "--open=1"}, granted},
+        {{"fda", "--open"}, opening},
+        {{"fda", "--open", "--json"}, opening},
+        {{"fda", "x", "--open"}, opening},
+    };
+    for (const auto& c : cases) {
+        ProcessResult result = run(c.words);
+        EXPECT_EQ(result.standardOutput, c.output) << describe(c.words);
+        EXPECT_EQ(result.standardError, "") << describe(c.words);
+        EXPECT_EQ(result.exitStatus, 0) << describe(c.words);
+    }
+
+    // A guarded folder that exists but is a file cannot be listed: not granted.
+    home_.writeFile("Library/Safari", "not a folder");
+    ProcessResult refused = run({"fda"});
+    EXPECT_EQ(refused.standardOutput, notGranted);
+    EXPECT_EQ(refused.exitStatus, 0);
+    EXPECT_EQ(run({"fda", "--open"}).standardOutput, opening);
+}
+
+} // namespace

@@ -1,0 +1,28 @@
+#include "Safety/FDAChecker.hpp"
+
+#include <initializer_list>
+#include <string>
+
+#include "Platform/Home.hpp"
+#include "Platform/ProcessLauncher.hpp"
+
+namespace unbulk::FDAChecker {
+
+bool hasFullDiskAccess(const FileURL& homeURL, const FileSystem& fileSystem) {
+    for (std::string_view relative : {"Library/Safari", "Library/Application Support/MobileSync", "Library/Mail"}) {
+        const FileURL folder = homeURL.appending(relative, true);
+        if (!fileSystem.fileExists(folder.path())) continue;
+        std::error_code error;
+        (void)fileSystem.contentsOfDirectory(folder.path(), ListOptions{}, error);
+        return !error;
+    }
+    return true;
+}
+
+bool hasFullDiskAccess() {
+    return hasFullDiskAccess(FileURL(homeDirectory(), true), *makeDefaultFileSystem());
+}
+
+bool openSystemSettings() { return launchDetached("/usr/bin/open", {std::string(settingsURL())}); }
+
+} // namespace unbulk::FDAChecker
