@@ -1,5 +1,8 @@
 #include "Models/Categories.hpp"
 
+#include "Models/RecordCoding.hpp"
+#include "Support/EnumTable.hpp"
+
 #include <algorithm>
 #include <stdexcept>
 #include <string>
@@ -12,14 +15,6 @@ const auto& lookup(const Table& table, Key key) {
     return table[static_cast<std::size_t>(key)];
 }
 
-// The tables are indexed by the enumeration's value; keep them in its order.
-template <typename Table, typename Member>
-constexpr bool inDeclarationOrder(const Table& table, Member member) {
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        if (static_cast<std::size_t>(table[i].*member) != i) return false;
-    }
-    return true;
-}
 static_assert(inDeclarationOrder(riskTierTable, &RiskTierInfo::tier));
 static_assert(inDeclarationOrder(categoryGroupTable, &CategoryGroupInfo::group));
 static_assert(inDeclarationOrder(storageCategoryTable, &StorageCategoryInfo::category));
@@ -39,10 +34,6 @@ std::string normalised(std::string_view text) {
     return out;
 }
 
-[[noreturn]] void badRawValue(std::string_view what, std::string_view raw) {
-    throw nlohmann::json::other_error::create(
-        501, "Cannot initialize " + std::string(what) + " from invalid raw value " + std::string(raw), nullptr);
-}
 
 } // namespace
 
@@ -104,7 +95,7 @@ void to_json(nlohmann::json& j, RiskTier tier) { j = std::string(rawValue(tier))
 void from_json(const nlohmann::json& j, RiskTier& tier) {
     auto raw = j.get<std::string>();
     auto parsed = riskTierFromRawValue(raw);
-    if (!parsed) badRawValue("RiskTier", raw);
+    if (!parsed) coding::badRawValue("RiskTier", raw);
     tier = *parsed;
 }
 
@@ -112,7 +103,7 @@ void to_json(nlohmann::json& j, CategoryGroup group) { j = std::string(rawValue(
 void from_json(const nlohmann::json& j, CategoryGroup& group) {
     auto raw = j.get<std::string>();
     auto parsed = categoryGroupFromRawValue(raw);
-    if (!parsed) badRawValue("CategoryGroup", raw);
+    if (!parsed) coding::badRawValue("CategoryGroup", raw);
     group = *parsed;
 }
 
@@ -120,7 +111,7 @@ void to_json(nlohmann::json& j, StorageCategory category) { j = std::string(rawV
 void from_json(const nlohmann::json& j, StorageCategory& category) {
     auto raw = j.get<std::string>();
     auto parsed = storageCategoryFromRawValue(raw);
-    if (!parsed) badRawValue("StorageCategory", raw);
+    if (!parsed) coding::badRawValue("StorageCategory", raw);
     category = *parsed;
 }
 

@@ -1,5 +1,9 @@
 #include "Models/SafetyModels.hpp"
 
+#include "Models/RecordCoding.hpp"
+#include "Support/EnumTable.hpp"
+#include "Support/CheckedMath.hpp"
+
 #include <chrono>
 #include <cstdlib>
 #include <limits>
@@ -8,70 +12,8 @@
 namespace unbulk {
 namespace {
 
-template <typename Table, typename Member>
-constexpr bool inDeclarationOrder(const Table& table, Member member) {
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        if (static_cast<std::size_t>(table[i].*member) != i) return false;
-    }
-    return true;
-}
 static_assert(inDeclarationOrder(trashItemStatusTable, &TrashItemStatusInfo::status));
 static_assert(inDeclarationOrder(auditOperationTypeTable, &AuditOperationTypeInfo::type));
-
-[[noreturn]] void badRawValue(std::string_view what, std::string_view raw) {
-    throw nlohmann::json::other_error::create(
-        501, "Cannot initialize " + std::string(what) + " from invalid raw value " + std::string(raw), nullptr);
-}
-
-std::int64_t checkedAdd(std::int64_t a, std::int64_t b) {
-    std::int64_t sum = 0;
-    if (__builtin_add_overflow(a, b, &sum)) std::abort();
-    return sum;
-}
-
-FileURL urlFromJson(const Json& value) {
-    auto url = FileURL::parse(value.get<std::string>());
-    if (!url) throw std::invalid_argument("not a file URL: " + value.get<std::string>());
-    return *url;
-}
-
-Uuid uuidFromJson(const Json& value) {
-    auto uuid = Uuid::parse(value.get<std::string>());
-    if (!uuid) throw std::invalid_argument("not a UUID: " + value.get<std::string>());
-    return *uuid;
-}
-
-Date dateFromJson(const Json& value) {
-    auto date = dates::decode(value);
-    if (!date) throw std::invalid_argument("not a date: " + value.dump());
-    return *date;
-}
-
-// A JSON integer that fits in 64 signed bits; 1.5, "1" and 2^63 are refused
-// rather than truncated, so that an edited number cannot slip through as
-// another one.
-std::int64_t int64FromJson(const Json& object, const char* key) {
-    const Json& value = object.at(key);
-    if (value.is_number_unsigned()) {
-        auto unsignedValue = value.get<std::uint64_t>();
-        if (unsignedValue > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-            throw std::out_of_range(std::string("number out of range for key '") + key + "'");
-        }
-        return static_cast<std::int64_t>(unsignedValue);
-    }
-    if (value.is_number_integer()) return value.get<std::int64_t>();
-    throw std::invalid_argument(std::string("expected an integer for key '") + key + "', found " + value.dump());
-}
-
-// Strings must be strings: nlohmann would otherwise throw type_error anyway,
-// this only names the key.
-std::string stringFromJson(const Json& object, const char* key) {
-    const Json& value = object.at(key);
-    if (!value.is_string()) {
-        throw std::invalid_argument(std::string("expected a string for key '") + key + "', found " + value.dump());
-    }
-    return value.get<std::string>();
-}
 
 } // namespace
 
@@ -101,7 +43,7 @@ void to_json(nlohmann::json& j, TrashItemStatus status) { j = std::string(rawVal
 void from_json(const nlohmann::json& j, TrashItemStatus& status) {
     auto raw = j.get<std::string>();
     auto parsed = trashItemStatusFromRawValue(raw);
-    if (!parsed) badRawValue("TrashItemStatus", raw);
+    if (!parsed) coding::badRawValue("TrashItemStatus", raw);
     status = *parsed;
 }
 
@@ -109,7 +51,7 @@ void to_json(nlohmann::json& j, AuditOperationType type) { j = std::string(rawVa
 void from_json(const nlohmann::json& j, AuditOperationType& type) {
     auto raw = j.get<std::string>();
     auto parsed = auditOperationTypeFromRawValue(raw);
-    if (!parsed) badRawValue("AuditOperationType", raw);
+    if (!parsed) coding::badRawValue("AuditOperationType", raw);
     type = *parsed;
 }
 
@@ -235,14 +177,14 @@ Json toJson(const AuditLogEntry& e) {
 
 TrashItemRecord trashItemRecordFromJson(const Json& j) {
     TrashItemRecord r;
-    r.id = uuidFromJson(j.at("id"));
-    r.sourceURL = urlFromJson(j.at("sourceURL"));
-    r.sourcePath = stringFromJson(j, "sourcePath");
-    if (auto it = j.find("trashURL"); it != j.end() && !it->is_null()) r.trashURL = urlFromJson(*it);
+    r.id = coding::uuid(j.at("id"));
+    r.sourceURL = coding::fileURL(j.at("sourceURL"));
+    r.sourcePath = coding::string(j, "sourcePath");
+    if (auto it = j.find("trashURL"); it != j.end() && !it->is_null()) r.trashURL = coding::fileURL(*it);
     r.trashPath = json::getOptional<std::string>(j, "trashPath");
-    r.allocatedBytes = int64FromJson(j, "allocatedBytes");
-    r.logicalBytes = int64FromJson(j, "logicalBytes");
-    r.fileCount = int64FromJson(j, "fileCount");
+    r.allocatedBytes = coding::int64(j, "allocatedBytes");
+    r.logicalBytes = coding::int64(j, "logicalBytes");
+    r.fileCount = coding::int64(j, "fileCount");
     r.status = j.at("status").get<TrashItemStatus>();
     r.errorMessage = json::getOptional<std::string>(j, "errorMessage");
     return r;
@@ -250,30 +192,30 @@ TrashItemRecord trashItemRecordFromJson(const Json& j) {
 
 TrashSummary trashSummaryFromJson(const Json& j) {
     TrashSummary s;
-    s.operationId = uuidFromJson(j.at("operationId"));
+    s.operationId = coding::uuid(j.at("operationId"));
     s.isDryRun = j.at("isDryRun").get<bool>();
     s.isPermanentPurge = j.at("isPermanentPurge").get<bool>();
-    s.totalItemsCount = int64FromJson(j, "totalItemsCount");
-    s.successCount = int64FromJson(j, "successCount");
-    s.failureCount = int64FromJson(j, "failureCount");
-    s.totalAllocatedBytesUnbulked = int64FromJson(j, "totalAllocatedBytesUnbulked");
-    s.totalLogicalBytesUnbulked = int64FromJson(j, "totalLogicalBytesUnbulked");
+    s.totalItemsCount = coding::int64(j, "totalItemsCount");
+    s.successCount = coding::int64(j, "successCount");
+    s.failureCount = coding::int64(j, "failureCount");
+    s.totalAllocatedBytesUnbulked = coding::int64(j, "totalAllocatedBytesUnbulked");
+    s.totalLogicalBytesUnbulked = coding::int64(j, "totalLogicalBytesUnbulked");
     for (const auto& record : j.at("records")) s.records.push_back(trashItemRecordFromJson(record));
-    s.startedAt = dateFromJson(j.at("startedAt"));
-    s.completedAt = dateFromJson(j.at("completedAt"));
+    s.startedAt = coding::date(j.at("startedAt"));
+    s.completedAt = coding::date(j.at("completedAt"));
     s.durationSeconds = j.at("durationSeconds").get<double>();
     return s;
 }
 
 AuditItemRecord auditItemRecordFromJson(const Json& j) {
     return AuditItemRecord{
-        .sourcePath = stringFromJson(j, "sourcePath"),
+        .sourcePath = coding::string(j, "sourcePath"),
         .trashedPath = json::getOptional<std::string>(j, "trashedPath"),
         .category = j.at("category").get<StorageCategory>(),
         .riskTier = j.at("riskTier").get<RiskTier>(),
-        .allocatedBytes = int64FromJson(j, "allocatedBytes"),
-        .logicalBytes = int64FromJson(j, "logicalBytes"),
-        .status = stringFromJson(j, "status"),
+        .allocatedBytes = coding::int64(j, "allocatedBytes"),
+        .logicalBytes = coding::int64(j, "logicalBytes"),
+        .status = coding::string(j, "status"),
         .errorMessage = json::getOptional<std::string>(j, "errorMessage"),
     };
 }
@@ -281,16 +223,16 @@ AuditItemRecord auditItemRecordFromJson(const Json& j) {
 AuditLogEntry auditLogEntryFromJson(const Json& j) {
     if (!j.is_object()) throw std::invalid_argument("expected a JSON object, found " + j.dump());
     AuditLogEntry e;
-    e.timestamp = stringFromJson(j, "timestamp");
-    e.operationId = stringFromJson(j, "operationId");
+    e.timestamp = coding::string(j, "timestamp");
+    e.operationId = coding::string(j, "operationId");
     e.operationType = j.at("operationType").get<AuditOperationType>();
-    e.itemsCount = int64FromJson(j, "itemsCount");
-    e.bytesUnbulked = int64FromJson(j, "bytesUnbulked");
+    e.itemsCount = coding::int64(j, "itemsCount");
+    e.bytesUnbulked = coding::int64(j, "bytesUnbulked");
     e.paths = j.at("paths").get<std::vector<std::string>>();
-    e.client = stringFromJson(j, "client");
+    e.client = coding::string(j, "client");
     e.durationMs = json::getOptional<double>(j, "durationMs");
-    e.previousHash = stringFromJson(j, "previousHash");
-    e.rollingHash = stringFromJson(j, "rollingHash");
+    e.previousHash = coding::string(j, "previousHash");
+    e.rollingHash = coding::string(j, "rollingHash");
     return e;
 }
 

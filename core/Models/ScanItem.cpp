@@ -5,16 +5,12 @@
 #include <map>
 #include <stdexcept>
 
+#include "Models/RecordCoding.hpp"
 #include "Support/ByteCount.hpp"
+#include "Support/CheckedMath.hpp"
 
 namespace unbulk {
 namespace {
-
-std::int64_t checkedAdd(std::int64_t a, std::int64_t b) {
-    std::int64_t sum = 0;
-    if (__builtin_add_overflow(a, b, &sum)) std::abort();
-    return sum;
-}
 
 struct Totals {
     std::int64_t count = 0;
@@ -35,30 +31,6 @@ struct Totals {
         highestTier = highestTier ? std::max(*highestTier, item.riskTier) : item.riskTier;
     }
 };
-
-FileURL urlFromJson(const Json& value) {
-    auto url = FileURL::parse(value.get<std::string>());
-    if (!url) throw std::invalid_argument("not a file URL: " + value.get<std::string>());
-    return *url;
-}
-
-Uuid uuidFromJson(const Json& value) {
-    auto uuid = Uuid::parse(value.get<std::string>());
-    if (!uuid) throw std::invalid_argument("not a UUID: " + value.get<std::string>());
-    return *uuid;
-}
-
-Date dateFromJson(const Json& value) {
-    auto date = dates::decode(value);
-    if (!date) throw std::invalid_argument("not a date: " + value.dump());
-    return *date;
-}
-
-std::optional<Date> optionalDate(const Json& object, const char* key) {
-    auto it = object.find(key);
-    if (it == object.end() || it->is_null()) return std::nullopt;
-    return dateFromJson(*it);
-}
 
 } // namespace
 
@@ -193,16 +165,16 @@ Json toJson(const ScanProgress& p) {
 
 DiscoveredItem discoveredItemFromJson(const Json& j) {
     DiscoveredItem item;
-    item.id = uuidFromJson(j.at("id"));
-    item.url = urlFromJson(j.at("url"));
+    item.id = coding::uuid(j.at("id"));
+    item.url = coding::fileURL(j.at("url"));
     item.path = j.at("path").get<std::string>();
     item.category = j.at("category").get<StorageCategory>();
     item.riskTier = j.at("riskTier").get<RiskTier>();
     item.logicalSizeBytes = j.at("logicalSizeBytes").get<std::int64_t>();
     item.allocatedSizeBytes = j.at("allocatedSizeBytes").get<std::int64_t>();
     item.fileCount = j.at("fileCount").get<std::int64_t>();
-    item.lastAccessedDate = optionalDate(j, "lastAccessedDate");
-    item.lastModifiedDate = optionalDate(j, "lastModifiedDate");
+    item.lastAccessedDate = coding::optionalDate(j, "lastAccessedDate");
+    item.lastModifiedDate = coding::optionalDate(j, "lastModifiedDate");
     item.isOrphaned = j.at("isOrphaned").get<bool>();
     item.isLocked = j.at("isLocked").get<bool>();
     item.requiresFullDiskAccess = j.at("requiresFullDiskAccess").get<bool>();
@@ -238,9 +210,9 @@ ScanSummary scanSummaryFromJson(const Json& j) {
 
 ScanResult scanResultFromJson(const Json& j) {
     ScanResult r;
-    r.scanId = uuidFromJson(j.at("scanId"));
-    r.startedAt = dateFromJson(j.at("startedAt"));
-    r.completedAt = dateFromJson(j.at("completedAt"));
+    r.scanId = coding::uuid(j.at("scanId"));
+    r.startedAt = coding::date(j.at("startedAt"));
+    r.completedAt = coding::date(j.at("completedAt"));
     r.durationSeconds = j.at("durationSeconds").get<double>();
     for (const auto& item : j.at("items")) r.items.push_back(discoveredItemFromJson(item));
     r.summary = scanSummaryFromJson(j.at("summary"));

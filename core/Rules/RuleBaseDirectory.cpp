@@ -2,17 +2,12 @@
 
 #include <string>
 
+#include "Support/EnumTable.hpp"
+
 namespace unbulk {
 namespace {
 
-// The table is indexed by the enumeration's value; keep it in that order.
-constexpr bool inDeclarationOrder() {
-    for (std::size_t i = 0; i < ruleBaseDirectoryTable.size(); ++i) {
-        if (static_cast<std::size_t>(ruleBaseDirectoryTable[i].directory) != i) return false;
-    }
-    return true;
-}
-static_assert(inDeclarationOrder());
+static_assert(inDeclarationOrder(ruleBaseDirectoryTable, &RuleBaseDirectoryInfo::directory));
 
 } // namespace
 
