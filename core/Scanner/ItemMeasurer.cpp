@@ -54,7 +54,12 @@ MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& pat
         if (entry.kind != FileKind::regular || !entry.status) return WalkAction::proceed;
         ++metrics.fileCount; // every link to a file counts as a file
         const FileStatus& file = *entry.status;
-        if (!seen.insert(InodeKey{file.device, file.inode}).second) return WalkAction::proceed;
+        // A file with one link can be met only once, so only files with more
+        // links need the (device, inode) set: that keeps the set, and its
+        // allocations, to the few files that are hard-linked.
+        if (file.linkCount > 1 && !seen.insert(InodeKey{file.device, file.inode}).second) {
+            return WalkAction::proceed;
+        }
         metrics.logicalBytes += file.size;
         metrics.allocatedBytes += file.allocatedSize;
         keepNewer(metrics.lastModifiedDate, file.modificationDate);
