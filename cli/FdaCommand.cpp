@@ -4,7 +4,7 @@
 
 namespace unbulk::cli {
 
-void handleFDA(const Arguments& args) {
+int handleFDA(const Arguments& args) {
     const bool granted = FDAChecker::hasFullDiskAccess();
 
     if (hasFlag(args, "--open")) {
@@ -12,7 +12,7 @@ void handleFDA(const Arguments& args) {
         // Whether the launch worked changes nothing: the command has said what
         // it does, and it always ends with status 0.
         (void)FDAChecker::openSystemSettings();
-        return;
+        return 0;
     }
 
     printLine(granted ? "Full Disk Access (FDA) status: GRANTED (Full access)"
@@ -23,6 +23,7 @@ void handleFDA(const Arguments& args) {
         printLine("  To grant access for protected Safari, Mail, and Time Machine paths, run:");
         printLine("       unbulk fda --open");
     }
+    return 0;
 }
 
 } // namespace unbulk::cli

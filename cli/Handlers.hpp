@@ -6,16 +6,21 @@ namespace unbulk::cli {
 
 // One handler per command. Each takes the words behind the command word,
 // builds the short-lived core objects it needs, prints its report and
-// returns; any error it throws is reported by main.
+// returns the exit status: 0, or 1 where a command refuses to go on and has
+// said why itself. Any error it throws is reported by main, with status 1.
 
 // scan [--json] [--category <raw value>]
-void handleScan(const Arguments& args);
+int handleScan(const Arguments& args);
+
+// clean [--json] [--execute | --no-dry-run] [--permanent [--yes | -y]]
+//       [--category <raw value>]
+int handleClean(const Arguments& args);
 
 // rules (every word behind it is ignored)
-void handleRules(const Arguments& args);
+int handleRules(const Arguments& args);
 
 // fda [--open]: the Full Disk Access status, or the way to its setting.
 // Cannot fail: whatever happens, the status is 0.
-void handleFDA(const Arguments& args);
+int handleFDA(const Arguments& args);
 
 } // namespace unbulk::cli

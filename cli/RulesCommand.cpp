@@ -9,7 +9,7 @@
 
 namespace unbulk::cli {
 
-void handleRules(const Arguments&) {
+int handleRules(const Arguments&) {
     // The listing is the whole command: no word behind it means anything.
     RuleRegistry registry(std::nullopt, FileURL(homeDirectory(), true), makeDefaultFileSystem());
     // Disabled rules are listed too, under the same heading.
@@ -19,6 +19,7 @@ void handleRules(const Arguments&) {
         printLine(fmt::format("  \u2022 [{}] {}: {} [{}]", rule.id, rule.name, fmt::join(rule.patterns, ", "),
                               displayName(rule.riskTier)));
     }
+    return 0;
 }
 
 } // namespace unbulk::cli

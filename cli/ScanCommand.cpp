@@ -39,7 +39,7 @@ void printReport(const ScanResult& result) {
 
 } // namespace
 
-void handleScan(const Arguments& args) {
+int handleScan(const Arguments& args) {
     const bool jsonOutput = hasFlag(args, "--json");
 
     DeepScanEngine::Configuration configuration;
@@ -66,6 +66,7 @@ void handleScan(const Arguments& args) {
     } else {
         printReport(result);
     }
+    return 0;
 }
 
 } // namespace unbulk::cli

@@ -1,6 +1,6 @@
 // unbulk: the command-line front end. It dispatches on the first word, runs
-// exactly one handler to its end and exits with 0, or with 1 when the command
-// is unknown or the handler throws.
+// exactly one handler to its end and exits with the status the handler
+// returns, or with 1 when the command is unknown or the handler throws.
 
 #include <array>
 #include <exception>
@@ -15,7 +15,7 @@ namespace {
 
 using unbulk::cli::Arguments;
 
-using Handler = void (*)(const Arguments&);
+using Handler = int (*)(const Arguments&);
 
 struct Command {
     std::string_view word;
@@ -27,6 +27,7 @@ struct Command {
 // first forms.
 constexpr std::array commands{
     Command{"scan", &unbulk::cli::handleScan},
+    Command{"clean", &unbulk::cli::handleClean},
     Command{"rules", &unbulk::cli::handleRules},
     Command{"fda", &unbulk::cli::handleFDA},
 };
@@ -81,7 +82,7 @@ int main(int argc, char** argv) {
     }
 
     try {
-        handler(Arguments(arguments.begin() + 1, arguments.end()));
+        return handler(Arguments(arguments.begin() + 1, arguments.end()));
     } catch (const std::exception& error) {
         writeError(std::string("Error: ") + error.what() + "\n");
         return 1;
@@ -91,5 +92,4 @@ int main(int argc, char** argv) {
         writeError("Error: An unexpected error occurred.\n");
         return 1;
     }
-    return 0;
 }

@@ -5,13 +5,16 @@
 #include <filesystem>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "Models/Categories.hpp"
+#include "Safety/AuditLogger.hpp"
 #include "Support/ByteCount.hpp"
+#include "Support/FileURL.hpp"
 #include "Support/Json.hpp"
 #include "support/ProcessRunner.hpp"
 #include "support/TempHome.hpp"
@@ -299,6 +302,239 @@ TEST_F(CliTest, FdaReportsTheGrantAndIgnoresEveryWordButOpen) {
     EXPECT_EQ(refused.standardOutput, notGranted);
     EXPECT_EQ(refused.exitStatus, 0);
     EXPECT_EQ(run({"fda", "--open"}).standardOutput, opening);
+}
+
+} // namespace
+
+namespace {
+
+const std::string kDryRunHint =
+    "\nTo apply these deletions, run again with '--execute'. All items will be moved to macOS Trash.\n";
+const std::string kNothingToClean = "No cleanable files found for the selected categories.\n";
+const std::string kNothingToCleanJson = "{\"status\":\"nothing_to_clean\"}\n";
+
+// A home with something in each of three categories: an npm cache
+// (DEVELOPER_CACHE) and an application cache (SYSTEM_CACHES) of the safe
+// default, and a model (AI_MODEL_WEIGHTS), which only an explicit or unknown
+// category takes.
+class CleanTest : public CliTest {
+protected:
+    void fillHome() const {
+        home_.writeFile(".npm/_cacache/content-v2/sha512/ab/cdef", 1'500'000);
+        home_.writeFile(".npm/_cacache/index-v5/00/11", 300);
+        home_.writeFile("Library/Caches/com.example.editor/Cache.db", 300'000);
+        home_.writeFile(".cache/huggingface/hub/models--org--m/blob", 2'000);
+    }
+    std::string npmCache() const { return home_.at(".npm/_cacache"); }
+    std::string editorCache() const { return home_.at("Library/Caches/com.example.editor"); }
+    std::string model() const { return home_.at(".cache/huggingface/hub/models--org--m"); }
+    std::string auditPath() const { return home_.at(".unbulk/audit.jsonl"); }
+
+    std::vector<unbulk::AuditLogEntry> auditEntries() const {
+        return unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home_.path(), true)).readEntries();
+    }
+
+    static std::vector<std::string> sourcePaths(const Json& summary) {
+        std::vector<std::string> paths;
+        for (const auto& record : summary.value("records", Json::array())) paths.push_back(record["sourcePath"]);
+        return paths;
+    }
+
+    // The original paths that trash-cli finds in the home's Trash.
+    std::set<std::string> trashListed() const {
+        ProcessOptions options;
+        options.environment = {{"HOME", home_.path()}, {"XDG_DATA_HOME", home_.at(".local/share")}};
+        ProcessResult listed = unbulk::testing::runProcess("/usr/bin/trash-list", {}, options);
+        EXPECT_EQ(listed.exitStatus, 0) << listed.standardError;
+        std::set<std::string> paths;
+        const std::regex line(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (.+)$)");
+        std::istringstream in(listed.standardOutput);
+        for (std::string text; std::getline(in, text);) {
+            std::smatch match;
+            if (std::regex_match(text, match, line)) paths.insert(match[1]);
+            else ADD_FAILURE() << "unexpected trash-list line: " << text;
+        }
+        return paths;
+    }
+};
+
+TEST_F(CleanTest, CleanAloneIsADryRunOverTheSafeDefaultCategories) {
+    fillHome();
+    ProcessResult result = run({"clean"});
+    ASSERT_EQ(result.exitStatus, 0) << result.standardError;
+    EXPECT_EQ(result.standardError, "");
+
+    const auto entries = auditEntries();
+    ASSERT_EQ(entries.size(), 1u);
+    const auto& entry = entries[0];
+    EXPECT_EQ(entry.operationType, unbulk::AuditOperationType::dryRun);
+    EXPECT_EQ(entry.client, "cli");
+    EXPECT_EQ(std::set<std::string>(entry.paths.begin(), entry.paths.end()),
+              (std::set<std::string>{npmCache(), editorCache()}));
+
+    EXPECT_EQ(result.standardOutput, "\n[DRY RUN] Cleanup Summary:\n"
+                                     "  Items Processed: 2\n"
+                                     "  Successful: 2\n"
+                                     "  Space Unbulked: " +
+                                         unbulk::formatByteCount(entry.bytesUnbulked) + "\n" + kDryRunHint);
+    EXPECT_GT(entry.bytesUnbulked, 1'800'000);
+    for (const auto& path : {npmCache(), editorCache(), model()}) EXPECT_TRUE(std::filesystem::exists(path)) << path;
+    EXPECT_TRUE(trashListed().empty());
+}
+
+TEST_F(CleanTest, CategoryOptionPicksOneAllOrTheSafeDefault) {
+    fillHome();
+    std::vector<std::string> safe{editorCache(), npmCache()};
+    std::vector<std::string> all{editorCache(), npmCache(), model()};
+    std::sort(safe.begin(), safe.end());
+    std::sort(all.begin(), all.end());
+    struct Case {
+        Words words;
+        std::vector<std::string> expected; // sorted
+    };
+    const std::vector<Case> cases{
+        {{"clean", "--json"}, safe},
+        {{"clean", "--json", "--category"}, safe},
+        {{"clean", "--json", "--category", "AI_MODEL_WEIGHTS"}, {model()}},
+        {{"clean", "--json", "--category", "ai_model_weights"}, all},
+        {{"clean", "--json", "--category", "NO_SUCH"}, all},
+        {{"clean", "--category", "--json"}, all},
+        {{"clean", "--json", "--dry-run", "--category=AI_MODEL_WEIGHTS"}, safe},
+    };
+    for (const auto& c : cases) {
+        Json summary = scanJson(c.words);
+        EXPECT_EQ(summary["isDryRun"], true) << describe(c.words);
+        std::vector<std::string> paths = sourcePaths(summary);
+        std::sort(paths.begin(), paths.end());
+        EXPECT_EQ(paths, c.expected) << describe(c.words);
+    }
+    for (const auto& path : all) EXPECT_TRUE(std::filesystem::exists(path)) << path;
+}
+
+TEST_F(CleanTest, PermanentExecuteWithoutConfirmationIsRefusedBeforeAnyScan) {
+    fillHome();
+    for (const Words& words : std::vector<Words>{{"clean", "--permanent", "--execute"},
+                                                 {"clean", "--json", "--no-dry-run", "--permanent"},
+                                                 {"clean", "--permanent", "--execute", "--YES", "--yes=1"}}) {
+        ProcessResult result = run(words);
+        EXPECT_EQ(result.exitStatus, 1) << describe(words);
+        EXPECT_EQ(result.standardError, "Permanent purge requires explicit confirmation via '--yes'.\n");
+        EXPECT_EQ(result.standardOutput, "") << describe(words);
+    }
+    EXPECT_FALSE(std::filesystem::exists(home_.at(".unbulk"))) << "no operation may have run";
+    for (const auto& path : {npmCache(), editorCache(), model()}) EXPECT_TRUE(std::filesystem::exists(path)) << path;
+}
+
+TEST_F(CleanTest, NothingFoundIsOneLineAndStatusZeroWhateverTheFlags) {
+    struct Case {
+        Words words;
+        std::string output;
+    };
+    const std::vector<Case> cases{
+        {{"clean", "--json"}, kNothingToCleanJson},
+        {{"clean", "--execute", "--json"}, kNothingToCleanJson},
+        {{"clean"}, kNothingToClean},
+        // An unconfirmed purge without --execute is only refused by the
+        // pipeline, and with nothing found the pipeline is never reached.
+        {{"clean", "--permanent"}, kNothingToClean},
+        {{"clean", "--permanent", "--json"}, kNothingToCleanJson},
+        {{"clean", "--permanent", "--execute", "-y"}, kNothingToClean},
+    };
+    for (const auto& c : cases) {
+        ProcessResult result = run(c.words);
+        EXPECT_EQ(result.standardOutput, c.output) << describe(c.words);
+        EXPECT_EQ(result.standardError, "") << describe(c.words);
+        EXPECT_EQ(result.exitStatus, 0) << describe(c.words);
+    }
+    EXPECT_FALSE(std::filesystem::exists(auditPath()));
+}
+
+TEST_F(CleanTest, ExecuteMovesItemsToATrashThatTrashCliReads) {
+    fillHome();
+    Json summary = scanJson({"clean", "--execute", "--json"});
+    EXPECT_EQ(summary["isDryRun"], false);
+    EXPECT_EQ(summary["isPermanentPurge"], false);
+    EXPECT_EQ(summary["successCount"], 2);
+    EXPECT_EQ(summary["failureCount"], 0);
+    const std::regex isoDate(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$)");
+    for (const char* key : {"startedAt", "completedAt"}) {
+        EXPECT_TRUE(std::regex_match(summary[key].get<std::string>(), isoDate)) << summary[key];
+    }
+
+    const std::vector<std::string> sources = sourcePaths(summary);
+    EXPECT_EQ(std::set<std::string>(sources.begin(), sources.end()),
+              (std::set<std::string>{npmCache(), editorCache()}));
+    for (const auto& record : summary["records"]) {
+        EXPECT_EQ(record["status"], "SUCCESS") << record;
+        ASSERT_TRUE(record.contains("trashPath")) << record;
+        EXPECT_EQ(record["trashURL"], unbulk::FileURL(record["trashPath"], true).absoluteString());
+        EXPECT_TRUE(std::filesystem::exists(record["trashPath"].get<std::string>())) << record;
+        EXPECT_FALSE(std::filesystem::exists(record["sourcePath"].get<std::string>())) << record;
+    }
+    EXPECT_TRUE(std::filesystem::exists(model())) << "not in the safe default";
+
+    EXPECT_EQ(trashListed(), std::set<std::string>(sources.begin(), sources.end()));
+
+    const auto entries = auditEntries();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].operationType, unbulk::AuditOperationType::trash);
+    EXPECT_EQ(entries[0].paths, sources);
+    EXPECT_EQ(entries[0].operationId, summary["operationId"]);
+    EXPECT_EQ(entries[0].bytesUnbulked, summary["totalAllocatedBytesUnbulked"]);
+    const auto verification =
+        unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home_.path(), true)).verifyIntegrity();
+    EXPECT_TRUE(verification.isValid) << verification.failureReason.value_or("");
+    EXPECT_EQ(verification.totalEntries, 1);
+}
+
+TEST_F(CleanTest, ReportLabelFollowsTheFlags) {
+    struct Case {
+        Words words;
+        std::string label;
+        bool hint;
+        unbulk::AuditOperationType logged;
+        bool inTrash;
+    };
+    using Type = unbulk::AuditOperationType;
+    const std::vector<Case> cases{
+        // --dry-run is read by nobody: this is a real run.
+        {{"clean", "--execute", "--dry-run"}, "[TRASHED]", false, Type::trash, true},
+        {{"clean", "--no-dry-run"}, "[TRASHED]", false, Type::trash, true},
+        {{"clean", "--permanent", "-y", "--execute"}, "[PERMANENT PURGE]", false, Type::purge, false},
+        // A confirmed purge needs no --execute, and still reads as a dry run.
+        {{"clean", "--permanent", "--yes"}, "[DRY RUN]", true, Type::purge, false},
+    };
+    for (const auto& c : cases) {
+        std::filesystem::remove_all(home_.at(".local/share/Trash"));
+        fillHome();
+        ProcessResult result = run(c.words);
+        ASSERT_EQ(result.exitStatus, 0) << describe(c.words) << "\n" << result.standardError;
+        EXPECT_EQ(result.standardError, "");
+
+        const auto entries = auditEntries();
+        ASSERT_FALSE(entries.empty());
+        const auto& entry = entries.back();
+        EXPECT_EQ(entry.operationType, c.logged) << describe(c.words);
+        EXPECT_EQ(result.standardOutput, "\n" + c.label + " Cleanup Summary:\n  Items Processed: 2\n  Successful: 2\n" +
+                                             "  Space Unbulked: " + unbulk::formatByteCount(entry.bytesUnbulked) +
+                                             "\n" + (c.hint ? kDryRunHint : ""))
+            << describe(c.words);
+        EXPECT_FALSE(std::filesystem::exists(npmCache())) << describe(c.words);
+        EXPECT_FALSE(std::filesystem::exists(editorCache())) << describe(c.words);
+        EXPECT_EQ(trashListed().size(), c.inTrash ? 2u : 0u) << describe(c.words);
+    }
+}
+
+TEST_F(CleanTest, UnconfirmedPurgeWithoutExecuteScansThenFails) {
+    fillHome();
+    for (const Words& words : std::vector<Words>{{"clean", "--permanent"}, {"clean", "--permanent", "--json"}}) {
+        ProcessResult result = run(words);
+        EXPECT_EQ(result.exitStatus, 1) << describe(words);
+        EXPECT_EQ(result.standardError, "Error: Permanent purge was requested without explicit confirmation flag.\n");
+        EXPECT_EQ(result.standardOutput, "") << describe(words);
+    }
+    EXPECT_FALSE(std::filesystem::exists(auditPath()));
+    for (const auto& path : {npmCache(), editorCache(), model()}) EXPECT_TRUE(std::filesystem::exists(path)) << path;
 }
 
 } // namespace

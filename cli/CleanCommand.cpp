@@ -1,0 +1,109 @@
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "Handlers.hpp"
+#include "Models/Categories.hpp"
+#include "Models/SafetyModels.hpp"
+#include "Models/ScanItem.hpp"
+#include "Output.hpp"
+#include "Platform/FileSystem.hpp"
+#include "Platform/Home.hpp"
+#include "Platform/Trash.hpp"
+#include "Safety/AuditLogger.hpp"
+#include "Safety/TrashPipeline.hpp"
+#include "Scanner/DeepScanEngine.hpp"
+#include "Support/ByteCount.hpp"
+#include "Support/Dates.hpp"
+#include "Support/FileURL.hpp"
+
+namespace unbulk::cli {
+namespace {
+
+// Without a usable --category, clean touches only what is safe by default.
+CategorySet safeDefaultCategories() {
+    CategorySet categories;
+    for (const StorageCategoryInfo& entry : storageCategoryTable) {
+        if (entry.defaultRiskTier == RiskTier::safeToDelete) categories.insert(entry.category);
+    }
+    return categories;
+}
+
+// Unlike scan, clean tells a missing value from a wrong one: no value means
+// the safe default, a value that is not a raw value means every category.
+std::optional<CategorySet> selectedCategories(const Arguments& args) {
+    const auto raw = optionValue(args, "--category");
+    if (!raw) return safeDefaultCategories();
+    if (auto category = storageCategoryFromRawValue(*raw)) return CategorySet{*category};
+    return std::nullopt;
+}
+
+void printReport(const TrashSummary& summary, bool dryRun, bool permanent) {
+    // The label and the hint follow the flags, not the summary: a confirmed
+    // purge without --execute has really purged and still says DRY RUN.
+    const char* label = dryRun ? "[DRY RUN]" : !permanent ? "[TRASHED]" : "[PERMANENT PURGE]";
+    printLine(fmt::format("\n{} Cleanup Summary:", label));
+    printLine(fmt::format("  Items Processed: {}", summary.records.size()));
+    printLine(fmt::format("  Successful: {}", summary.successCount));
+    printLine(fmt::format("  Space Unbulked: {}", formatByteCount(summary.totalAllocatedBytesUnbulked)));
+    if (dryRun) {
+        printLine("\nTo apply these deletions, run again with '--execute'. All items will be moved to macOS Trash.");
+    }
+}
+
+} // namespace
+
+int handleClean(const Arguments& args) {
+    const bool jsonOutput = hasFlag(args, "--json");
+    // "--dry-run" is not read: a dry run is what clean does unless told otherwise.
+    const bool dryRun = !(hasFlag(args, "--execute") || hasFlag(args, "--no-dry-run"));
+    const bool permanent = hasFlag(args, "--permanent");
+    const bool confirmed = hasFlag(args, "--yes") || hasFlag(args, "-y");
+
+    // Refused before anything is scanned. Without --execute the purge is not
+    // stopped here but by the pipeline, after the scan.
+    if (permanent && !dryRun && !confirmed) {
+        writeError("Permanent purge requires explicit confirmation via '--yes'.\n");
+        return 1;
+    }
+
+    const std::optional<CategorySet> categories = selectedCategories(args);
+
+    const FileURL homeURL(homeDirectory(), true);
+    const std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
+    DeepScanEngine::Configuration configuration;
+    configuration.homeURL = homeURL;
+    configuration.fileSystem = fileSystem;
+    DeepScanEngine engine(std::move(configuration));
+    const ScanResult result = engine.scan(categories);
+
+    // Every item of a selected category goes; what must not go is refused
+    // item by item by the pipeline's sandbox.
+    std::vector<FileURL> targets;
+    targets.reserve(result.items.size());
+    for (const DiscoveredItem& item : result.items)
+        targets.push_back(item.url);
+
+    if (targets.empty()) {
+        printLine(jsonOutput ? "{\"status\":\"nothing_to_clean\"}"
+                             : "No cleanable files found for the selected categories.");
+        return 0;
+    }
+
+    auto auditLogger = std::make_shared<AuditLogger>(std::nullopt, homeURL, fileSystem);
+    const TrashPipeline pipeline(fileSystem, makeDefaultTrash(), auditLogger, homeURL);
+    const TrashSummary summary =
+        permanent ? pipeline.purgePermanently(targets, confirmed, "cli") : pipeline.trash(targets, dryRun, "cli");
+
+    if (jsonOutput) {
+        printJson(toJson(summary, DateEncoding::iso8601));
+    } else {
+        printReport(summary, dryRun, permanent);
+    }
+    return 0;
+}
+
+} // namespace unbulk::cli
