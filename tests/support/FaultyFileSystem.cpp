@@ -8,29 +8,10 @@ static_assert(static_cast<std::size_t>(FileSystemCall::isPackage) + 1 == fileSys
 
 FaultyFileSystem::FaultyFileSystem(std::shared_ptr<FileSystem> inner) : inner_(std::move(inner)) {}
 
-void FaultyFileSystem::failOn(FileSystemCall call, const std::string& path, int errorNumber) {
+void FaultyFileSystem::addRule(Rule rule) {
     std::lock_guard lock(mutex_);
-    rules_.push_back(Rule{call, paths::standardize(path), false, errorNumber});
-}
-
-void FaultyFileSystem::failBelow(FileSystemCall call, const std::string& root, int errorNumber) {
-    std::lock_guard lock(mutex_);
-    rules_.push_back(Rule{call, paths::standardize(root), true, errorNumber});
-}
-
-void FaultyFileSystem::clearFailures() {
-    std::lock_guard lock(mutex_);
-    rules_.clear();
-}
-
-std::size_t FaultyFileSystem::callCount(FileSystemCall call) const {
-    std::lock_guard lock(mutex_);
-    return counts_[static_cast<std::size_t>(call)];
-}
-
-void FaultyFileSystem::resetCounts() {
-    std::lock_guard lock(mutex_);
-    counts_.fill(0);
+    rule.path = paths::standardize(rule.path);
+    rules_.push_back(std::move(rule));
 }
 
 std::error_code FaultyFileSystem::failureFor(FileSystemCall call, const std::string& path) const {
@@ -38,51 +19,44 @@ std::error_code FaultyFileSystem::failureFor(FileSystemCall call, const std::str
     std::lock_guard lock(mutex_);
     for (const auto& rule : rules_) {
         if (rule.call != call) continue;
-        bool matches = rule.below ? paths::isSameOrBelow(standardized, rule.path) : standardized == rule.path;
-        if (matches) return {rule.errorNumber, std::generic_category()};
+        if (rule.below ? paths::isSameOrBelow(standardized, rule.path) : standardized == rule.path) {
+            return {rule.errorNumber, std::generic_category()};
+        }
     }
     return {};
 }
 
-std::error_code FaultyFileSystem::enter(FileSystemCall call, const std::string& path, const std::string* other) const {
+bool FaultyFileSystem::fails(FileSystemCall call, const std::string& path, std::error_code& error,
+                             const std::string* other) const {
     {
         std::lock_guard lock(mutex_);
         ++counts_[static_cast<std::size_t>(call)];
     }
-    if (auto error = failureFor(call, path)) return error;
-    if (other) return failureFor(call, *other);
-    return {};
+    std::error_code failure = failureFor(call, path);
+    if (!failure && other) failure = failureFor(call, *other);
+    if (failure) error = failure;
+    return static_cast<bool>(failure);
 }
 
 std::optional<FileStatus> FaultyFileSystem::status(const std::string& path, std::error_code& error) const {
-    if (auto failure = enter(FileSystemCall::status, path)) {
-        error = failure;
-        return std::nullopt;
-    }
-    return inner_->status(path, error);
+    return fails(FileSystemCall::status, path, error) ? std::nullopt : inner_->status(path, error);
 }
 
 std::optional<FileStatus> FaultyFileSystem::linkStatus(const std::string& path, std::error_code& error) const {
-    if (auto failure = enter(FileSystemCall::linkStatus, path)) {
-        error = failure;
-        return std::nullopt;
-    }
-    return inner_->linkStatus(path, error);
+    return fails(FileSystemCall::linkStatus, path, error) ? std::nullopt : inner_->linkStatus(path, error);
 }
 
 std::vector<DirectoryEntry> FaultyFileSystem::contentsOfDirectory(const std::string& path, ListOptions options,
                                                                   std::error_code& error) const {
-    if (auto failure = enter(FileSystemCall::contentsOfDirectory, path)) {
-        error = failure;
-        return {};
-    }
+    if (fails(FileSystemCall::contentsOfDirectory, path, error)) return {};
     return inner_->contentsOfDirectory(path, options, error);
 }
 
 void FaultyFileSystem::walk(const std::string& root, const WalkOptions& options,
                             const WalkCallbacks& callbacks) const {
-    if (auto failure = enter(FileSystemCall::walk, root)) {
-        if (callbacks.onError) callbacks.onError(root, failure, WalkFailure::directory);
+    std::error_code rootFailure;
+    if (fails(FileSystemCall::walk, root, rootFailure)) {
+        if (callbacks.onError) callbacks.onError(root, rootFailure, WalkFailure::directory);
         return;
     }
     WalkCallbacks wrapped;
@@ -105,81 +79,55 @@ void FaultyFileSystem::walk(const std::string& root, const WalkOptions& options,
 
 std::optional<std::string> FaultyFileSystem::destinationOfSymbolicLink(const std::string& path,
                                                                        std::error_code& error) const {
-    if (auto failure = enter(FileSystemCall::destinationOfSymbolicLink, path)) {
-        error = failure;
-        return std::nullopt;
-    }
+    if (fails(FileSystemCall::destinationOfSymbolicLink, path, error)) return std::nullopt;
     return inner_->destinationOfSymbolicLink(path, error);
 }
 
 std::string FaultyFileSystem::resolvingSymlinks(const std::string& path) const {
-    if (enter(FileSystemCall::resolvingSymlinks, path)) return paths::standardize(path);
+    std::error_code ignored;
+    if (fails(FileSystemCall::resolvingSymlinks, path, ignored)) return paths::standardize(path);
     return inner_->resolvingSymlinks(path);
 }
 
 std::optional<std::string> FaultyFileSystem::readFile(const std::string& path, std::size_t maxBytes,
                                                       std::error_code& error) const {
-    if (auto failure = enter(FileSystemCall::readFile, path)) {
-        error = failure;
-        return std::nullopt;
-    }
+    if (fails(FileSystemCall::readFile, path, error)) return std::nullopt;
     return inner_->readFile(path, maxBytes, error);
 }
 
 bool FaultyFileSystem::writeFileAtomically(const std::string& path, std::string_view contents,
                                            std::uint32_t permissions, std::error_code& error) {
-    if (auto failure = enter(FileSystemCall::writeFileAtomically, path)) {
-        error = failure;
-        return false;
-    }
-    return inner_->writeFileAtomically(path, contents, permissions, error);
+    return !fails(FileSystemCall::writeFileAtomically, path, error) &&
+           inner_->writeFileAtomically(path, contents, permissions, error);
 }
 
 bool FaultyFileSystem::appendToFile(const std::string& path, std::string_view contents, std::uint32_t permissions,
                                     std::error_code& error) {
-    if (auto failure = enter(FileSystemCall::appendToFile, path)) {
-        error = failure;
-        return false;
-    }
-    return inner_->appendToFile(path, contents, permissions, error);
+    return !fails(FileSystemCall::appendToFile, path, error) &&
+           inner_->appendToFile(path, contents, permissions, error);
 }
 
 bool FaultyFileSystem::createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                                        std::error_code& error) {
-    if (auto failure = enter(FileSystemCall::createDirectory, path)) {
-        error = failure;
-        return false;
-    }
-    return inner_->createDirectory(path, permissions, withIntermediates, error);
+    return !fails(FileSystemCall::createDirectory, path, error) &&
+           inner_->createDirectory(path, permissions, withIntermediates, error);
 }
 
 bool FaultyFileSystem::moveItem(const std::string& from, const std::string& to, std::error_code& error) {
-    if (auto failure = enter(FileSystemCall::moveItem, from, &to)) {
-        error = failure;
-        return false;
-    }
-    return inner_->moveItem(from, to, error);
+    return !fails(FileSystemCall::moveItem, from, error, &to) && inner_->moveItem(from, to, error);
 }
 
 bool FaultyFileSystem::removeItem(const std::string& path, std::error_code& error) {
-    if (auto failure = enter(FileSystemCall::removeItem, path)) {
-        error = failure;
-        return false;
-    }
-    return inner_->removeItem(path, error);
+    return !fails(FileSystemCall::removeItem, path, error) && inner_->removeItem(path, error);
 }
 
 bool FaultyFileSystem::setPermissions(const std::string& path, std::uint32_t permissions, std::error_code& error) {
-    if (auto failure = enter(FileSystemCall::setPermissions, path)) {
-        error = failure;
-        return false;
-    }
-    return inner_->setPermissions(path, permissions, error);
+    return !fails(FileSystemCall::setPermissions, path, error) && inner_->setPermissions(path, permissions, error);
 }
 
 bool FaultyFileSystem::isPackage(const std::string& path) const {
-    if (enter(FileSystemCall::isPackage, path)) return false;
-    return inner_->isPackage(path);
+    std::error_code ignored;
+    return !fails(FileSystemCall::isPackage, path, ignored) && inner_->isPackage(path);
 }
 
 } // namespace unbulk::testing

@@ -13,20 +13,8 @@ namespace unbulk::testing {
 
 // The calls of FileSystem, one per virtual function.
 enum class FileSystemCall {
-    status,
-    linkStatus,
-    contentsOfDirectory,
-    walk,
-    destinationOfSymbolicLink,
-    resolvingSymlinks,
-    readFile,
-    writeFileAtomically,
-    appendToFile,
-    createDirectory,
-    moveItem,
-    removeItem,
-    setPermissions,
-    isPackage,
+    status, linkStatus, contentsOfDirectory, walk, destinationOfSymbolicLink, resolvingSymlinks, readFile,
+    writeFileAtomically, appendToFile, createDirectory, moveItem, removeItem, setPermissions, isPackage,
 };
 
 inline constexpr std::size_t fileSystemCallCount = 14;
@@ -53,12 +41,16 @@ class FaultyFileSystem final : public FileSystem {
 public:
     explicit FaultyFileSystem(std::shared_ptr<FileSystem> inner = makeDefaultFileSystem());
 
-    void failOn(FileSystemCall call, const std::string& path, int errorNumber);
-    void failBelow(FileSystemCall call, const std::string& root, int errorNumber);
-    void clearFailures();
+    // `error` is the errno value the matching calls fail with.
+    void failOn(FileSystemCall call, const std::string& path, int error) { addRule({call, path, false, error}); }
+    void failBelow(FileSystemCall call, const std::string& root, int error) { addRule({call, root, true, error}); }
+    void clearFailures() { std::lock_guard lock(mutex_); rules_.clear(); }
 
-    std::size_t callCount(FileSystemCall call) const;
-    void resetCounts();
+    std::size_t callCount(FileSystemCall call) const {
+        std::lock_guard lock(mutex_);
+        return counts_[static_cast<std::size_t>(call)];
+    }
+    void resetCounts() { std::lock_guard lock(mutex_); counts_.fill(0); }
 
     std::optional<FileStatus> status(const std::string& path, std::error_code& error) const override;
     std::optional<FileStatus> linkStatus(const std::string& path, std::error_code& error) const override;
@@ -82,16 +74,14 @@ public:
     bool isPackage(const std::string& path) const override;
 
 private:
-    struct Rule {
-        FileSystemCall call;
-        std::string path; // standardised
-        bool below;       // the path and everything under it, or the path alone
-        int errorNumber;
-    };
+    // `path` is standardised; `below` takes in everything under it as well.
+    struct Rule { FileSystemCall call; std::string path; bool below; int errorNumber; };
 
-    // Counts the call, then gives the error of the first rule that matches
-    // one of the paths (an empty error_code when none does).
-    std::error_code enter(FileSystemCall call, const std::string& path, const std::string* other = nullptr) const;
+    void addRule(Rule rule);
+    // Counts the call; when a rule matches one of the paths, sets `error` to
+    // its errno and answers true.
+    bool fails(FileSystemCall call, const std::string& path, std::error_code& error,
+               const std::string* other = nullptr) const;
     // The matching rule's error without counting anything.
     std::error_code failureFor(FileSystemCall call, const std::string& path) const;
 
