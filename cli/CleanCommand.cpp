@@ -5,13 +5,13 @@
 
 #include <fmt/format.h>
 
+#include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Models/Categories.hpp"
 #include "Models/SafetyModels.hpp"
 #include "Models/ScanItem.hpp"
 #include "Output.hpp"
 #include "Platform/FileSystem.hpp"
-#include "Platform/Home.hpp"
 #include "Platform/Trash.hpp"
 #include "Safety/AuditLogger.hpp"
 #include "Safety/TrashPipeline.hpp"
@@ -72,13 +72,9 @@ int handleClean(const Arguments& args) {
 
     const std::optional<CategorySet> categories = selectedCategories(args);
 
-    const FileURL homeURL(homeDirectory(), true);
+    const FileURL homeURL = userHomeURL();
     const std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
-    DeepScanEngine::Configuration configuration;
-    configuration.homeURL = homeURL;
-    configuration.fileSystem = fileSystem;
-    DeepScanEngine engine(std::move(configuration));
-    const ScanResult result = engine.scan(categories);
+    const ScanResult result = makeScanEngine(fileSystem).scan(categories);
 
     // Every item of a selected category goes; what must not go is refused
     // item by item by the pipeline's sandbox.

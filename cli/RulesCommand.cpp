@@ -1,17 +1,17 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Output.hpp"
 #include "Platform/FileSystem.hpp"
-#include "Platform/Home.hpp"
 #include "Rules/RuleRegistry.hpp"
 
 namespace unbulk::cli {
 
 int handleRules(const Arguments&) {
     // The listing is the whole command: no word behind it means anything.
-    RuleRegistry registry(std::nullopt, FileURL(homeDirectory(), true), makeDefaultFileSystem());
+    RuleRegistry registry(std::nullopt, userHomeURL(), makeDefaultFileSystem());
     // Disabled rules are listed too, under the same heading.
     const auto rules = registry.allRules();
     printLine(fmt::format("Active cleanup rules ({}):", rules.size()));

@@ -5,12 +5,12 @@
 
 #include <fmt/format.h>
 
+#include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Models/Categories.hpp"
 #include "Models/ScanItem.hpp"
 #include "Output.hpp"
 #include "Platform/FileSystem.hpp"
-#include "Platform/Home.hpp"
 #include "Scanner/DeepScanEngine.hpp"
 #include "Support/ByteCount.hpp"
 #include "Support/Dates.hpp"
@@ -42,13 +42,7 @@ void printReport(const ScanResult& result) {
 int handleScan(const Arguments& args) {
     const bool jsonOutput = hasFlag(args, "--json");
 
-    DeepScanEngine::Configuration configuration;
-    configuration.homeURL = FileURL(homeDirectory(), true);
-    configuration.fileSystem = makeDefaultFileSystem();
-    // No governor, process check, roots or rule registry: the engine's
-    // defaults apply, with the machine's own thermal and power state, and a
-    // scan from here has no anomaly or rule stage.
-    DeepScanEngine engine(std::move(configuration));
+    const DeepScanEngine engine = makeScanEngine(makeDefaultFileSystem());
 
     // Only an exact raw value selects a category; anything else, or no value
     // at all, scans everything.
