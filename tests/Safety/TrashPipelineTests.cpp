@@ -2,19 +2,14 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
-#include <set>
 #include <string>
-#include <system_error>
+#include <tuple>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "Safety/SandboxSecurityError.hpp"
-#include "Safety/SandboxValidator.hpp"
 #include "support/FaultyFileSystem.hpp"
 #include "support/TempHome.hpp"
 
@@ -24,19 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::FaultyFileSystem;
 using testing::FileSystemCall;
-using testing::TempHome;
-using Kind = TrashPipelineError::Kind;
-
-enum class Mode { dryRun, trash, purge };
-
-const char* name(Mode mode) {
-    switch (mode) {
-    case Mode::dryRun: return "dry run";
-    case Mode::trash: return "trash";
-    case Mode::purge: return "purge";
-    }
-    return "";
-}
 
 // lstat: a link counts as there even when its target is not.
 bool present(const std::string& path) {
@@ -49,457 +31,164 @@ std::int64_t allocatedOf(const std::string& path) {
     return ::lstat(path.c_str(), &st) == 0 ? static_cast<std::int64_t>(st.st_blocks) * 512 : -1;
 }
 
-// The messages of a summary's failed records, one per line, for a failure's report.
-std::string errorsOf(const TrashSummary& summary) {
-    std::string text;
-    for (const auto& error : summary.errors())
-        text += error + "\n";
-    return text;
-}
-
-std::string readText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-// The Trash, except for one path, whose move fails with the given errno and
-// leaves the item where it is.
-class RefusingTrash final : public Trash {
-public:
-    RefusingTrash(std::string refused, int errorNumber) : refused_(std::move(refused)), errorNumber_(errorNumber) {}
-
-    bool trashItem(const std::string& path, std::optional<std::string>& landedPath, std::error_code& error) override {
-        if (path == refused_) {
-            error = std::error_code(errorNumber_, std::generic_category());
-            return false;
-        }
-        return inner_->trashItem(path, landedPath, error);
-    }
-
-private:
-    std::shared_ptr<Trash> inner_ = makeDefaultTrash();
-    std::string refused_;
-    int errorNumber_;
-};
-
 // The real file system, except that right after the walk that measures
 // `victim`, the directory there is replaced by a symbolic link to `target`:
 // the worst moment for a swap, when the sandbox and the measurement have both
-// seen a plain directory.
-class SwappingFileSystem final : public FileSystem {
-public:
-    SwappingFileSystem(std::string victim, std::string target)
-        : victim_(std::move(victim)), target_(std::move(target)) {}
+// seen a plain directory. Everything else is passed through.
+struct SwappingFileSystem final : FileSystem {
+    using P = const std::string&;
+    using E = std::error_code&;
+    using M = std::uint32_t;
+    using V = std::string_view;
+    using Text = std::optional<std::string>;
+    using Entries = std::vector<DirectoryEntry>;
 
-    void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override {
-        inner_->walk(root, options, callbacks);
-        if (root == victim_ && !swapped_) {
-            fs::remove_all(victim_);
-            fs::create_directory_symlink(target_, victim_);
-            swapped_ = true;
-        }
-    }
-    bool swapped() const { return swapped_; }
+    std::string victim, target;
+    mutable bool swapped = false;
+    std::shared_ptr<FileSystem> real = makeDefaultFileSystem();
 
-    std::optional<FileStatus> status(const std::string& p, std::error_code& e) const override {
-        return inner_->status(p, e);
+    void walk(P root, const WalkOptions& options, const WalkCallbacks& callbacks) const override {
+        real->walk(root, options, callbacks);
+        if (root != victim || swapped) return;
+        fs::remove_all(victim);
+        fs::create_directory_symlink(target, victim);
+        swapped = true;
     }
-    std::optional<FileStatus> linkStatus(const std::string& p, std::error_code& e) const override {
-        return inner_->linkStatus(p, e);
-    }
-    std::vector<DirectoryEntry> contentsOfDirectory(const std::string& p, ListOptions o,
-                                                    std::error_code& e) const override {
-        return inner_->contentsOfDirectory(p, o, e);
-    }
-    std::optional<std::string> destinationOfSymbolicLink(const std::string& p, std::error_code& e) const override {
-        return inner_->destinationOfSymbolicLink(p, e);
-    }
-    std::string resolvingSymlinks(const std::string& p) const override { return inner_->resolvingSymlinks(p); }
-    std::optional<std::string> readFile(const std::string& p, std::size_t n, std::error_code& e) const override {
-        return inner_->readFile(p, n, e);
-    }
-    bool writeFileAtomically(const std::string& p, std::string_view c, std::uint32_t m, std::error_code& e) override {
-        return inner_->writeFileAtomically(p, c, m, e);
-    }
-    bool appendToFile(const std::string& p, std::string_view c, std::uint32_t m, std::error_code& e) override {
-        return inner_->appendToFile(p, c, m, e);
-    }
-    bool createDirectory(const std::string& p, std::uint32_t m, bool w, std::error_code& e) override {
-        return inner_->createDirectory(p, m, w, e);
-    }
-    bool moveItem(const std::string& f, const std::string& t, std::error_code& e) override {
-        return inner_->moveItem(f, t, e);
-    }
-    bool removeItem(const std::string& p, std::error_code& e) override { return inner_->removeItem(p, e); }
-    bool setPermissions(const std::string& p, std::uint32_t m, std::error_code& e) override {
-        return inner_->setPermissions(p, m, e);
-    }
-    bool isPackage(const std::string& p) const override { return inner_->isPackage(p); }
-
-private:
-    std::shared_ptr<FileSystem> inner_ = makeDefaultFileSystem();
-    std::string victim_;
-    std::string target_;
-    mutable bool swapped_ = false;
+    std::optional<FileStatus> status(P p, E e) const override { return real->status(p, e); }
+    std::optional<FileStatus> linkStatus(P p, E e) const override { return real->linkStatus(p, e); }
+    Entries contentsOfDirectory(P p, ListOptions o, E e) const override { return real->contentsOfDirectory(p, o, e); }
+    Text destinationOfSymbolicLink(P p, E e) const override { return real->destinationOfSymbolicLink(p, e); }
+    std::string resolvingSymlinks(P p) const override { return real->resolvingSymlinks(p); }
+    Text readFile(P p, std::size_t n, E e) const override { return real->readFile(p, n, e); }
+    bool writeFileAtomically(P p, V c, M m, E e) override { return real->writeFileAtomically(p, c, m, e); }
+    bool appendToFile(P p, V c, M m, E e) override { return real->appendToFile(p, c, m, e); }
+    bool createDirectory(P p, M m, bool w, E e) override { return real->createDirectory(p, m, w, e); }
+    bool moveItem(P from, P to, E e) override { return real->moveItem(from, to, e); }
+    bool removeItem(P p, E e) override { return real->removeItem(p, e); }
+    bool setPermissions(P p, M m, E e) override { return real->setPermissions(p, m, e); }
+    bool isPackage(P p) const override { return real->isPackage(p); }
 };
 
 class TrashPipelineTest : public ::testing::Test {
 protected:
-    FileURL url(const std::string& path) const { return fileSystem_->fileURL(path); }
-
-    std::shared_ptr<AuditLogger> logger(std::shared_ptr<FileSystem> fileSystem = nullptr) const {
-        return std::make_shared<AuditLogger>(std::nullopt, homeURL_, fileSystem ? fileSystem : fileSystem_);
+    // Logged to <home>/.unbulk/audit.jsonl through the same file system, or not logged at all.
+    TrashPipeline pipeline(std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(), bool logged = true) {
+        auto logger = logged ? std::make_shared<AuditLogger>(std::nullopt, homeURL, fileSystem) : nullptr;
+        return TrashPipeline(fileSystem, makeDefaultTrash(), logger, homeURL);
     }
 
-    TrashPipeline pipeline(std::shared_ptr<AuditLogger> auditLogger, std::shared_ptr<Trash> trash = nullptr,
-                           std::shared_ptr<FileSystem> fileSystem = nullptr) const {
-        return TrashPipeline(fileSystem ? fileSystem : fileSystem_, trash ? trash : makeDefaultTrash(),
-                             std::move(auditLogger), homeURL_);
-    }
-
-    static TrashSummary run(const TrashPipeline& pipeline, Mode mode, const std::vector<FileURL>& urls,
-                            const std::string& client = "cli") {
-        if (mode == Mode::purge) return pipeline.purgePermanently(urls, true, client);
-        return pipeline.trash(urls, mode == Mode::dryRun, client);
-    }
-
-    std::string logPath() const { return home_.at(".unbulk/audit.jsonl"); }
-    std::string trashFiles() const { return home_.at(".local/share/Trash/files"); }
-
-    std::set<std::string> trashedNames() const {
-        std::set<std::string> names;
-        std::error_code error;
-        for (const auto& entry : fs::directory_iterator(trashFiles(), error)) {
-            names.insert(entry.path().filename().string());
-        }
-        return names;
-    }
-
-    TempHome home_;
-    FileURL homeURL_{home_.path(), true};
-    std::shared_ptr<FileSystem> fileSystem_ = makeDefaultFileSystem();
+    testing::TempHome home;
+    FileURL homeURL{home.path(), true};
+    std::string logPath = home.at(".unbulk/audit.jsonl");
 };
 
 TEST_F(TrashPipelineTest, ArgumentErrorsComeBeforeAnyWorkAndUnconfirmedBeforeEmpty) {
-    const std::string file = home_.writeFile(".cache/tool/blob", 100);
-    const auto subject = pipeline(logger());
-    const std::string unconfirmed = "Permanent purge was requested without explicit confirmation flag.";
-    const std::string empty = "No target items provided for cleanup operation.";
-
-    struct Case {
-        const char* label;
-        std::function<void()> call;
-        Kind kind;
-        std::string text;
-    };
-    const std::vector<Case> cases{
-        {"trash, empty", [&] { subject.trash({}, false, "cli"); }, Kind::emptyTargetList, empty},
-        {"dry run, empty", [&] { subject.trash({}, true, "cli"); }, Kind::emptyTargetList, empty},
-        {"purge, empty, confirmed", [&] { subject.purgePermanently({}, true, "cli"); }, Kind::emptyTargetList, empty},
-        {"purge, empty, unconfirmed", [&] { subject.purgePermanently({}, false, "cli"); },
-         Kind::unconfirmedPermanentPurge, unconfirmed},
-        {"purge, unconfirmed", [&] { subject.purgePermanently({url(file)}, false, "cli"); },
-         Kind::unconfirmedPermanentPurge, unconfirmed},
-    };
-    for (const auto& c : cases) {
-        try {
-            c.call();
-            ADD_FAILURE() << c.label << ": nothing thrown";
-        } catch (const TrashPipelineError& error) {
-            EXPECT_EQ(error.kind, c.kind) << c.label;
-            EXPECT_EQ(std::string(error.what()), c.text) << c.label;
-        }
-    }
+    using ::testing::StrEq;
+    using ::testing::ThrowsMessage;
+    const std::string file = home.writeFile(".cache/tool/blob", 100);
+    const auto empty = ThrowsMessage<TrashPipelineError>(StrEq("No target items provided for cleanup operation."));
+    const auto unconfirmed =
+        ThrowsMessage<TrashPipelineError>(StrEq("Permanent purge was requested without explicit confirmation flag."));
+    EXPECT_THAT([&] { pipeline().trash({}, true, "cli"); }, empty);
+    EXPECT_THAT([&] { pipeline().purgePermanently({}, true, "cli"); }, empty);
+    EXPECT_THAT([&] { pipeline().purgePermanently({}, false, "cli"); }, unconfirmed);
+    EXPECT_THAT([&] { pipeline().purgePermanently({FileURL(file)}, false, "cli"); }, unconfirmed);
     EXPECT_TRUE(present(file));
-    EXPECT_FALSE(present(logPath())) << "a refused operation is not logged";
+    EXPECT_FALSE(present(logPath)) << "a refused operation is not logged";
 }
 
-TEST_F(TrashPipelineTest, ErrorSentencesOfEveryKind) {
-    EXPECT_STREQ(TrashPipelineError(Kind::sandboxViolation, "/x").what(),
-                 "Sandbox security violation: Path is forbidden: /x");
-    EXPECT_STREQ(TrashPipelineError(Kind::itemNotFound, "/x").what(), "Target item not found on disk: /x");
-    EXPECT_STREQ(TrashPipelineError(Kind::itemLockedOrPermissionDenied, "/x").what(),
-                 "Target item is locked or permission was denied: /x");
-    EXPECT_STREQ(TrashPipelineError(Kind::underlyingError, "boom").what(), "TrashPipeline filesystem error: boom");
-}
+// Forbidden, missing and locked items fail in their own records while the
+// rest goes, in every mode; a dry run refuses exactly what a real run does.
+TEST_F(TrashPipelineTest, FailingItemsStopNothingInAnyMode) {
+    const std::string document = home.writeFile("Documents/report.txt", 2000);
+    const std::string absentForbidden = home.at("Documents/never-there.txt");
+    const std::string missing = home.at(".cache/gone");
+    const std::string locked = home.at(".cache/locked");
+    const std::string cache = home.at(".cache/tool");
+    const std::string onlyEmpty = home.at(".cache/onlyEmpty");
+    const std::string refused = "' targets protected user directory 'Documents'.";
+    const std::vector<std::string> failures{"Sandbox violation: Sandbox Violation: Path '" + document + refused,
+                                            "Sandbox violation: Sandbox Violation: Path '" + absentForbidden + refused,
+                                            "File does not exist: " + missing};
 
-TEST_F(TrashPipelineTest, ForbiddenAndMissingPathsFailInEveryModeWhileTheRestGoes) {
-    for (Mode mode : {Mode::dryRun, Mode::trash, Mode::purge}) {
-        SCOPED_TRACE(name(mode));
-        TempHome home;
-        const FileURL homeURL(home.path(), true);
-        const std::string document = home.writeFile("Documents/report.txt", 2000);
-        const std::string key = home.writeFile(".ssh/id_ed25519", 400);
-        const std::string absentForbidden = home.at("Documents/never-there.txt");
-        const std::string missing = home.at(".cache/gone");
-        const std::string cache = home.writeFile(".cache/tool/blob", 3000);
-
-        // What the sandbox itself says about each forbidden path.
-        std::vector<std::string> violations;
-        for (const std::string& path : {document, key, absentForbidden, std::string("/etc/passwd")}) {
-            try {
-                SandboxValidator::validatePath(path, homeURL, *fileSystem_);
-                ADD_FAILURE() << path << " passed the sandbox";
-            } catch (const SandboxSecurityError& error) {
-                violations.push_back("Sandbox violation: " + error.description());
-            }
-        }
-        ASSERT_EQ(violations.size(), 4u);
-
-        auto auditLogger = std::make_shared<AuditLogger>(std::nullopt, homeURL, fileSystem_);
-        TrashPipeline subject(fileSystem_, makeDefaultTrash(), auditLogger, homeURL);
-        const std::vector<FileURL> urls{url(document),      url(key),     url(absentForbidden),
-                                        url("/etc/passwd"), url(missing), url(cache)};
-        const TrashSummary summary = run(subject, mode, urls);
-
-        ASSERT_EQ(summary.records.size(), urls.size());
-        for (std::size_t i = 0; i < 4; ++i) {
-            const TrashItemRecord& record = summary.records[i];
-            EXPECT_EQ(record.status, TrashItemStatus::failed) << record.sourcePath;
-            EXPECT_EQ(record.errorMessage, violations[i]);
-            EXPECT_TRUE(record.errorMessage->starts_with("Sandbox violation: Sandbox Violation: "));
-            EXPECT_EQ(record.allocatedBytes, 0);
-            EXPECT_EQ(record.fileCount, 1);
-            EXPECT_FALSE(record.trashURL);
-        }
-        EXPECT_EQ(summary.records[4].status, TrashItemStatus::failed);
-        EXPECT_EQ(summary.records[4].errorMessage, "File does not exist: " + missing);
-        EXPECT_EQ(summary.records[4].fileCount, 1);
-
-        const TrashItemRecord& last = summary.records[5];
-        EXPECT_EQ(last.status, mode == Mode::dryRun ? TrashItemStatus::simulated : TrashItemStatus::success);
-        EXPECT_EQ(last.logicalBytes, 3000);
-        EXPECT_EQ(summary.successCount, 1);
-        EXPECT_EQ(summary.failureCount, 5);
-        EXPECT_EQ(summary.totalLogicalBytesUnbulked, 3000);
-        EXPECT_EQ(summary.totalAllocatedBytesUnbulked, last.allocatedBytes);
-
-        EXPECT_TRUE(present(document) && present(key) && present("/etc/passwd"));
-        EXPECT_EQ(present(cache), mode == Mode::dryRun);
-
-        const auto entries = auditLogger->readEntries();
-        ASSERT_EQ(entries.size(), 1u);
-        EXPECT_EQ(entries[0].paths, std::vector<std::string>{cache});
-        EXPECT_EQ(entries[0].itemsCount, 1);
-    }
-}
-
-TEST_F(TrashPipelineTest, OneFailingItemStopsNothingAndCarriesItsMeasuredSize) {
-    for (Mode mode : {Mode::trash, Mode::purge}) {
-        SCOPED_TRACE(name(mode));
-        const std::string first = home_.writeFile(std::string(".cache/first-") + name(mode), 1000);
-        const std::string locked = home_.writeFile(std::string(".cache/locked-") + name(mode) + "/data", 7000);
-        const std::string lockedDir = fs::path(locked).parent_path().string();
-        const std::string third = home_.writeFile(std::string(".cache/third-") + name(mode), 5000);
-
-        std::shared_ptr<Trash> trash;
-        std::shared_ptr<FileSystem> fileSystem;
-        if (mode == Mode::trash) {
-            trash = std::make_shared<RefusingTrash>(lockedDir, EACCES);
-        } else {
-            auto faulty = std::make_shared<FaultyFileSystem>();
-            faulty->failOn(FileSystemCall::removeItem, lockedDir, EACCES);
-            fileSystem = faulty;
-        }
-        auto auditLogger = logger();
-        const auto before = auditLogger->readEntries().size();
+    auto faulty = std::make_shared<FaultyFileSystem>();
+    faulty->failOn(FileSystemCall::removeItem, locked, EACCES);
+    const auto subject = pipeline(faulty);
+    const std::vector<FileURL> urls{FileURL(document), FileURL(absentForbidden), FileURL(missing),
+                                    FileURL(locked),   FileURL(cache),           FileURL(onlyEmpty)};
+    for (AuditOperationType type : {AuditOperationType::dryRun, AuditOperationType::trash, AuditOperationType::purge}) {
+        SCOPED_TRACE(std::string(rawValue(type)));
+        const bool dry = type == AuditOperationType::dryRun, purge = type == AuditOperationType::purge;
+        const std::string lockedData = home.writeFile(".cache/locked/data", 7000);
+        const std::string blob = home.writeFile(".cache/tool/blob", 3000);
+        const std::int64_t lockedAllocated = allocatedOf(lockedData);
+        const std::int64_t cacheAllocated = allocatedOf(blob) + allocatedOf(home.writeFile(".cache/tool/index", 10));
+        // A link is measured as itself, never followed.
+        if (!present(cache + "/link")) home.makeSymlink(".cache/tool/link", lockedData);
+        home.makeDirectory(".cache/onlyEmpty/a/b");
         const TrashSummary summary =
-            run(pipeline(auditLogger, trash, fileSystem), mode, {url(first), url(lockedDir), url(third)}, "mcp");
+            purge ? subject.purgePermanently(urls, true, "mcp") : subject.trash(urls, dry, "mcp");
 
-        ASSERT_EQ(summary.records.size(), 3u);
-        EXPECT_EQ(summary.records[0].status, TrashItemStatus::success);
-        EXPECT_EQ(summary.records[1].status, TrashItemStatus::failed);
-        EXPECT_EQ(summary.records[1].errorMessage, std::error_code(EACCES, std::generic_category()).message());
-        EXPECT_EQ(summary.records[1].logicalBytes, 7000);
-        EXPECT_EQ(summary.records[1].allocatedBytes, allocatedOf(locked));
-        EXPECT_EQ(summary.records[1].fileCount, 1);
-        EXPECT_EQ(summary.records[2].status, TrashItemStatus::success);
+        ASSERT_EQ(summary.records.size(), 6u);
+        for (std::size_t i = 0; i < 3; ++i)
+            EXPECT_EQ(summary.records[i].errorMessage, failures[i]);
+        const TrashItemRecord &lockedRecord = summary.records[3], &cacheRecord = summary.records[4];
+        EXPECT_EQ(lockedRecord.errorMessage, purge ? std::optional<std::string>("Permission denied") : std::nullopt);
+        EXPECT_EQ(lockedRecord.allocatedBytes, lockedAllocated) << "measured before the removal";
+        EXPECT_EQ(std::tie(cacheRecord.status, cacheRecord.fileCount),
+                  std::tuple(dry ? TrashItemStatus::simulated : TrashItemStatus::success, 2));
+        EXPECT_EQ(cacheRecord.trashPath,
+                  !dry && !purge ? std::optional(home.at(".local/share/Trash/files/tool")) : std::nullopt);
+        const TrashItemRecord& empties = summary.records[5]; // a tree of empty directories is one item of 0 bytes
+        EXPECT_EQ(std::tie(empties.fileCount, empties.allocatedBytes, empties.logicalBytes), std::tuple(1, 0, 0));
+        EXPECT_EQ(summary.successCount, purge ? 2 : 3);
+        EXPECT_EQ(summary.failureCount, purge ? 4 : 3);
+        EXPECT_EQ(summary.totalLogicalBytesUnbulked, purge ? 3010 : 10010);
+        EXPECT_EQ(summary.totalAllocatedBytesUnbulked, cacheAllocated + (purge ? 0 : lockedAllocated));
+        EXPECT_TRUE(present(document));
+        EXPECT_EQ(present(blob), dry);
+        EXPECT_EQ(present(lockedData), dry || purge);
 
-        EXPECT_FALSE(present(first));
-        EXPECT_TRUE(present(locked));
-        EXPECT_FALSE(present(third));
-
-        EXPECT_EQ(summary.totalItemsCount, 3);
-        EXPECT_EQ(summary.successCount, 2);
-        EXPECT_EQ(summary.failureCount, 1);
-        EXPECT_EQ(summary.totalLogicalBytesUnbulked, 6000);
-        EXPECT_EQ(summary.totalAllocatedBytesUnbulked,
-                  summary.records[0].allocatedBytes + summary.records[2].allocatedBytes);
-        EXPECT_GT(summary.totalAllocatedBytesUnbulked, 0);
-
-        const auto entries = auditLogger->readEntries();
-        ASSERT_EQ(entries.size(), before + 1);
-        const AuditLogEntry& entry = entries.back();
-        EXPECT_EQ(entry.operationId, summary.operationId.string());
-        EXPECT_EQ(entry.operationType, mode == Mode::trash ? AuditOperationType::trash : AuditOperationType::purge);
-        EXPECT_EQ(entry.itemsCount, 2);
-        EXPECT_EQ(entry.bytesUnbulked, summary.totalAllocatedBytesUnbulked);
-        EXPECT_EQ(entry.paths, (std::vector<std::string>{first, third}));
-        EXPECT_EQ(entry.client, "mcp");
-        ASSERT_TRUE(entry.durationMs);
-        EXPECT_DOUBLE_EQ(*entry.durationMs, summary.durationSeconds * 1000.0);
+        const AuditLogEntry entry = AuditLogger(std::nullopt, homeURL).readEntries().at(dry ? 0 : purge ? 2 : 1);
+        EXPECT_EQ(std::tie(entry.operationId, entry.operationType, entry.itemsCount, entry.bytesUnbulked, entry.client),
+                  std::tuple(summary.operationId.string(), type, summary.successCount,
+                             summary.totalAllocatedBytesUnbulked, "mcp"));
+        EXPECT_EQ(entry.paths, (purge ? std::vector<std::string>{cache, onlyEmpty}
+                                      : std::vector<std::string>{locked, cache, onlyEmpty}));
     }
-    EXPECT_TRUE(logger()->verifyIntegrity().isValid);
-}
-
-TEST_F(TrashPipelineTest, TrashedItemsLandInTheTrashAndPurgedOnesLeaveNoTrashURL) {
-    const std::string trashed = home_.writeFile(".cache/trashed/blob", 100);
-    const std::string purged = home_.writeFile(".cache/purged/blob", 100);
-    const std::string danglingLink = home_.makeSymlink(".cache/dangling", home_.at(".cache/nowhere/at-all"));
-
-    const auto subject = pipeline(logger());
-    const TrashSummary moved = subject.trash({url(fs::path(trashed).parent_path()), url(danglingLink)}, false, "cli");
-    ASSERT_EQ(moved.successCount, 2) << errorsOf(moved);
-    ASSERT_TRUE(moved.records[0].trashURL);
-    EXPECT_EQ(moved.records[0].trashPath, trashFiles() + "/trashed");
-    EXPECT_TRUE(present(*moved.records[0].trashPath + "/blob"));
-    EXPECT_EQ(moved.trashedItemURLs().size(), 2u);
-    EXPECT_FALSE(present(danglingLink));
-    EXPECT_EQ(trashedNames(), (std::set<std::string>{"trashed", "dangling"}));
-
-    const TrashSummary gone = subject.purgePermanently({url(fs::path(purged).parent_path())}, true, "cli");
-    EXPECT_TRUE(gone.isPermanentPurge);
-    EXPECT_FALSE(gone.isDryRun);
-    ASSERT_EQ(gone.successCount, 1);
-    EXPECT_FALSE(gone.records[0].trashURL);
-    EXPECT_FALSE(gone.records[0].trashPath);
-    EXPECT_TRUE(gone.trashedItemURLs().empty());
-    EXPECT_FALSE(present(purged));
-    EXPECT_EQ(trashedNames().size(), 2u) << "a purge puts nothing in the Trash";
-}
-
-TEST_F(TrashPipelineTest, DryRunMeasuresAndLogsButTouchesNothing) {
-    const std::string cache = home_.writeFile(".cache/app/a/b/blob", 4096);
-    home_.writeFile(".cache/app/index", 10);
-    const std::string directory = home_.at(".cache/app");
-    auto auditLogger = logger();
-
-    const TrashSummary summary = pipeline(auditLogger).trash({url(directory)}, true, "uninstaller");
-
-    EXPECT_TRUE(summary.isDryRun);
-    EXPECT_FALSE(summary.isPermanentPurge);
-    ASSERT_EQ(summary.records.size(), 1u);
-    const TrashItemRecord& record = summary.records[0];
-    EXPECT_EQ(record.status, TrashItemStatus::simulated);
-    EXPECT_EQ(record.fileCount, 2);
-    EXPECT_EQ(record.logicalBytes, 4106);
-    EXPECT_EQ(record.allocatedBytes, allocatedOf(cache) + allocatedOf(home_.at(".cache/app/index")));
-    EXPECT_FALSE(record.trashURL);
-    EXPECT_FALSE(record.errorMessage);
-    EXPECT_EQ(summary.totalLogicalBytesUnbulked, 4106);
-
-    EXPECT_TRUE(present(cache));
-    EXPECT_TRUE(trashedNames().empty());
-
-    const auto entries = auditLogger->readEntries();
-    ASSERT_EQ(entries.size(), 1u);
-    EXPECT_EQ(entries[0].operationType, AuditOperationType::dryRun);
-    EXPECT_EQ(entries[0].paths, std::vector<std::string>{directory});
-    EXPECT_EQ(entries[0].bytesUnbulked, record.allocatedBytes);
-    EXPECT_EQ(entries[0].client, "uninstaller");
 }
 
 TEST_F(TrashPipelineTest, AuditLogTroubleNeverFailsTheRemoval) {
-    struct Case {
-        const char* label;
-        std::string existingLog;               // written before the run; empty for no file
-        std::optional<FileSystemCall> failing; // with ENOSPC, on the log file
-    };
-    const std::string entryLine = [&] {
-        TempHome scratch;
-        AuditLogger scratchLogger(std::nullopt, FileURL(scratch.path(), true));
-        scratchLogger.record(Uuid::random(), AuditOperationType::trash, 1, 10, {"/x/y"}, "cli", 1.0);
-        return readText(scratch.at(".unbulk/audit.jsonl"));
-    }();
-    const std::vector<Case> cases{
-        {"garbage line", entryLine + "this is not json\n", std::nullopt},
-        {"full disk creating the log", "", FileSystemCall::writeFileAtomically},
-        {"full disk appending to the log", entryLine, FileSystemCall::appendToFile},
-    };
-    int n = 0;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.label);
-        fs::remove_all(home_.at(".unbulk"));
-        if (!c.existingLog.empty()) home_.writeFile(".unbulk/audit.jsonl", c.existingLog);
-        auto faulty = std::make_shared<FaultyFileSystem>();
-        if (c.failing) faulty->failOn(*c.failing, logPath(), ENOSPC);
-
-        const std::string item = home_.writeFile(".cache/item-" + std::to_string(++n), 500);
-        const TrashSummary summary = pipeline(logger(faulty)).trash({url(item)}, false, "cli");
-
-        EXPECT_EQ(summary.successCount, 1);
+    auto faulty = std::make_shared<FaultyFileSystem>();
+    faulty->failOn(FileSystemCall::writeFileAtomically, logPath, ENOSPC);
+    // A garbage line already in the log, then a full disk creating the log.
+    for (const std::string existingLog : {"this is not json\n", ""}) {
+        fs::remove_all(home.at(".unbulk"));
+        if (!existingLog.empty()) home.writeFile(".unbulk/audit.jsonl", existingLog);
+        const std::string item = home.writeFile(".cache/item", 500);
+        const TrashSummary summary = pipeline(faulty).trash({FileURL(item)}, false, "cli");
+        EXPECT_EQ(summary.totalLogicalBytesUnbulked, 500);
         EXPECT_FALSE(present(item));
-        EXPECT_EQ(readText(logPath()), c.existingLog) << "no entry may be added";
-        EXPECT_EQ(present(logPath()), !c.existingLog.empty());
+        EXPECT_EQ(present(logPath) ? fs::file_size(logPath) : 0, existingLog.size()) << "no entry may be added";
     }
 }
 
-TEST_F(TrashPipelineTest, WithoutALoggerNothingIsLogged) {
-    const std::string item = home_.writeFile(".cache/item", 500);
-    const TrashSummary summary = pipeline(nullptr).purgePermanently({url(item)}, true, "cli");
-    EXPECT_EQ(summary.successCount, 1);
-    EXPECT_FALSE(present(item));
-    EXPECT_FALSE(present(home_.at(".unbulk")));
-}
-
-TEST_F(TrashPipelineTest, MetricsCountRegularFilesOnlyAndNeverFollowLinks) {
-    const std::string outside = home_.writeFile("big/outside.bin", 50'000);
-    const std::string file = home_.writeFile("m/file.bin", 3000);
-    home_.makeDirectory("m/empty");
-    home_.makeDirectory("m/onlyEmpty/a/b");
-    home_.makeDirectory("m/onlyEmpty/c");
-    home_.writeFile("m/tree/one", 100);
-    home_.writeFile("m/tree/deep/two", 200);
-    home_.makeSymlink("m/tree/linkToFile", outside);
-    home_.makeSymlink("m/tree/linkToDir", home_.at("big"));
-    const std::string dirLink = home_.makeSymlink("m/dirLink", home_.at("big"));
-    const auto subject = pipeline(nullptr);
-
-    using Metrics = TrashPipeline::ItemMetrics;
-    struct Case {
-        std::string path;
-        Metrics expected;
-    };
-    const std::vector<Case> cases{
-        {home_.at("m/missing"), {0, 0, 0}},
-        {file, {allocatedOf(file), 3000, 1}},
-        {home_.at("m/empty"), {0, 0, 1}},
-        {home_.at("m/onlyEmpty"), {0, 0, 1}},
-        {home_.at("m/tree"), {allocatedOf(home_.at("m/tree/one")) + allocatedOf(home_.at("m/tree/deep/two")), 300, 2}},
-        // The link itself, not the 50 KB it leads to.
-        {dirLink, {allocatedOf(dirLink), static_cast<std::int64_t>(home_.at("big").size()), 1}},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(subject.computeItemMetrics(url(c.path)), c.expected) << c.path;
-    }
-
-    // The same numbers reach the record of a directory of empty directories.
-    const TrashSummary summary = subject.trash({url(home_.at("m/onlyEmpty"))}, true, "cli");
-    EXPECT_EQ(summary.records[0].fileCount, 1);
-    EXPECT_EQ(summary.records[0].allocatedBytes, 0);
-    EXPECT_EQ(summary.records[0].logicalBytes, 0);
-}
-
-TEST_F(TrashPipelineTest, ADirectorySwappedForALinkAfterTheChecksIsRemovedAsALink) {
+TEST_F(TrashPipelineTest, ADirectorySwappedForALinkBeforeAPurgeIsRemovedAsALink) {
     // The link leads into Documents, which the sandbox would refuse had it
     // seen the link; it saw a directory, so only the removal stands between
     // the swap and the user's files.
-    const std::string sentinel = home_.writeFile("Documents/keep/sentinel.txt", "precious");
-    for (Mode mode : {Mode::purge, Mode::trash}) {
-        SCOPED_TRACE(name(mode));
-        const std::string victim = home_.makeDirectory(std::string(".cache/victim-") + name(mode));
-        home_.writeFile(std::string(".cache/victim-") + name(mode) + "/blob", 1234);
-        auto swapping = std::make_shared<SwappingFileSystem>(victim, home_.at("Documents/keep"));
+    auto swapping = std::make_shared<SwappingFileSystem>();
+    swapping->victim = fs::path(home.writeFile(".cache/victim/blob", 1234)).parent_path();
+    swapping->target = fs::path(home.writeFile("Documents/keep/sentinel.txt", "precious")).parent_path();
 
-        const TrashSummary summary = run(pipeline(logger(), nullptr, swapping), mode, {FileURL(victim, true)});
-
-        ASSERT_TRUE(swapping->swapped()) << "the measurement never walked the victim";
-        ASSERT_EQ(summary.successCount, 1) << errorsOf(summary);
-        EXPECT_EQ(summary.records[0].logicalBytes, 1234) << "measured before the swap";
-        EXPECT_FALSE(present(victim)) << "the link itself is gone";
-        EXPECT_EQ(readText(sentinel), "precious");
-        EXPECT_TRUE(present(home_.at("Documents/keep")));
-    }
+    // Without a logger, nothing is logged.
+    const auto summary = pipeline(swapping, false).purgePermanently({FileURL(swapping->victim)}, true, "cli");
+    ASSERT_TRUE(swapping->swapped) << "the measurement never walked the victim";
+    ASSERT_EQ(summary.successCount, 1) << summary.records[0].errorMessage.value_or("");
+    EXPECT_EQ(summary.records[0].logicalBytes, 1234) << "measured before the swap";
+    EXPECT_FALSE(present(swapping->victim)) << "the link itself is gone";
+    EXPECT_EQ(fs::file_size(swapping->target + "/sentinel.txt"), 8u) << "what it led to is untouched";
+    EXPECT_FALSE(present(home.at(".unbulk")));
 }
 
 } // namespace
