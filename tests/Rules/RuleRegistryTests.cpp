@@ -1,9 +1,7 @@
 #include "Rules/RuleRegistry.hpp"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
-#include <filesystem>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -19,23 +17,23 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-const std::string invalidIdTail =
-    "' is invalid. It must be non-empty and contain only alphanumeric characters, dots, and underscores.";
-
 RuleDefinition dynamicRule(const std::string& id, Strings patterns = {"~/.cache/mlx/**"}) {
     return {.id = id, .name = "Rule " + id, .description = "Weights fetched by mlx.",
             .category = StorageCategory::aiModelWeights, .riskTier = RiskTier::reviewRequired,
             .patterns = std::move(patterns)};
 }
 
-template <typename Error, typename Call>
-std::optional<Error> errorOf(const Call& call) {
+// The sentence a call is refused with; "sandbox" for the sandbox's own error, which passes through unwrapped.
+template <typename Call>
+std::string refusalOf(const Call& call) {
     try {
         call();
-    } catch (const Error& error) {
-        return error;
+    } catch (const RuleRegistryError& error) {
+        return error.what();
+    } catch (const SandboxSecurityError&) {
+        return "sandbox";
     }
-    return std::nullopt;
+    return "(accepted)";
 }
 
 Strings idsOf(const std::vector<RuleDefinition>& rules) {
@@ -56,7 +54,6 @@ protected:
         std::error_code error;
         return fileSystem->readFile(rulesPath, 1 << 20, error);
     }
-    RuleCatalog storedCatalog() const { return ruleCatalogFromJson(Json::parse(storedText().value())); }
 };
 
 TEST_F(RuleRegistryTest, RegisterWritesAPrettySortedCatalogAndKeepsABuiltInClaimDynamic) {
@@ -65,8 +62,7 @@ TEST_F(RuleRegistryTest, RegisterWritesAPrettySortedCatalogAndKeepsABuiltInClaim
     rule.excludedPatterns = {"/*"}; // exclusions are never put to the sandbox
     auto claimed = dynamicRule("custom.claims_builtin");
     claimed.isBuiltIn = true;
-    // The file keeps whole seconds, so "now" is compared at that grain.
-    const Date before = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    const Date before = std::chrono::system_clock::now();
     registry.registerRule(rule);
     registry.registerRule(claimed);
     const Date after = std::chrono::system_clock::now();
@@ -74,10 +70,7 @@ TEST_F(RuleRegistryTest, RegisterWritesAPrettySortedCatalogAndKeepsABuiltInClaim
     const std::string text = storedText().value();
     const Json document = Json::parse(text);
     EXPECT_EQ(text, document.dump(2)); // two-space indentation, keys sorted at every level
-    EXPECT_EQ(document.size(), 3u);
     EXPECT_EQ(document["version"], 1);
-    const auto written = dates::parseISO8601(document["updatedAt"].get<std::string>());
-    EXPECT_TRUE(written && before <= *written && *written <= after) << document["updatedAt"];
     const auto catalog = ruleCatalogFromJson(document);
     EXPECT_EQ(idsOf(catalog.rules), (Strings{claimed.id, rule.id}));
     EXPECT_EQ(catalog.rules[1], rule);
@@ -93,26 +86,28 @@ TEST_F(RuleRegistryTest, RegisterWritesAPrettySortedCatalogAndKeepsABuiltInClaim
 }
 
 TEST_F(RuleRegistryTest, RefusalsReportTheirExactSentenceAndChangeNothing) {
-    const std::string builtIn = "Cannot overwrite built-in rule 'dev.npm.cache' with a dynamic rule.";
+    const std::string badId = "' is invalid. It must be non-empty and contain only alphanumeric characters, dots, "
+                              "and underscores.";
     const std::vector<std::tuple<std::string, Strings, std::string>> cases{
-        {"", {"~/x/**"}, "Rule ID '(empty)" + invalidIdTail},
+        {"", {"~/x/**"}, "Rule ID '(empty)" + badId},
         // A built-in id is refused before its patterns are looked at.
-        {"dev.npm.cache", {}, builtIn},
-        {"dev.npm.cache", {"/*"}, builtIn},
-        {"custom.empty", {}, "Rule 'custom.empty' must define at least one path pattern."},
-        // The id comes first: a space, an emoji, bytes that are not UTF-8.
-        {"my rule", {}, "Rule ID 'my rule" + invalidIdTail},
-        {"\xF0\x9F\x9A\x80.x", {"/*"}, "Rule ID '\xF0\x9F\x9A\x80.x" + invalidIdTail},
-        {"bad\xFF", {"~/x/**"}, "Rule ID 'bad\xFF" + invalidIdTail},
+        {"dev.npm.cache", {"/*"}, "Cannot overwrite built-in rule 'dev.npm.cache' with a dynamic rule."},
+        {"custom.x", {}, "Rule 'custom.x' must define at least one path pattern."},
+        // The id comes first: a space, an emoji.
+        {"my rule", {}, "Rule ID 'my rule" + badId},
+        {"\xF0\x9F\x9A\x80.x", {"/*"}, "Rule ID '\xF0\x9F\x9A\x80.x" + badId},
+        // Every pattern is judged, not only the first.
+        {"custom.x", {"~/.cache/mlx/**", "/usr/*"}, "sandbox"},
     };
     auto registry = makeRegistry();
+    registry.registerRule(dynamicRule("custom.x"));
     const auto before = registry.allRules();
+    const auto file = storedText();
     for (const auto& [id, patterns, sentence] : cases) {
-        auto error = errorOf<RuleRegistryError>([&, rule = dynamicRule(id, patterns)] { registry.registerRule(rule); });
-        EXPECT_EQ(error ? error->what() : "(none)", sentence) << id;
+        EXPECT_EQ(refusalOf([&] { registry.registerRule(dynamicRule(id, patterns)); }), sentence) << id;
     }
     EXPECT_EQ(registry.allRules(), before);
-    EXPECT_FALSE(std::filesystem::exists(rulesPath));
+    EXPECT_EQ(storedText(), file);
 
     // Letters, marks and digits of any script are accepted, and ".", "_", "-".
     for (std::string id : {"my-rule.v2_x", "\u043f\u0440\u0430\u0432\u0438\u043b\u043e.\u0663", "cafe\u0301"}) {
@@ -120,26 +115,12 @@ TEST_F(RuleRegistryTest, RefusalsReportTheirExactSentenceAndChangeNothing) {
     }
 }
 
-TEST_F(RuleRegistryTest, SandboxRefusalPassesThroughUnwrappedAndChangesNothing) {
-    auto registry = makeRegistry();
-    const auto good = dynamicRule("custom.x");
-    registry.registerRule(good);
-    const auto file = storedText();
-    // The last one: every pattern is judged, not only the first.
-    for (const Strings& patterns : {Strings{"/*"}, Strings{"~/Documents/*"}, Strings{"~/.cache/mlx/**", "/usr/*"}}) {
-        EXPECT_THROW(registry.registerRule(dynamicRule("custom.x", patterns)), SandboxSecurityError) << patterns.back();
-        EXPECT_EQ(registry.rule("custom.x"), good);
-        EXPECT_EQ(storedText(), file);
-    }
-}
-
-TEST_F(RuleRegistryTest, OnlyChangesToDynamicRulesReachTheFile) {
+TEST_F(RuleRegistryTest, OnlyChangesToDynamicRulesReachTheFileAndAFailedSaveIsRaised) {
     auto registry = makeRegistry();
     registry.loadCustomRules(); // no file: nothing happens
     registry.setRuleEnabled("dev.npm.cache", false);
     EXPECT_NO_THROW(registry.removeRule("no.such.rule"));
     EXPECT_EQ(writes(), 0u);
-    EXPECT_FALSE(std::filesystem::exists(temp.at(".unbulk")));
 
     registry.registerRule(dynamicRule("a.rule"));
     registry.setRuleEnabled("a.rule", false);
@@ -149,84 +130,70 @@ TEST_F(RuleRegistryTest, OnlyChangesToDynamicRulesReachTheFile) {
 
     // A fresh instance starts from the built-ins and reads the file only when asked.
     auto later = makeRegistry();
-    EXPECT_TRUE(later.rule("dev.npm.cache")->enabled);
-    EXPECT_FALSE(later.rule("a.rule"));
     later.loadCustomRules();
     EXPECT_FALSE(later.rule("a.rule")->enabled);
+
+    // A failed save is raised, and the change stays in memory.
+    fileSystem->failOn(testing::FileSystemCall::writeFileAtomically, rulesPath, ENOSPC);
+    const auto rule = dynamicRule("custom.x");
+    EXPECT_EQ(refusalOf([&] { registry.registerRule(rule); }),
+              "Failed to persist rule catalog to disk: Failed to write rules to " + rulesPath +
+                  ": No space left on device");
+    EXPECT_EQ(registry.rule("custom.x"), rule);
 }
 
 TEST_F(RuleRegistryTest, LoadingFailsOnABadFileAndSkipsRefusedRulesAndBuiltInIds) {
-    for (const char* text : {"this is not json", "{}", R"({"version": 1, "rules": []})"}) {
+    for (const char* text : {"this is not json", "{}"}) {
         temp.writeFile(".unbulk/rules.json", text);
-        const auto error = errorOf<RuleRegistryError>([&] { makeRegistry().loadCustomRules(); }).value();
-        EXPECT_EQ(error.kind, RuleRegistryError::Kind::catalogDecodingFailed) << text;
-        EXPECT_EQ(error.what(), "Failed to parse rules.json: " + error.payload);
+        // The decoding failure's own sentence, not the one for an unreadable file.
+        EXPECT_TRUE(refusalOf([&] { makeRegistry().loadCustomRules(); }).starts_with("Failed to parse rules.json: "))
+            << text;
     }
 
-    auto early = dynamicRule("custom.dup"), late = early;
-    late.name = "Late";
     const RuleCatalog catalog{.version = 1, .updatedAt = {},
                               .rules = {dynamicRule("custom.mlx"), dynamicRule("custom.root", {"/*"}),
-                                        dynamicRule("dev.npm.cache"), early, late, dynamicRule("custom.dup", {"~/*"})}};
+                                        dynamicRule("dev.npm.cache"), dynamicRule("custom.dup", {"~/c/**"}),
+                                        dynamicRule("custom.dup", {"~/*"})}};
     temp.writeFile(".unbulk/rules.json", toJson(catalog).dump());
     auto registry = makeRegistry();
     registry.loadCustomRules();
     EXPECT_EQ(registry.rule("custom.mlx"), catalog.rules[0]);
     EXPECT_FALSE(registry.rule("custom.root"));
     EXPECT_EQ(registry.rule("dev.npm.cache")->name, "npm Cache");
-    EXPECT_EQ(registry.rule("custom.dup"), late); // the later valid one: a refused one replaces nothing
+    EXPECT_EQ(registry.rule("custom.dup"), catalog.rules[3]); // a refused later one replaces nothing
     EXPECT_EQ(registry.allRules().size(), builtInRuleCount + 2);
-}
-
-TEST_F(RuleRegistryTest, AFailedSaveIsRaisedAndTheChangeStaysInMemory) {
-    fileSystem->failOn(testing::FileSystemCall::writeFileAtomically, rulesPath, ENOSPC);
-    auto registry = makeRegistry();
-    const auto rule = dynamicRule("custom.x");
-    auto error = errorOf<RuleRegistryError>([&] { registry.registerRule(rule); });
-    EXPECT_EQ(error.value().what(), "Failed to persist rule catalog to disk: Failed to write rules to " + rulesPath +
-                                        ": No space left on device");
-    EXPECT_EQ(registry.rule("custom.x"), rule);
 }
 
 TEST_F(RuleRegistryTest, MatchingRulesHonourExclusionsAndSwitchesInIdOrder) {
     auto registry = makeRegistry();
     registry.registerRule(dynamicRule("Zeta.rule", {"~/Library/Caches/**"}));
-    auto match = [&](const std::string& relative) { return idsOf(registry.matchingRules(temp.at(relative))); };
-    const std::string incomplete = "Library/Caches/Homebrew/downloads/x.incomplete";
-    // Byte order puts capitals first, whatever the locale.
-    EXPECT_EQ(match(incomplete), (Strings{"Zeta.rule", "dev.homebrew.incomplete", "sys.user.caches"}));
-    EXPECT_EQ(match("Library/Caches/Homebrew/downloads/x.tar.gz"),
-              (Strings{"Zeta.rule", "dev.homebrew.cache", "sys.user.caches"}));
+    const std::string incomplete = temp.at("Library/Caches/Homebrew/downloads/x.incomplete");
+    // Byte order puts capitals first, whatever the locale; the cache rule excludes what is still downloading.
+    EXPECT_EQ(idsOf(registry.matchingRules(incomplete)),
+              (Strings{"Zeta.rule", "dev.homebrew.incomplete", "sys.user.caches"}));
     registry.setRuleEnabled("sys.user.caches", false);
     registry.setRuleEnabled("Zeta.rule", false);
-    EXPECT_EQ(match(incomplete), Strings{"dev.homebrew.incomplete"});
+    EXPECT_EQ(idsOf(registry.matchingRules(incomplete)), Strings{"dev.homebrew.incomplete"});
 }
 
 TEST_F(RuleRegistryTest, ConcurrentRegistrationsAndReadsLoseNothingAndNeverTearTheFile) {
     auto registry = makeRegistry();
-    std::atomic<bool> done{false};
-    std::atomic<int> tornReads{0};
-    std::vector<std::thread> writers;
+    std::vector<std::thread> threads;
     for (char w : {'a', 'b', 'c', 'd'}) {
-        writers.emplace_back([&, w] {
+        threads.emplace_back([&, w] {
             for (char i = '0'; i < '8'; ++i) {
-                registry.registerRule(dynamicRule({w, '.', i}, {"~/c/" + std::string{w, i}}));
+                registry.registerRule(dynamicRule({w, '.', i}, {"~/c/" + std::string{w}}));
+                registry.matchingRules(temp.at("c/a0"));
+                // Every read finds a whole file, never a torn one.
+                if (auto text = storedText()) { EXPECT_FALSE(Json::parse(*text, nullptr, false).is_discarded()); }
             }
         });
     }
-    std::thread reader([&] {
-        while (!done) {
-            registry.matchingRules(temp.at("c/a0"));
-            if (auto text = storedText(); text && Json::parse(*text, nullptr, false).is_discarded()) ++tornReads;
-        }
-    });
-    for (auto& thread : writers) thread.join();
-    done = true;
-    reader.join();
+    for (auto& thread : threads) thread.join();
 
-    EXPECT_EQ(tornReads, 0);
     EXPECT_EQ(registry.allRules().size(), builtInRuleCount + 32);
-    const Strings stored = idsOf(storedCatalog().rules); // the last save holds every rule, in order
+    // The last save holds every rule, in order.
+    const Strings stored = idsOf(ruleCatalogFromJson(Json::parse(storedText().value())).rules);
     EXPECT_EQ(stored.size(), 32u);
     EXPECT_TRUE(std::is_sorted(stored.begin(), stored.end()));
 }

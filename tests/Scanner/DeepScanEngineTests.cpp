@@ -1,18 +1,13 @@
 #include <chrono>
 #include <future>
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <thread>
 #include <tuple>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "Scanner/DeepScanEngine.hpp"
 #include "Scanner/ScanEventStream.hpp"
 #include "Scanner/ThermalGovernor.hpp"
-#include "Support/Cancellation.hpp"
 
 namespace unbulk {
 namespace {
@@ -21,9 +16,9 @@ using namespace std::chrono;
 using C = StorageCategory;
 using R = RiskTier;
 
-DiscoveredItem makeItem(const std::string& path, R tier, std::int64_t allocated, C category = C::developerCache) {
+DiscoveredItem makeItem(const std::string& path, R tier, std::int64_t bytes, C category = C::developerCache) {
     return DiscoveredItem::make({.url = FileURL(path), .category = category, .riskTier = tier,
-                                 .allocatedSizeBytes = allocated});
+                                 .allocatedSizeBytes = bytes});
 }
 
 Date day(int n) { return Date{} + hours(24 * n); }
@@ -34,9 +29,7 @@ struct DeepScanEngineTest : ::testing::Test {
     DeepScanEngine engine() {
         auto developer = [this](const CategorySet& asked, const ScanProgressHandler& progress, std::stop_token stop) {
             developerSaw = asked;
-            for (const auto& item : developerItems) {
-                if (progress) progress(ScanProgress{.currentPath = item.path});
-            }
+            if (progress) for (const auto& item : developerItems) progress(ScanProgress{.currentPath = item.path});
             developerAction(stop);
             return developerItems;
         };
@@ -56,25 +49,21 @@ struct DeepScanEngineTest : ::testing::Test {
 };
 
 TEST_F(DeepScanEngineTest, RoutesCategoriesToTheirStagesAndListsThemByRawValue) {
-    const CategorySet developerSet{C::developerCache, C::aiModelWeights, C::dockerVM, C::xcodeArtifacts,
-                                   C::strayDependencies};
-    const CategorySet systemSet{C::systemCaches, C::systemLogs, C::crashReports, C::mailDownloads, C::browserCaches};
-    const std::vector<C> all{C::aiModelWeights,   C::applicationBundles, C::browserCaches,  C::crashReports,
-                             C::developerCache,   C::dockerVM,           C::dynamicRule,    C::largeFiles,
-                             C::leftovers,        C::mailDownloads,      C::startupItems,   C::strayDependencies,
-                             C::systemCaches,     C::systemLogs,         C::unknownAnomaly, C::xcodeArtifacts};
+    const CategorySet dev{C::developerCache, C::aiModelWeights, C::dockerVM, C::xcodeArtifacts, C::strayDependencies};
+    const CategorySet sys{C::systemCaches, C::systemLogs, C::crashReports, C::mailDownloads, C::browserCaches};
+    // No list: all sixteen, whose order the command-line tests check.
     const struct { std::optional<CategorySet> asked, developer, system; std::vector<C> scanned; } cases[] = {
-        {std::nullopt, developerSet, systemSet, all},
-        {CategorySet{}, developerSet, systemSet, all},
+        {std::nullopt, dev, sys, {}},
+        {CategorySet{}, dev, sys, {}},
         {CategorySet{C::systemLogs, C::largeFiles, C::dockerVM}, CategorySet{C::dockerVM}, CategorySet{C::systemLogs},
          {C::dockerVM, C::largeFiles, C::systemLogs}},
         {CategorySet{C::startupItems, C::leftovers}, std::nullopt, std::nullopt, {C::leftovers, C::startupItems}},
     };
     for (const auto& c : cases) {
         developerSaw = systemSaw = std::nullopt;
-        EXPECT_EQ(engine().scan(c.asked).scannedCategories, c.scanned);
-        EXPECT_EQ(developerSaw, c.developer);
-        EXPECT_EQ(systemSaw, c.system);
+        const auto scanned = engine().scan(c.asked).scannedCategories;
+        EXPECT_TRUE(c.scanned.empty() ? scanned.size() == 16 : scanned == c.scanned) << scanned.size();
+        EXPECT_EQ(std::tie(developerSaw, systemSaw), std::tie(c.developer, c.system));
     }
 }
 
@@ -116,23 +105,20 @@ TEST(DeepScanEngineDeduplicateTest, TheStricterOrLargerItemLeadsAndFieldsMergeOn
     EXPECT_TRUE(merged.at(0).isOrphaned && !merged[0].lastAccessedDate && !merged[0].lastModifiedDate);
 }
 
-TEST_F(DeepScanEngineTest, AFailingStageBecomesAWarningAndKeepsTheOthers) {
-    developerItems = {makeItem("/h/dev", R::safeToDelete, 1)};
+TEST_F(DeepScanEngineTest, AFailingStageBecomesAWarningAndKeepsTheOthersButCancellationLeavesNoResult) {
     systemOutput = {{makeItem("/h/sys", R::safeToDelete, 2, C::systemLogs)}, {"Mail: permission denied"}};
     developerAction = [](std::stop_token) { throw std::runtime_error("disk on fire"); };
-    ScanResult result = engine().scan(std::nullopt);
+    const ScanResult result = engine().scan(std::nullopt);
     EXPECT_EQ(result.items, systemOutput.items);
     EXPECT_EQ(result.warnings,
               (std::vector<std::string>{"Developer targets scan error: disk on fire", "Mail: permission denied"}));
 
     developerAction = [](std::stop_token) {};
     systemAction = [](std::stop_token) { throw std::invalid_argument("logs unreadable"); };
-    result = engine().scan(std::nullopt);
-    EXPECT_EQ(result.items, developerItems);
-    EXPECT_EQ(result.warnings, std::vector<std::string>{"System targets scan error: logs unreadable"});
-}
+    EXPECT_EQ(engine().scan(std::nullopt).warnings,
+              std::vector<std::string>{"System targets scan error: logs unreadable"});
 
-TEST_F(DeepScanEngineTest, CancellationInsideAStageLeavesNoResult) {
+    // Cancellation inside a stage is no failure: it leaves no result.
     std::stop_source source;
     systemAction = [&](std::stop_token) { source.request_stop(); }; // and returns as if done, as the last stage
     EXPECT_THROW(engine().scan(std::nullopt, {}, source.get_token()), CancellationError);
@@ -146,23 +132,22 @@ TEST_F(DeepScanEngineTest, CancellationInsideAStageLeavesNoResult) {
     EXPECT_FALSE(stream.next().has_value());
 }
 
-TEST_F(DeepScanEngineTest, StreamGivesProgressThenTheMergedItemsInResultOrderThenTheResult) {
+TEST_F(DeepScanEngineTest, StreamGivesProgressThenMergedItemsInResultOrderThenTheResultAndDroppingItCancels) {
     developerItems = {makeItem("/h/a", R::safeToDelete, 10), makeItem("/h/b", R::safeToDelete, 50)};
     systemOutput.items = {makeItem("/h/./a", R::keep, 5, C::systemCaches), makeItem("/h/c", R::reviewRequired, 20)};
     auto stream = engine().scanStream(std::nullopt);
     std::vector<ScanProgressEvent> events;
     while (auto event = stream.next()) events.push_back(std::move(*event));
     ASSERT_EQ(events.size(), 2u + 3u + 1u);
-    EXPECT_EQ(std::get<ScanProgress>(events[0]).currentPath, "/h/a");
-    EXPECT_EQ(std::get<ScanProgress>(events[1]).currentPath, "/h/b");
+    for (int i : {0, 1}) EXPECT_EQ(std::get<ScanProgress>(events[i]).currentPath, developerItems[i].path);
     const auto& result = std::get<ScanResult>(events[5]);
-    EXPECT_EQ(result.items[0], developerItems[1]); // largest first, the two /h/a merged into the last
+    // Largest first, the two /h/a merged into the last.
+    EXPECT_EQ(result.items[0], developerItems[1]);
     EXPECT_EQ(result.items[1], systemOutput.items[1]);
-    EXPECT_EQ(result.items[2].path, "/h/./a");
     for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(std::get<DiscoveredItem>(events[2 + i]), result.items[i]);
-}
 
-TEST_F(DeepScanEngineTest, DroppingTheStreamCancelsABlockedStage) {
+    // Dropping the stream cancels a blocked stage, and the later stage never runs.
+    systemSaw.reset();
     std::promise<void> started;
     bool sawStop = false; // read after the stream's thread has been joined
     // A stage that waits for its stop token, as a long walk would; ten seconds at most, so a lost stop fails.
@@ -172,7 +157,7 @@ TEST_F(DeepScanEngineTest, DroppingTheStreamCancelsABlockedStage) {
         sawStop = stop.stop_requested();
     };
     {
-        auto stream = engine().scanStream(std::nullopt);
+        auto dropped = engine().scanStream(std::nullopt);
         ASSERT_EQ(started.get_future().wait_for(30s), std::future_status::ready);
     } // the destructor requests stop and waits for the scan
     EXPECT_TRUE(sawStop);

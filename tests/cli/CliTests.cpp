@@ -77,10 +77,6 @@ protected:
         return document.is_discarded() ? Json::object() : document;
     }
 
-    static Strings scannedCategories(const Strings& words) {
-        return jsonOf(words).value("scannedCategories", Strings{});
-    }
-
     unbulk::AuditLogger auditLogger() const {
         return unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home.path(), true));
     }
@@ -93,12 +89,7 @@ TEST_F(CliTest, FixedOutputsWithTheirStatus) {
     // "--open" launches /usr/bin/open, which this machine lacks: the line is
     // printed all the same and the status stays 0.
     const std::string opening = "Opening macOS System Settings > Privacy & Security > Full Disk Access...\n";
-    struct Case {
-        Strings words;
-        std::string out, err;
-        int status;
-    };
-    const std::vector<Case> cases{
+    const std::vector<std::tuple<Strings, std::string, std::string, int>> cases{
         {{}, kHelp, "", 0},
         {{"--help"}, kHelp, "", 0},
         {{"-h"}, kHelp, "", 0},
@@ -111,23 +102,21 @@ TEST_F(CliTest, FixedOutputsWithTheirStatus) {
         {{"clean", "--json"}, "{\"status\":\"nothing_to_clean\"}\n", "", 0},
         {{"clean", "--permanent", "--execute", "-y"}, "No cleanable files found for the selected categories.\n", "", 0},
     };
-    for (const auto& c : cases) {
-        const ProcessResult result = run(c.words);
-        EXPECT_EQ(result.standardOutput, c.out) << describe(c.words);
-        EXPECT_EQ(result.standardError, c.err) << describe(c.words);
-        EXPECT_EQ(result.exitStatus, c.status) << describe(c.words);
+    for (const auto& [words, out, err, status] : cases) {
+        const ProcessResult result = run(words);
+        EXPECT_EQ(result.standardOutput, out) << describe(words);
+        EXPECT_EQ(result.standardError, err) << describe(words);
+        EXPECT_EQ(result.exitStatus, status) << describe(words);
     }
     EXPECT_FALSE(fs::exists(home.at(".unbulk")));
 
     // A guarded folder that exists but is a file cannot be listed: not granted.
     home.writeFile("Library/Safari", "not a folder");
-    const ProcessResult refused = run({"fda"});
-    EXPECT_EQ(refused.standardOutput, "Full Disk Access (FDA) status: NOT GRANTED (Standard access)\n"
-                                      "  Note: Unbulk cleans all developer bloat, package caches, DerivedData, and "
-                                      "Docker VMs without FDA.\n"
-                                      "  To grant access for protected Safari, Mail, and Time Machine paths, run:\n"
-                                      "       unbulk fda --open\n");
-    EXPECT_EQ(refused.exitStatus, 0);
+    EXPECT_EQ(run({"fda"}).standardOutput,
+              "Full Disk Access (FDA) status: NOT GRANTED (Standard access)\n"
+              "  Note: Unbulk cleans all developer bloat, package caches, DerivedData, and Docker VMs without FDA.\n"
+              "  To grant access for protected Safari, Mail, and Time Machine paths, run:\n"
+              "       unbulk fda --open\n");
 }
 
 TEST_F(CliTest, ScanJsonAndTextReportOfOneHome) {
@@ -139,9 +128,8 @@ TEST_F(CliTest, ScanJsonAndTextReportOfOneHome) {
 
     const Json document = jsonOf({"scan", "--json"});
     ASSERT_EQ(document["items"].size(), 3u) << document;
-    const Json& item = document["items"][0];
-    for (const Json& date : {document["startedAt"], document["completedAt"], item["lastModifiedDate"]}) {
-        EXPECT_TRUE(date.is_string() && std::regex_match(date.get<std::string>(), kIsoDate)) << date;
+    for (const Json& d : {document["startedAt"], document["completedAt"], document["items"][0]["lastModifiedDate"]}) {
+        EXPECT_TRUE(d.is_string() && std::regex_match(d.get<std::string>(), kIsoDate)) << d;
     }
     Strings all;
     for (const auto& entry : unbulk::storageCategoryTable) all.emplace_back(entry.rawValue);
@@ -150,35 +138,29 @@ TEST_F(CliTest, ScanJsonAndTextReportOfOneHome) {
 
     // "-h" behind the command word is an unknown word and ignored: a scan runs.
     const ProcessResult text = run({"scan", "-h"});
-    ASSERT_EQ(text.exitStatus, 0) << text.standardError;
-    EXPECT_EQ(text.standardError, "");
+    EXPECT_TRUE(text.exitStatus == 0 && text.standardError.empty()) << text.standardError;
     const std::regex head("^Scanning storage for system junk, developer bloat, and AI models\\.\\.\\.\n"
                           "\nScan Completed in \\d+\\.\\d\\ds\n");
     std::smatch match;
     ASSERT_TRUE(std::regex_search(text.standardOutput, match, head)) << text.standardOutput;
+    // Sizes as the file system allocated them, in the order of the JSON breakdown: largest first.
     const Json& summary = document["summary"];
-    std::string expected = "Found 3 items taking " +
-                           unbulk::formatByteCount(summary["totalAllocatedBytes"].get<std::int64_t>()) +
-                           "\n\nCategory Breakdown:\n";
-    for (const auto& entry : summary["categoryBreakdown"]) {
-        const auto category = unbulk::storageCategoryFromRawValue(entry["category"].get<std::string>());
-        const auto tier = unbulk::riskTierFromRawValue(entry["riskTier"].get<std::string>());
-        ASSERT_TRUE(category && tier) << entry;
-        expected += "  \u2022 " + std::string(unbulk::displayName(*category)) + ": " +
-                    unbulk::formatByteCount(entry["totalAllocatedBytes"].get<std::int64_t>()) + " (" +
-                    std::to_string(entry["itemCount"].get<std::int64_t>()) + " items) [" +
-                    std::string(unbulk::displayName(*tier)) + "]\n";
-    }
-    EXPECT_EQ(match.suffix().str(), expected);
+    const auto size = [](const Json& sums) {
+        return unbulk::formatByteCount(sums["totalAllocatedBytes"].get<std::int64_t>());
+    };
+    EXPECT_EQ(match.suffix().str(),
+              "Found 3 items taking " + size(summary) + "\n\nCategory Breakdown:\n  \u2022 Developer Caches: " +
+                  size(summary["categoryBreakdown"][0]) + " (1 items) [Safe to Clean]\n  \u2022 User System Caches: " +
+                  size(summary["categoryBreakdown"][1]) + " (1 items) [Safe to Clean]\n  \u2022 User & System Logs: " +
+                  size(summary["categoryBreakdown"][2]) + " (1 items) [Safe to Clean]\n");
 }
 
 TEST_F(CliTest, CategoryOptionTakesOnlyAnExactRawValueAsTheNextWord) {
-    const Strings all = scannedCategories({"scan", "--json"});
-    EXPECT_EQ(scannedCategories({"scan", "--category", "DOCKER_VM", "--json"}), Strings{"DOCKER_VM"});
+    // The exact one alone is the end-to-end tests' business; anything else scans all sixteen.
     for (const Strings& words : std::vector<Strings>{{"scan", "--category", "docker_vm", "--json"},
                                                      {"scan", "--json", "--category"},
                                                      {"scan", "--category=DOCKER_VM", "--json"}}) {
-        EXPECT_EQ(scannedCategories(words), all) << describe(words);
+        EXPECT_EQ(jsonOf(words)["scannedCategories"].size(), 16u) << describe(words);
     }
 }
 
@@ -191,12 +173,8 @@ TEST_F(CliTest, RulesListsTheBuiltInsInIdOrder) {
     EXPECT_EQ(lines[1], "  \u2022 [ai.huggingface.hub] HuggingFace Hub Models: ~/.cache/huggingface/hub/**, "
                         "~/.cache/huggingface/assets/** [Review Required]");
     EXPECT_EQ(lines.back(), "  \u2022 [sys.user.logs] User Application Logs: ~/Library/Logs/** [Safe to Clean]");
-    Strings ids;
-    for (auto line = lines.begin() + 1; line != lines.end(); ++line) {
-        ids.push_back(line->substr(line->find('[') + 1, line->find(']') - line->find('[') - 1));
-    }
-    EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
-    EXPECT_EQ(std::set<std::string>(ids.begin(), ids.end()).size(), 24u);
+    // Each line starts with its id, and no id is a prefix of another.
+    EXPECT_TRUE(std::is_sorted(lines.begin() + 1, lines.end()));
 }
 
 // One home with an npm cache (DEVELOPER_CACHE) and an application cache
@@ -246,16 +224,12 @@ TEST_F(CliTest, CleanIsRefusedThenADryRunThenMovesToTheTrash) {
     EXPECT_FALSE(fs::exists(*safe.begin()) || fs::exists(*safe.rbegin()));
 
     // trash-list (trash-cli) finds each item under its original path.
+    // A line that does not have the form stays whole and cannot match.
     const ProcessResult listed = unbulk::testing::runProcess("/usr/bin/trash-list", {});
-    EXPECT_EQ(listed.exitStatus, 0) << listed.standardError;
     const std::regex form(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (.+)$)");
     std::set<std::string> trashed;
-    for (const auto& line : linesOf(listed.standardOutput)) {
-        std::smatch match;
-        EXPECT_TRUE(std::regex_match(line, match, form)) << line;
-        trashed.insert(match[1]);
-    }
-    EXPECT_EQ(trashed, safe);
+    for (const auto& line : linesOf(listed.standardOutput)) trashed.insert(std::regex_replace(line, form, "$1"));
+    EXPECT_EQ(trashed, safe) << listed.standardOutput << listed.standardError;
 
     EXPECT_EQ(auditLogger().readEntries().at(1).operationId, summary["operationId"]);
     EXPECT_EQ(auditLogger().verifyIntegrity(), (unbulk::AuditVerificationResult{.isValid = true, .totalEntries = 2}));

@@ -3,13 +3,11 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,55 +19,42 @@ namespace {
 [[noreturn]] void fail(const char* what) { throw std::system_error(errno, std::generic_category(), what); }
 
 // Owns a file descriptor; closes it on every way out.
-class Descriptor {
-public:
-    Descriptor() = default;
-    explicit Descriptor(int fd) : fd_(fd) {}
+struct Descriptor {
+    explicit Descriptor(int descriptor = -1) : fd(descriptor) {}
     ~Descriptor() { reset(); }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
-    Descriptor(Descriptor&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
-    int get() const { return fd_; }
-    void reset() {
-        if (fd_ >= 0) ::close(fd_);
-        fd_ = -1;
-    }
-
-private:
-    int fd_ = -1;
+    void reset() { if (fd >= 0) ::close(std::exchange(fd, -1)); }
+    int fd;
 };
 
+// Both ends close on exec. pipe() and then fcntl rather than pipe2(), which macOS lacks.
 struct Pipe {
-    Descriptor read;
-    Descriptor write;
-};
-
-Pipe makePipe() {
-    // pipe() and then close-on-exec rather than pipe2(), which macOS lacks.
-    std::array<int, 2> fds{};
-    if (::pipe(fds.data()) != 0) fail("pipe");
-    Pipe pipe{Descriptor(fds[0]), Descriptor(fds[1])};
-    for (int fd : fds) {
-        if (::fcntl(fd, F_SETFD, FD_CLOEXEC) != 0) fail("fcntl");
+    Pipe() {
+        std::array<int, 2> fds{};
+        if (::pipe(fds.data()) != 0) fail("pipe");
+        read.fd = fds[0];
+        write.fd = fds[1];
+        for (int fd : fds)
+            if (::fcntl(fd, F_SETFD, FD_CLOEXEC) != 0) fail("fcntl");
     }
-    return pipe;
-}
+    Descriptor read, write;
+};
 
 // The environment as "NAME=value" strings: ours, with the overrides applied.
 std::vector<std::string> childEnvironment(const std::map<std::string, std::string>& overrides) {
     std::vector<std::string> result;
     for (char** entry = environ; entry && *entry; ++entry) {
         std::string_view text(*entry);
-        std::string name(text.substr(0, text.find('=')));
-        if (!overrides.contains(name)) result.emplace_back(text);
+        if (!overrides.contains(std::string(text.substr(0, text.find('='))))) result.emplace_back(text);
     }
     for (const auto& [name, value] : overrides) result.push_back(name + "=" + value);
     return result;
 }
 
+// NULL-terminated pointers into `strings`, for execve.
 std::vector<char*> pointers(std::vector<std::string>& strings) {
     std::vector<char*> result;
-    result.reserve(strings.size() + 1);
     for (std::string& s : strings) result.push_back(s.data());
     result.push_back(nullptr);
     return result;
@@ -84,38 +69,33 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
     std::vector<std::string> argvStrings{program};
     argvStrings.insert(argvStrings.end(), arguments.begin(), arguments.end());
     std::vector<std::string> envStrings = childEnvironment(options.environment);
-    std::vector<char*> argv = pointers(argvStrings);
-    std::vector<char*> envp = pointers(envStrings);
+    std::vector<char*> argv = pointers(argvStrings), envp = pointers(envStrings);
 
     Descriptor devNull(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    if (devNull.get() < 0) fail("open /dev/null");
-    Pipe out = makePipe();
-    Pipe err = makePipe();
+    if (devNull.fd < 0) fail("open /dev/null");
+    Pipe out, err;
 
     const pid_t pid = ::fork();
     if (pid < 0) fail("fork");
     if (pid == 0) {
         // dup2 clears close-on-exec on the targets; every other descriptor
         // of ours closes at execve.
-        if (::dup2(devNull.get(), STDIN_FILENO) < 0 || ::dup2(out.write.get(), STDOUT_FILENO) < 0 ||
-            ::dup2(err.write.get(), STDERR_FILENO) < 0) {
-            ::_exit(127);
+        if (::dup2(devNull.fd, STDIN_FILENO) >= 0 && ::dup2(out.write.fd, STDOUT_FILENO) >= 0 &&
+            ::dup2(err.write.fd, STDERR_FILENO) >= 0) {
+            ::execve(program.c_str(), argv.data(), envp.data());
         }
-        ::execve(program.c_str(), argv.data(), envp.data());
         ::_exit(127);
     }
-
     out.write.reset();
     err.write.reset();
     devNull.reset();
 
     ProcessResult result;
     const auto deadline = std::chrono::steady_clock::now() + options.timeout;
-    std::array<pollfd, 2> fds{{{out.read.get(), POLLIN, 0}, {err.read.get(), POLLIN, 0}}};
+    std::array<pollfd, 2> fds{{{out.read.fd, POLLIN, 0}, {err.read.fd, POLLIN, 0}}};
     std::array<std::string*, 2> sinks{&result.standardOutput, &result.standardError};
     std::array<char, 65536> buffer{};
-    int openStreams = 2;
-    while (openStreams > 0) {
+    for (int openStreams = 2; openStreams > 0;) {
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) {
@@ -124,8 +104,8 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
             break;
         }
         const int ready = ::poll(fds.data(), fds.size(), static_cast<int>(left.count()));
+        if (ready < 0 && errno == EINTR) continue; // nothing was reported: revents are stale
         if (ready < 0) {
-            if (errno == EINTR) continue;
             ::kill(pid, SIGKILL);
             ::waitpid(pid, nullptr, 0);
             fail("poll");
@@ -146,11 +126,8 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
     while (::waitpid(pid, &status, 0) < 0) {
         if (errno != EINTR) fail("waitpid");
     }
-    if (WIFEXITED(status)) {
-        result.exitStatus = WEXITSTATUS(status);
-    } else if (WIFSIGNALED(status)) {
-        result.signal = WTERMSIG(status);
-    }
+    if (WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
     return result;
 }
 
