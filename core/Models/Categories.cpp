@@ -4,6 +4,7 @@
 #include "Support/EnumTable.hpp"
 
 #include <algorithm>
+#include <cctype>
 #include <stdexcept>
 #include <string>
 

@@ -5,8 +5,6 @@
 #include "Support/CheckedMath.hpp"
 
 #include <chrono>
-#include <cstdlib>
-#include <limits>
 #include <stdexcept>
 
 namespace unbulk {

@@ -1,9 +1,7 @@
 #include "Models/ScanItem.hpp"
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
-#include <stdexcept>
 
 #include "Models/RecordCoding.hpp"
 #include "Support/ByteCount.hpp"
@@ -167,18 +165,18 @@ DiscoveredItem discoveredItemFromJson(const Json& j) {
     DiscoveredItem item;
     item.id = coding::uuid(j.at("id"));
     item.url = coding::fileURL(j.at("url"));
-    item.path = j.at("path").get<std::string>();
+    item.path = coding::string(j, "path");
     item.category = j.at("category").get<StorageCategory>();
     item.riskTier = j.at("riskTier").get<RiskTier>();
-    item.logicalSizeBytes = j.at("logicalSizeBytes").get<std::int64_t>();
-    item.allocatedSizeBytes = j.at("allocatedSizeBytes").get<std::int64_t>();
-    item.fileCount = j.at("fileCount").get<std::int64_t>();
+    item.logicalSizeBytes = coding::int64(j, "logicalSizeBytes");
+    item.allocatedSizeBytes = coding::int64(j, "allocatedSizeBytes");
+    item.fileCount = coding::int64(j, "fileCount");
     item.lastAccessedDate = coding::optionalDate(j, "lastAccessedDate");
     item.lastModifiedDate = coding::optionalDate(j, "lastModifiedDate");
     item.isOrphaned = j.at("isOrphaned").get<bool>();
     item.isLocked = j.at("isLocked").get<bool>();
     item.requiresFullDiskAccess = j.at("requiresFullDiskAccess").get<bool>();
-    item.itemDescription = j.at("itemDescription").get<std::string>();
+    item.itemDescription = coding::string(j, "itemDescription");
     item.ruleId = json::getOptional<std::string>(j, "ruleId");
     return item;
 }
@@ -187,22 +185,22 @@ CategorySummary categorySummaryFromJson(const Json& j) {
     return CategorySummary{
         .category = j.at("category").get<StorageCategory>(),
         .riskTier = j.at("riskTier").get<RiskTier>(),
-        .itemCount = j.at("itemCount").get<std::int64_t>(),
-        .totalLogicalBytes = j.at("totalLogicalBytes").get<std::int64_t>(),
-        .totalAllocatedBytes = j.at("totalAllocatedBytes").get<std::int64_t>(),
-        .safeToDeleteBytes = j.at("safeToDeleteBytes").get<std::int64_t>(),
-        .reviewRequiredBytes = j.at("reviewRequiredBytes").get<std::int64_t>(),
+        .itemCount = coding::int64(j, "itemCount"),
+        .totalLogicalBytes = coding::int64(j, "totalLogicalBytes"),
+        .totalAllocatedBytes = coding::int64(j, "totalAllocatedBytes"),
+        .safeToDeleteBytes = coding::int64(j, "safeToDeleteBytes"),
+        .reviewRequiredBytes = coding::int64(j, "reviewRequiredBytes"),
         .requiresFullDiskAccess = j.at("requiresFullDiskAccess").get<bool>(),
     };
 }
 
 ScanSummary scanSummaryFromJson(const Json& j) {
     ScanSummary s;
-    s.totalItems = j.at("totalItems").get<std::int64_t>();
-    s.totalLogicalBytes = j.at("totalLogicalBytes").get<std::int64_t>();
-    s.totalAllocatedBytes = j.at("totalAllocatedBytes").get<std::int64_t>();
-    s.safeUnbulkableBytes = j.at("safeUnbulkableBytes").get<std::int64_t>();
-    s.reviewUnbulkableBytes = j.at("reviewUnbulkableBytes").get<std::int64_t>();
+    s.totalItems = coding::int64(j, "totalItems");
+    s.totalLogicalBytes = coding::int64(j, "totalLogicalBytes");
+    s.totalAllocatedBytes = coding::int64(j, "totalAllocatedBytes");
+    s.safeUnbulkableBytes = coding::int64(j, "safeUnbulkableBytes");
+    s.reviewUnbulkableBytes = coding::int64(j, "reviewUnbulkableBytes");
     s.requiresFullDiskAccess = j.at("requiresFullDiskAccess").get<bool>();
     for (const auto& c : j.at("categoryBreakdown")) s.categoryBreakdown.push_back(categorySummaryFromJson(c));
     return s;
@@ -224,10 +222,10 @@ ScanResult scanResultFromJson(const Json& j) {
 ScanProgress scanProgressFromJson(const Json& j) {
     return ScanProgress{
         .currentCategory = j.at("currentCategory").get<StorageCategory>(),
-        .currentPath = j.at("currentPath").get<std::string>(),
-        .itemsFound = j.at("itemsFound").get<std::int64_t>(),
-        .totalAllocatedBytesScanned = j.at("totalAllocatedBytesScanned").get<std::int64_t>(),
-        .totalLogicalBytesScanned = j.at("totalLogicalBytesScanned").get<std::int64_t>(),
+        .currentPath = coding::string(j, "currentPath"),
+        .itemsFound = coding::int64(j, "itemsFound"),
+        .totalAllocatedBytesScanned = coding::int64(j, "totalAllocatedBytesScanned"),
+        .totalLogicalBytesScanned = coding::int64(j, "totalLogicalBytesScanned"),
         .fractionCompleted = json::getOptional<double>(j, "fractionCompleted"),
     };
 }

@@ -17,7 +17,8 @@ namespace {
 using Kind = RuleRegistryError::Kind;
 
 constexpr std::uint32_t rulesFileMode = 0644;
-constexpr std::uint32_t rulesDirectoryMode = 0755;
+// ~/.unbulk also holds the audit log, which lives in a directory of mode 0700.
+constexpr std::uint32_t rulesDirectoryMode = 0700;
 
 bool isAllowedScalar(char32_t scalar) {
     return scalar == U'.' || scalar == U'_' || scalar == U'-' || unicode::isAlphanumeric(scalar);
@@ -25,15 +26,9 @@ bool isAllowedScalar(char32_t scalar) {
 
 // A pattern without wildcards is judged as a path, links resolved, through
 // the registry's own file system like every other disk access here.
-void validatePatterns(const RuleDefinition& rule, const FileURL& homeURL, const FileSystem& fileSystem) {
-    for (const auto& pattern : rule.patterns) {
-        SandboxValidator::validatePattern(pattern, std::nullopt, homeURL, fileSystem);
-    }
-}
-
 bool patternsPass(const RuleDefinition& rule, const FileURL& homeURL, const FileSystem& fileSystem) {
     try {
-        validatePatterns(rule, homeURL, fileSystem);
+        SandboxValidator::validateRule(rule, homeURL, fileSystem);
         return true;
     } catch (const SandboxSecurityError&) {
         return false;
@@ -96,12 +91,11 @@ void RuleRegistry::saveCustomRules() {
 }
 
 void RuleRegistry::saveLocked() const {
-    RuleCatalog catalog;
-    catalog.version = 1;
-    catalog.updatedAt = std::chrono::system_clock::now();
+    std::vector<RuleDefinition> dynamicRules;
     for (const auto& [id, rule] : rulesById_) {
-        if (!rule.isBuiltIn) catalog.rules.push_back(rule); // the map keeps them sorted by id
+        if (!rule.isBuiltIn) dynamicRules.push_back(rule);
     }
+    const RuleCatalog catalog = makeRuleCatalog(std::move(dynamicRules), std::chrono::system_clock::now());
 
     std::string data;
     try {
@@ -134,7 +128,7 @@ void RuleRegistry::registerRule(const RuleDefinition& incoming) {
         throw RuleRegistryError(Kind::cannotOverwriteBuiltIn, incoming.id);
     }
     if (incoming.patterns.empty()) throw RuleRegistryError(Kind::emptyPatterns, incoming.id);
-    validatePatterns(incoming, homeURL_, *fileSystem_);
+    SandboxValidator::validateRule(incoming, homeURL_, *fileSystem_);
 
     RuleDefinition rule = incoming;
     if (incoming.isBuiltIn) {

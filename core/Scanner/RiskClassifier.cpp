@@ -27,11 +27,6 @@ std::string lowercased(std::string_view text) {
     return out;
 }
 
-bool equalsOrBelow(std::string_view lower, std::string_view root) {
-    return lower == root || (lower.size() > root.size() && lower.substr(0, root.size()) == root &&
-                             lower[root.size()] == '/');
-}
-
 // The entry inside any account under /Users: "/users/<one component>/<entry>"
 // followed by "/" or the end, or only the end where a prefix is not allowed.
 // (The same test as the expression ^/users/[^/]+/<entry>(/|$) on the
@@ -53,7 +48,7 @@ std::optional<std::string_view> homeRelativeHit(const std::array<std::string_vie
                                                 const std::string& homePath, bool allowBelow) {
     for (auto entry : table) {
         const std::string protectedPath = lowercased(paths::appending(homePath, entry));
-        const bool hit = allowBelow ? equalsOrBelow(lower, protectedPath) : lower == protectedPath;
+        const bool hit = allowBelow ? paths::isSameOrBelow(lower, protectedPath) : lower == protectedPath;
         if (hit || inAnyAccount(lower, entry, allowBelow)) return entry;
     }
     return std::nullopt;
@@ -119,7 +114,7 @@ std::optional<std::string> RiskClassifier::evaluateKeepBoundaries(const std::str
                                                                   const std::string& homePath) {
     const std::string lower = lowercased(path);
     for (auto entry : systemPaths) {
-        if (equalsOrBelow(lower, entry)) return "Protected system OS directory (" + std::string(entry) + ").";
+        if (paths::isSameOrBelow(lower, entry)) return "Protected system OS directory (" + std::string(entry) + ").";
     }
     if (auto entry = homeRelativeHit(personalDirectories, lower, homePath, true)) {
         return "Protected user personal directory (~/" + std::string(*entry) + ").";

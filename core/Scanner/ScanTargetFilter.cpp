@@ -64,21 +64,29 @@ std::string ScanTargetFilter::resolved(const std::string& path) const {
     return paths::standardize(fileSystem_->resolvingSymlinks(path));
 }
 
-bool ScanTargetFilter::isExcluded(const std::string& path) const {
-    if (excludedPaths_.empty()) return false;
+std::vector<std::string> ScanTargetFilter::excludedVariants() const {
+    std::vector<std::string> variants;
+    for (const auto& excluded : excludedPaths_) {
+        variants.push_back(excluded);
+        if (std::string real = resolved(excluded); real != excluded) variants.push_back(std::move(real));
+    }
+    return variants;
+}
+
+bool ScanTargetFilter::isExcluded(const std::string& path, const std::vector<std::string>& variants) const {
+    if (variants.empty()) return false;
     // Both where the path says it is and where its links lead: an item
     // reached through a link is excluded by either place.
     const std::set<std::string> candidates{normalize(path, homeURL_).value_or(path), resolved(path)};
-    for (const auto& excluded : excludedPaths_) {
-        const std::set<std::string> variants{excluded, resolved(excluded)};
-        for (const auto& candidate : candidates) {
-            for (const auto& variant : variants) {
-                if (paths::isSameOrBelow(candidate, variant)) return true;
-            }
+    for (const auto& candidate : candidates) {
+        for (const auto& variant : variants) {
+            if (paths::isSameOrBelow(candidate, variant)) return true;
         }
     }
     return false;
 }
+
+bool ScanTargetFilter::isExcluded(const std::string& path) const { return isExcluded(path, excludedVariants()); }
 
 bool ScanTargetFilter::allows(const DiscoveredItem& item) const {
     return !disabledTarget(item) && !isExcluded(item.path);
@@ -86,10 +94,14 @@ bool ScanTargetFilter::allows(const DiscoveredItem& item) const {
 
 ScanResult ScanTargetFilter::apply(const ScanResult& result) const {
     if (isPassThrough()) return result;
+    // The excluded places are resolved once for the whole result, not once
+    // per item.
+    const std::vector<std::string> variants = excludedVariants();
     std::vector<DiscoveredItem> kept;
     kept.reserve(result.items.size());
-    std::copy_if(result.items.begin(), result.items.end(), std::back_inserter(kept),
-                 [&](const DiscoveredItem& item) { return allows(item); });
+    std::copy_if(result.items.begin(), result.items.end(), std::back_inserter(kept), [&](const DiscoveredItem& item) {
+        return !disabledTarget(item) && !isExcluded(item.path, variants);
+    });
     if (kept.size() == result.items.size()) return result;
 
     ScanResult filtered;
@@ -114,9 +126,7 @@ std::optional<std::string> ScanTargetFilter::normalize(std::string_view path, co
     }
     // Relative paths have no meaning here, and "~user" is not expanded.
     if (!paths::isAbsolute(expanded)) return std::nullopt;
-    std::string standardized = paths::standardize(expanded);
-    while (standardized.size() >= 2 && standardized.back() == '/') standardized.pop_back();
-    return standardized;
+    return paths::standardize(expanded); // no trailing slash but for "/" itself
 }
 
 } // namespace unbulk

@@ -65,6 +65,9 @@ public:
 
 private:
     std::string resolved(const std::string& path) const;
+    // Each excluded path and, where it differs, its resolved location.
+    std::vector<std::string> excludedVariants() const;
+    bool isExcluded(const std::string& path, const std::vector<std::string>& variants) const;
 
     ScanTargetSet disabledTargets_;
     std::vector<std::string> excludedPaths_;

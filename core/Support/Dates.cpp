@@ -1,6 +1,9 @@
 #include "Support/Dates.hpp"
 
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <limits>
 #include <ctime>
 
 #include <fmt/format.h>
@@ -29,6 +32,11 @@ std::string formatSeconds(std::int64_t unixSeconds) {
     return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", p.tm_year + 1900, p.tm_mon + 1, p.tm_mday,
                        p.tm_hour, p.tm_min, p.tm_sec);
 }
+
+// The instants a Date can hold (nanoseconds in 64 bits on Linux: about the
+// years 1677 to 2262). Text or numbers outside them are not dates.
+constexpr double representableSeconds =
+    static_cast<double>(std::numeric_limits<Date::rep>::max()) * Date::period::num / Date::period::den;
 
 bool readDigits(std::string_view& text, std::size_t count, int& out) {
     if (text.size() < count) return false;
@@ -97,6 +105,7 @@ std::optional<Date> parseISO8601(std::string_view text) {
         if (!readDigits(text, 2, oh)) return std::nullopt;
         if (!text.empty() && text.front() == ':') text.remove_prefix(1);
         if (!readDigits(text, 2, om)) return std::nullopt;
+        if (oh > 23 || om > 59) return std::nullopt;
         offsetSeconds = sign * (oh * 3600 + om * 60);
     } else {
         return std::nullopt;
@@ -105,8 +114,12 @@ std::optional<Date> parseISO8601(std::string_view text) {
     auto ymd = year_month_day{std::chrono::year{year}, std::chrono::month{static_cast<unsigned>(month)},
                               std::chrono::day{static_cast<unsigned>(day)}};
     if (!ymd.ok()) return std::nullopt;
-    auto point = sys_days{ymd} + hours{hour} + minutes{minute} + seconds{second} - seconds{offsetSeconds};
-    return Date{duration_cast<Date::duration>(point.time_since_epoch() + fraction)};
+    // Whole seconds first, range-checked, so that a year like 2300 is refused
+    // rather than wrapped round in nanoseconds.
+    const auto point = sys_days{ymd} + hours{hour} + minutes{minute} + seconds{second} - seconds{offsetSeconds};
+    const auto unixSeconds = point.time_since_epoch().count();
+    if (std::abs(static_cast<double>(unixSeconds)) >= representableSeconds - 1) return std::nullopt;
+    return Date{duration_cast<Date::duration>(seconds{unixSeconds}) + duration_cast<Date::duration>(fraction)};
 }
 
 double secondsSinceReferenceDate(Date date) {
@@ -114,9 +127,10 @@ double secondsSinceReferenceDate(Date date) {
     return sinceEpoch - static_cast<double>(referenceDateUnixSeconds);
 }
 
-Date fromSecondsSinceReferenceDate(double secondsSinceReference) {
-    duration<double> sinceEpoch(secondsSinceReference + static_cast<double>(referenceDateUnixSeconds));
-    return Date{duration_cast<Date::duration>(sinceEpoch)};
+std::optional<Date> fromSecondsSinceReferenceDate(double secondsSinceReference) {
+    const double sinceEpoch = secondsSinceReference + static_cast<double>(referenceDateUnixSeconds);
+    if (!std::isfinite(sinceEpoch) || std::abs(sinceEpoch) >= representableSeconds - 1) return std::nullopt;
+    return Date{duration_cast<Date::duration>(duration<double>(sinceEpoch))};
 }
 
 nlohmann::json encode(Date date, DateEncoding encoding) {

@@ -24,11 +24,13 @@ std::string iso8601(Date date);
 std::string iso8601Milliseconds(Date date);
 
 // Reads both forms above, with "Z" or a numeric offset (+01:00 / +0100).
+// Nothing for an instant a Date cannot hold.
 std::optional<Date> parseISO8601(std::string_view text);
 
 // Seconds since 2001-01-01T00:00:00Z, the reference date of the default form.
 double secondsSinceReferenceDate(Date date);
-Date fromSecondsSinceReferenceDate(double seconds);
+// Nothing for a number that is not finite or names an instant a Date cannot hold.
+std::optional<Date> fromSecondsSinceReferenceDate(double seconds);
 
 nlohmann::json encode(Date date, DateEncoding encoding);
 

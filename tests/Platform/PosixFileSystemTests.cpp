@@ -173,6 +173,11 @@ TEST_F(PosixFileSystemTest, WritesGiveTheExactModeWhateverTheUmask) {
     ASSERT_TRUE(fs.appendToFile(log, "one\n", 0640, error) && fs.appendToFile(log, "two\n", 0600, error));
     EXPECT_EQ(fs.readFile(log, 100, error), "one\ntwo\n");
     EXPECT_EQ(modeOf(log), stdfs::perms{0640}) << "created with the mode, kept afterwards";
+    // Only regular files are read: a FIFO would block for ever, a directory is EISDIR.
+    ASSERT_EQ(::mkfifo((dir + "/fifo").c_str(), 0600), 0);
+    EXPECT_FALSE(fs.readFile(dir + "/fifo", 100, error));
+    EXPECT_FALSE(fs.readFile(dir, 100, error));
+    EXPECT_EQ(error, std::errc::is_a_directory);
 
     ASSERT_TRUE(fs.createDirectory(home.at("x/y/z"), 0707, true, error)) << error.message();
     EXPECT_EQ(modeOf(home.at("x/y/z")), stdfs::perms{0707});

@@ -46,6 +46,10 @@ TEST(DatesTest, IsoTextAndSecondsSince2001) {
 
     EXPECT_EQ(dates::secondsSinceReferenceDate(utc(2001, 1, 1) + milliseconds{1500}), 1.5);
     EXPECT_EQ(dates::fromSecondsSinceReferenceDate(86400.25), utc(2001, 1, 2) + milliseconds{250});
+    // Beyond what a Date holds: refused, never wrapped round.
+    EXPECT_FALSE(dates::decode(Json(1e300)));
+    EXPECT_FALSE(dates::decode(Json("2300-01-01T00:00:00Z")));
+    EXPECT_FALSE(dates::parseISO8601("2026-03-01T10:15:30+99:99"));
     EXPECT_EQ(dates::encode(base, DateEncoding::secondsSinceReferenceDate), 794052930.0);
     EXPECT_EQ(dates::encode(base, DateEncoding::iso8601), "2026-03-01T10:15:30Z");
     EXPECT_EQ(dates::decode(Json(794052930)), base);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <stdio.h> // renameat2
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +18,17 @@
 
 namespace unbulk {
 namespace {
+
+// rename that fails with EEXIST instead of replacing what is at `to`. Where
+// the file system cannot do that atomically, a plain rename is the fallback:
+// the name was reserved through its .trashinfo just before.
+int moveWithoutReplacing(const std::string& from, const std::string& to) {
+#if defined(RENAME_NOREPLACE)
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS) return -1;
+#endif
+    return ::rename(from.c_str(), to.c_str());
+}
 
 constexpr std::string_view kInfoExtension = ".trashinfo";
 // The longest name a directory entry may have on the file systems that matter
@@ -282,17 +294,20 @@ bool FreedesktopTrash::trashItem(const std::string& path, std::optional<std::str
             ::unlink(infoPath.c_str());
             return false;
         }
-        break;
-    }
 
-    const std::string destination = paths::appending(filesDirectory, trashName);
-    if (::rename(item.c_str(), destination.c_str()) != 0) {
-        error = lastError();
+        // The move never replaces: a name taken in files/ since the look
+        // above (by another process) sends us on to the next name.
+        const std::string destination = paths::appending(filesDirectory, trashName);
+        if (moveWithoutReplacing(item, destination) == 0) {
+            landedPath = destination;
+            return true;
+        }
+        const int failure = errno;
         ::unlink(infoPath.c_str());
+        if (failure == EEXIST) continue;
+        error = errorOf(failure);
         return false;
     }
-    landedPath = destination;
-    return true;
 }
 
 std::shared_ptr<Trash> makeDefaultTrash() {

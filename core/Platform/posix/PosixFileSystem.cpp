@@ -386,11 +386,23 @@ std::string PosixFileSystem::resolvingSymlinks(const std::string& path) const {
 
 std::optional<std::string> PosixFileSystem::readFile(const std::string& path, std::size_t maxBytes,
                                                      std::error_code& error) const {
-    FdGuard fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    // Non-blocking open, then only a regular file is read: a FIFO would block
+    // the scan and a device would never end. A directory answers EISDIR.
+    FdGuard fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (fd.get() < 0) {
         error = lastError();
         return std::nullopt;
     }
+    struct stat st;
+    if (::fstat(fd.get(), &st) != 0) {
+        error = lastError();
+        return std::nullopt;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        error = std::make_error_code(S_ISDIR(st.st_mode) ? std::errc::is_a_directory : std::errc::invalid_argument);
+        return std::nullopt;
+    }
+    ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
     std::string contents;
     char buffer[65536];
     while (contents.size() < maxBytes) {
@@ -453,9 +465,15 @@ bool PosixFileSystem::appendToFile(const std::string& path, std::string_view con
         error = lastError();
         return false;
     }
-    if (!writeAll(fd.get(), contents, error)) return false;
-    if (::fsync(fd.get()) != 0) {
+    // A write that fails halfway (disk full, file size limit) must not leave
+    // half a record behind: cut the file back to where it was.
+    struct stat before;
+    if (::fstat(fd.get(), &before) != 0) {
         error = lastError();
+        return false;
+    }
+    if (!writeAll(fd.get(), contents, error) || (::fsync(fd.get()) != 0 && (error = lastError(), true))) {
+        if (::ftruncate(fd.get(), before.st_size) == 0) ::fsync(fd.get());
         return false;
     }
     return true;
