@@ -15,4 +15,11 @@ bool FileSystem::isDirectory(const std::string& path) const {
 
 FileURL FileSystem::fileURL(const std::string& path) const { return FileURL(path, isDirectory(path)); }
 
+std::optional<FileURL> FileSystem::existingURL(const std::string& path) const {
+    std::error_code error;
+    auto st = status(path, error);
+    if (!st) return std::nullopt;
+    return FileURL(path, st->kind == FileKind::directory);
+}
+
 } // namespace unbulk

@@ -131,6 +131,9 @@ public:
     bool isDirectory(const std::string& path) const;
     // A file URL whose directory flag matches the disk.
     FileURL fileURL(const std::string& path) const;
+    // The same when something exists at the path (links followed, as an
+    // existence test does), else nothing: one stat for both answers.
+    std::optional<FileURL> existingURL(const std::string& path) const;
 };
 
 // The real file system of this machine.

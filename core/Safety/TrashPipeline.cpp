@@ -79,12 +79,11 @@ TrashItemRecord TrashPipeline::processItem(const FileURL& url, bool dryRun, bool
 
     // lstat: a link whose target is gone is still there to be removed.
     std::error_code error;
-    if (!fileSystem_->linkStatus(path, error)) {
-        return record(TrashItemStatus::failed, nothing, std::nullopt, "File does not exist: " + path);
-    }
+    const auto status = fileSystem_->linkStatus(path, error);
+    if (!status) return record(TrashItemStatus::failed, nothing, std::nullopt, "File does not exist: " + path);
 
     // Afterwards there is nothing left to measure.
-    const ItemMetrics metrics = computeItemMetrics(url);
+    const ItemMetrics metrics = metricsOf(path, *status);
 
     if (dryRun) return record(TrashItemStatus::simulated, metrics, std::nullopt, std::nullopt);
 
@@ -108,14 +107,15 @@ TrashItemRecord TrashPipeline::processItem(const FileURL& url, bool dryRun, bool
 }
 
 TrashPipeline::ItemMetrics TrashPipeline::computeItemMetrics(const FileURL& url) const {
-    const std::string& path = url.path();
     std::error_code error;
-    const auto status = fileSystem_->linkStatus(path, error);
+    const auto status = fileSystem_->linkStatus(url.path(), error);
     if (!status) return ItemMetrics{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 0};
+    return metricsOf(url.path(), *status);
+}
 
-    if (status->kind != FileKind::directory) {
-        const FileSize size = getFileSize(url);
-        return ItemMetrics{.allocatedBytes = size.allocatedBytes, .logicalBytes = size.logicalBytes, .fileCount = 1};
+TrashPipeline::ItemMetrics TrashPipeline::metricsOf(const std::string& path, const FileStatus& status) const {
+    if (status.kind != FileKind::directory) {
+        return ItemMetrics{.allocatedBytes = status.allocatedSize, .logicalBytes = status.size, .fileCount = 1};
     }
 
     // Only regular files count, each time it is met (a hard-linked file is
@@ -142,14 +142,6 @@ TrashPipeline::ItemMetrics TrashPipeline::computeItemMetrics(const FileURL& url)
     // An empty directory is still one item to remove.
     if (metrics.fileCount < 1) metrics.fileCount = 1;
     return metrics;
-}
-
-TrashPipeline::FileSize TrashPipeline::getFileSize(const FileURL& url) const {
-    std::error_code error;
-    const auto status = fileSystem_->linkStatus(url.path(), error);
-    // A directory has no size of its own here, only the files in it do.
-    if (!status || status->kind == FileKind::directory) return FileSize{};
-    return FileSize{.allocatedBytes = status->allocatedSize, .logicalBytes = status->size};
 }
 
 void TrashPipeline::recordAuditEntry(const TrashSummary& summary, const std::string& client) const {

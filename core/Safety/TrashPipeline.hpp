@@ -59,15 +59,11 @@ public:
     ItemMetrics computeItemMetrics(const FileURL& url) const;
 
 private:
-    struct FileSize {
-        std::int64_t allocatedBytes = 0;
-        std::int64_t logicalBytes = 0;
-    };
-
     TrashSummary run(const std::vector<FileURL>& urls, bool dryRun, bool permanentPurge,
                      const std::string& client) const;
     TrashItemRecord processItem(const FileURL& url, bool dryRun, bool permanentPurge) const;
-    FileSize getFileSize(const FileURL& url) const;
+    // The measurement from the item's own lstat, already taken by the caller.
+    ItemMetrics metricsOf(const std::string& path, const FileStatus& status) const;
     void recordAuditEntry(const TrashSummary& summary, const std::string& client) const;
 
     std::shared_ptr<FileSystem> fileSystem_;

@@ -105,17 +105,6 @@ std::optional<std::vector<FileURL>> DeveloperTargets::list(const FileURL& direct
 
 namespace {
 
-// The URL of a home-relative place when it exists (links followed, as an
-// existence test does), with the directory flag the disk gives it.
-std::optional<FileURL> existingHomeChild(const FileSystem& fileSystem, const FileURL& home,
-                                         std::string_view relative) {
-    const FileURL url = home.appending(relative, true);
-    std::error_code error;
-    auto status = fileSystem.status(url.path(), error);
-    if (!status) return std::nullopt;
-    return FileURL(url.path(), status->kind == FileKind::directory);
-}
-
 // Every occurrence of `what` in `text` replaced; an empty `what` changes nothing.
 std::string replacingOccurrences(std::string text, std::string_view what, std::string_view with) {
     if (what.empty()) return text;
@@ -149,7 +138,7 @@ void keepNewer(std::optional<Date>& newest, const std::optional<Date>& candidate
 std::vector<DiscoveredItem> DeveloperTargets::scanUVCaches(const ScanProgressHandler& progress) const {
     ItemCollector collector(riskClassifier_, progress);
     for (std::string_view relative : {".cache/uv", "Library/Caches/uv"}) {
-        auto base = existingHomeChild(*fileSystem_, homeURL_, relative);
+        auto base = fileSystem_->existingURL(homeChild(relative).path());
         if (!base) continue;
         auto entries = list(*base, ListOptions{.skipHiddenFiles = true});
         if (entries && !entries->empty()) {
@@ -183,7 +172,7 @@ std::vector<DiscoveredItem> DeveloperTargets::scanPackageManagerCaches(const Sca
                         std::string_view skipWhenPathHolds = {}) {
         const FileURL candidate = homeChild(relative);
         if (!skipWhenPathHolds.empty() && candidate.path().find(skipWhenPathHolds) != std::string::npos) return false;
-        auto url = existingHomeChild(*fileSystem_, homeURL_, relative);
+        auto url = fileSystem_->existingURL(homeChild(relative).path());
         if (!url) return false;
         const MeasuredMetrics metrics = measureItem(*url);
         if (!ItemMeasurer::passesKeepTest(metrics)) return false;
@@ -227,11 +216,11 @@ std::vector<DiscoveredItem> DeveloperTargets::scanPackageManagerCaches(const Sca
 
 std::vector<DiscoveredItem> DeveloperTargets::scanHomebrewCaches(const ScanProgressHandler& progress) const {
     ItemCollector collector(riskClassifier_, progress);
-    auto base = existingHomeChild(*fileSystem_, homeURL_, "Library/Caches/Homebrew");
+    auto base = fileSystem_->existingURL(homeChild("Library/Caches/Homebrew").path());
     if (!base) return collector.take();
     bool foundKnownSubfolder = false;
 
-    if (auto downloads = existingHomeChild(*fileSystem_, homeURL_, "Library/Caches/Homebrew/downloads")) {
+    if (auto downloads = fileSystem_->existingURL(homeChild("Library/Caches/Homebrew/downloads").path())) {
         foundKnownSubfolder = true;
         // Hidden entries count here: a download in progress may be one.
         if (auto entries = list(*downloads, ListOptions{.skipHiddenFiles = false})) {
@@ -278,7 +267,7 @@ std::vector<DiscoveredItem> DeveloperTargets::scanHomebrewCaches(const ScanProgr
 
     for (auto [name, description] : {std::pair{"Cask", "Homebrew Cask Download Cache"},
                                       std::pair{"api", "Homebrew API Metadata Cache"}}) {
-        auto url = existingHomeChild(*fileSystem_, homeURL_, std::string("Library/Caches/Homebrew/") + name);
+        auto url = fileSystem_->existingURL(homeChild(std::string("Library/Caches/Homebrew/") + name).path());
         if (!url) continue;
         foundKnownSubfolder = true;
         const MeasuredMetrics metrics = measureItem(*url);
@@ -307,7 +296,7 @@ std::vector<DiscoveredItem> DeveloperTargets::scanGradleCaches(const ScanProgres
                                          std::pair{".gradle/daemon", "Gradle Daemon Execution Logs & State"}}) {
         // The user's Gradle settings are never a cache, whatever the home is called.
         if (homeChild(relative).path().find("gradle.properties") != std::string::npos) continue;
-        auto url = existingHomeChild(*fileSystem_, homeURL_, relative);
+        auto url = fileSystem_->existingURL(homeChild(relative).path());
         if (!url) continue;
         const MeasuredMetrics metrics = measureItem(*url);
         if (!ItemMeasurer::passesKeepTest(metrics)) continue;

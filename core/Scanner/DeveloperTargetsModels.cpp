@@ -31,15 +31,6 @@ constexpr std::array<std::string_view, 3> dockerImageCandidates = {"data/Docker.
 constexpr std::string_view dockerOrphanedState = "Orphaned (Docker.app uninstalled & inactive)";
 constexpr std::string_view dockerActiveState = "Active (Docker.app installed or running)";
 
-// The path as a URL whose directory flag matches the disk, or nothing when
-// nothing is there. One stat that follows links, as an existence test does.
-std::optional<FileURL> existingURL(const FileSystem& fileSystem, const std::string& path) {
-    std::error_code error;
-    auto status = fileSystem.status(path, error);
-    if (!status) return std::nullopt;
-    return FileURL(path, status->kind == FileKind::directory);
-}
-
 // A listed entry is a directory when the directory read says so, or when it
 // is a link (or of unknown kind) that leads to one.
 bool isDirectoryEntry(const FileSystem& fileSystem, const FileURL& entry) {
@@ -97,7 +88,7 @@ std::vector<DiscoveredItem> DeveloperTargets::scanAIModelWeights(const ScanProgr
         if (ItemMeasurer::passesKeepTest(metrics)) addItem(url, std::move(description), fallbackRuleId, metrics);
     };
     auto existingHomeChild = [&](std::string_view relative) {
-        return existingURL(*fileSystem_, homeChild(relative).path());
+        return fileSystem_->existingURL(homeChild(relative).path());
     };
 
     // Hugging Face hub: one item per cached repository, so that one model can
@@ -202,7 +193,7 @@ std::vector<DiscoveredItem> DeveloperTargets::scanDockerVMs(const ScanProgressHa
     std::vector<FileURL> images;
     for (const FileURL& entry : *entries) {
         for (std::string_view candidate : dockerImageCandidates) {
-            if (auto image = existingURL(*fileSystem_, paths::appending(entry.path(), candidate))) {
+            if (auto image = fileSystem_->existingURL(paths::appending(entry.path(), candidate))) {
                 images.push_back(std::move(*image));
             }
         }

@@ -180,15 +180,11 @@ std::vector<DiscoveredItem> DeveloperTargets::scanXcodeArtifacts(const ScanProgr
         }
     }
 
-    const FileURL archives = homeChild("Library/Developer/Xcode/Archives");
-    if (fileSystem_->fileExists(archives.path())) {
-        offer(fileSystem_->fileURL(archives.path()), "Xcode Release Archives (.xcarchive)", "dev.xcode.archives");
+    if (auto archives = fileSystem_->existingURL(homeChild("Library/Developer/Xcode/Archives").path())) {
+        offer(*archives, "Xcode Release Archives (.xcarchive)", "dev.xcode.archives");
     }
-
-    const FileURL simulatorCaches = homeChild("Library/Developer/CoreSimulator/Caches");
-    if (fileSystem_->fileExists(simulatorCaches.path())) {
-        offer(fileSystem_->fileURL(simulatorCaches.path()), "Xcode Simulator Runtime Caches",
-              "dev.xcode.simulator_caches");
+    if (auto simulatorCaches = fileSystem_->existingURL(homeChild("Library/Developer/CoreSimulator/Caches").path())) {
+        offer(*simulatorCaches, "Xcode Simulator Runtime Caches", "dev.xcode.simulator_caches");
     }
     return collector.take();
 }
@@ -199,11 +195,9 @@ std::vector<DiscoveredItem> DeveloperTargets::scanStrayNodeModules(const ScanPro
     ItemCollector collector(riskClassifier_, progress);
     // Only the home's own node_modules: a project's is its business. Whatever
     // lies there is offered, folder or not.
-    const std::string path = homeChild("node_modules").path();
-    std::error_code error;
-    auto status = fileSystem_->status(path, error);
-    if (!status) return {};
-    const FileURL url(path, status->kind == FileKind::directory);
+    const auto found = fileSystem_->existingURL(homeChild("node_modules").path());
+    if (!found) return {};
+    const FileURL& url = *found;
     const MeasuredMetrics metrics = measureItem(url);
     if (!ItemMeasurer::passesKeepTest(metrics)) return {};
     collector.add({.url = url,

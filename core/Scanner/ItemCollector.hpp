@@ -36,7 +36,6 @@ public:
     void addPlaceholder(const FileURL& url, StorageCategory category, RiskTier tier, std::string description,
                         std::string ruleId);
 
-    std::vector<DiscoveredItem>& items() { return items_; }
     std::vector<DiscoveredItem> take() { return std::move(items_); }
 
 private:

@@ -23,11 +23,7 @@ void keepNewer(std::optional<Date>& newest, Date candidate) {
     if (!newest || candidate > *newest) newest = candidate;
 }
 
-} // namespace
-
-MeasuredMetrics measureSingleFile(const FileSystem& fileSystem, const std::string& path) {
-    std::error_code error;
-    auto status = fileSystem.linkStatus(path, error);
+MeasuredMetrics singleFile(const std::optional<FileStatus>& status) {
     if (!status) return MeasuredMetrics{.fileCount = 1, .requiresFullDiskAccess = true};
     return MeasuredMetrics{
         .allocatedBytes = status->allocatedSize,
@@ -39,11 +35,25 @@ MeasuredMetrics measureSingleFile(const FileSystem& fileSystem, const std::strin
     };
 }
 
-MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& path, UnreadableDirectories unreadable) {
+} // namespace
+
+MeasuredMetrics measureSingleFile(const FileSystem& fileSystem, const std::string& path) {
     std::error_code error;
-    auto status = fileSystem.status(path, error);
-    if (!status) return {};
-    if (status->kind != FileKind::directory) return measureSingleFile(fileSystem, path);
+    return singleFile(fileSystem.linkStatus(path, error));
+}
+
+MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& path, UnreadableDirectories unreadable) {
+    // The path's own lstat answers for everything but a link, whose target
+    // decides whether there is a tree to walk: one call where one will do.
+    std::error_code error;
+    const auto self = fileSystem.linkStatus(path, error);
+    bool isDirectory = self && self->kind == FileKind::directory;
+    if (!self || self->kind == FileKind::symbolicLink) {
+        const auto target = fileSystem.status(path, error);
+        if (!target) return {};
+        isDirectory = target->kind == FileKind::directory;
+    }
+    if (!isDirectory) return singleFile(self);
 
     MeasuredMetrics metrics;
     bool rootUnreadable = false;
@@ -78,7 +88,7 @@ MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& pat
     fileSystem.walk(path, WalkOptions{.status = WalkStatus::regularFiles}, callbacks);
     if (rootUnreadable) {
         // No walk could start: the directory is measured as the one thing it is.
-        MeasuredMetrics single = measureSingleFile(fileSystem, path);
+        MeasuredMetrics single = singleFile(self);
         single.requiresFullDiskAccess = single.requiresFullDiskAccess || metrics.requiresFullDiskAccess;
         return single;
     }

@@ -91,7 +91,7 @@ MeasuredMetrics SystemTargets::measureItem(const FileURL& url) const {
 
 SystemScanOutput SystemTargets::scanUserCaches(const ScanProgressHandler& progress, std::stop_token stop) const {
     Section section{ItemCollector(riskClassifier_, progress), {}};
-    const auto base = existing(homeChild("Library/Caches"));
+    const auto base = fileSystem_->existingURL(homeChild("Library/Caches").path());
     if (!base) return {};
 
     const auto entries = listBase({.url = *base,
@@ -122,7 +122,7 @@ SystemScanOutput SystemTargets::scanUserCaches(const ScanProgressHandler& progre
 
 SystemScanOutput SystemTargets::scanUserLogs(const ScanProgressHandler& progress, std::stop_token stop) const {
     Section section{ItemCollector(riskClassifier_, progress), {}};
-    const auto base = existing(homeChild("Library/Logs"));
+    const auto base = fileSystem_->existingURL(homeChild("Library/Logs").path());
     if (!base) return {};
 
     const auto entries = listBase({.url = *base,
@@ -157,7 +157,7 @@ SystemScanOutput SystemTargets::scanCrashReports(const ScanProgressHandler& prog
     };
     for (const Place& place : places) {
         throwIfCancelled(stop);
-        const auto url = existing(place.url);
+        const auto url = fileSystem_->existingURL(place.url.path());
         if (!url) continue;
         scanGuardedPlace(
             {
@@ -182,20 +182,20 @@ SystemScanOutput SystemTargets::scanMailDownloads(const ScanProgressHandler& pro
     // The container's library is what the privacy control closes, so that is
     // what is probed; a refusal stands for the downloads folder, whether or
     // not it exists.
-    if (existing(container) && probeIsRefused(dataLibrary)) {
+    if (fileSystem_->existingURL(container.path()) && probeIsRefused(dataLibrary)) {
         addRefusal({.url = current,
                     .label = "Apple Mail Downloads",
                     .category = StorageCategory::mailDownloads,
                     .description = "Apple Mail Attachment Downloads",
                     .ruleId = "sys.mail.downloads"},
                    RiskTier::reviewRequired, section);
-    } else if (const auto url = existing(current)) {
+    } else if (const auto url = fileSystem_->existingURL(current.path())) {
         measureAndAdd(*url, StorageCategory::mailDownloads, "Apple Mail Attachment Downloads", "sys.mail.downloads",
                       passesSystemKeepTest, section);
     }
 
     // The legacy place is not guarded: no probe, and the narrower keep test.
-    if (const auto url = existing(legacy)) {
+    if (const auto url = fileSystem_->existingURL(legacy.path())) {
         measureAndAdd(*url, StorageCategory::mailDownloads, "Legacy Mail Downloads", "sys.mail.downloads",
                       ItemMeasurer::passesKeepTest, section);
     }
@@ -214,7 +214,7 @@ SystemScanOutput SystemTargets::scanBrowserCaches(const ScanProgressHandler& pro
              SafariPlace{"Library/Containers/com.apple.Safari/Data/Library/Caches", "Safari WebKit Container Cache"},
              SafariPlace{"Library/Caches/com.apple.Safari", "Safari WebKit User Cache"},
          }) {
-        const auto url = existing(homeChild(place.relative));
+        const auto url = fileSystem_->existingURL(homeChild(place.relative).path());
         if (!url) continue;
         scanGuardedPlace(
             {
@@ -243,7 +243,7 @@ SystemScanOutput SystemTargets::scanBrowserCaches(const ScanProgressHandler& pro
              OpenPlace{"Library/Caches/Vivaldi", "Vivaldi Browser Cache", "sys.browser.other"},
              OpenPlace{"Library/Caches/Firefox/Profiles", "Mozilla Firefox Profile Caches", "sys.browser.firefox"},
          }) {
-        const auto url = existing(homeChild(place.relative));
+        const auto url = fileSystem_->existingURL(homeChild(place.relative).path());
         if (!url) continue;
         measureAndAdd(*url, StorageCategory::browserCaches, std::string(place.description),
                       std::string(place.ruleId), ItemMeasurer::passesKeepTest, section);
@@ -259,13 +259,6 @@ bool SystemTargets::isDeveloperCacheName(std::string_view name) {
 // ---- shared steps
 
 FileURL SystemTargets::homeChild(std::string_view relative) const { return homeURL_.appending(relative, true); }
-
-std::optional<FileURL> SystemTargets::existing(const FileURL& url) const {
-    std::error_code error;
-    const auto status = fileSystem_->status(url.path(), error);
-    if (!status) return std::nullopt;
-    return FileURL(url.path(), status->kind == FileKind::directory);
-}
 
 bool SystemTargets::probeIsRefused(const FileURL& url) const {
     std::error_code error;

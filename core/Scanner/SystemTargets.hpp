@@ -72,8 +72,6 @@ private:
 
     FileURL homeChild(std::string_view relative) const;
     // A URL for the path if something exists there (links followed), with the
-    // directory flag the disk gives it; one stat.
-    std::optional<FileURL> existing(const FileURL& url) const;
     // The probe: one listing with no options, thrown away. True when it was
     // refused for permission; any other outcome lets the place be measured.
     bool probeIsRefused(const FileURL& url) const;

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <condition_variable>
 #include <cstddef>
-#include <mutex>
 #include <optional>
 #include <string_view>
 #include <utility>
 
 #include "Platform/linux/SysfsAttributes.hpp"
+#include "Support/Cancellation.hpp"
 
 namespace unbulk {
 namespace {
@@ -79,12 +78,11 @@ public:
 
     std::optional<ThermalState> next(std::stop_token stop) override {
         for (;;) {
-            {
-                std::unique_lock lock(mutex_);
-                // Nothing notifies but a stop request: this is a sleep that stop cuts short.
-                wake_.wait_for(lock, stop, interval_, [] { return false; });
+            try {
+                cancellableSleep(interval_, stop);
+            } catch (const CancellationError&) {
+                return std::nullopt;
             }
-            if (stop.stop_requested()) return std::nullopt;
             const ThermalState now = machineState(root_);
             if (now != last_) {
                 last_ = now;
@@ -97,8 +95,6 @@ private:
     std::string root_;
     std::chrono::milliseconds interval_;
     ThermalState last_;
-    std::mutex mutex_;
-    std::condition_variable_any wake_;
 };
 
 } // namespace
