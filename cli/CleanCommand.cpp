@@ -27,7 +27,7 @@ namespace {
 CategorySet safeDefaultCategories() {
     CategorySet categories;
     for (const StorageCategoryInfo& entry : storageCategoryTable) {
-        if (entry.defaultRiskTier == RiskTier::safeToDelete) categories.insert(entry.category);
+        if (entry.defaultRiskTier == RiskTier::safeToDelete) categories.insert(entry.value);
     }
     return categories;
 }
@@ -37,7 +37,7 @@ CategorySet safeDefaultCategories() {
 std::optional<CategorySet> selectedCategories(const Arguments& args) {
     const auto raw = optionValue(args, "--category");
     if (!raw) return safeDefaultCategories();
-    if (auto category = storageCategoryFromRawValue(*raw)) return CategorySet{*category};
+    if (auto category = fromRawValue<StorageCategory>(*raw)) return CategorySet{*category};
     return std::nullopt;
 }
 

@@ -48,7 +48,7 @@ int handleScan(const Arguments& args) {
     // at all, scans everything.
     std::optional<CategorySet> categories;
     if (auto raw = optionValue(args, "--category")) {
-        if (auto category = storageCategoryFromRawValue(*raw)) categories = CategorySet{*category};
+        if (auto category = fromRawValue<StorageCategory>(*raw)) categories = CategorySet{*category};
     }
 
     if (!jsonOutput) printLine("Scanning storage for system junk, developer bloat, and AI models...");

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
+#include "Support/EnumTable.hpp"
 
 namespace unbulk {
 
@@ -38,7 +38,7 @@ enum class StorageCategory {
 using CategorySet = std::set<StorageCategory>;
 
 struct RiskTierInfo {
-    RiskTier tier;
+    RiskTier value;
     std::string_view rawValue;
     std::string_view displayName;
     std::string_view symbolName;
@@ -53,7 +53,7 @@ inline constexpr std::array<RiskTierInfo, 3> riskTierTable{{
 }};
 
 struct CategoryGroupInfo {
-    CategoryGroup group;
+    CategoryGroup value;
     std::string_view rawValue;
     std::string_view displayName;
 };
@@ -68,7 +68,7 @@ inline constexpr std::array<CategoryGroupInfo, 6> categoryGroupTable{{
 }};
 
 struct StorageCategoryInfo {
-    StorageCategory category;
+    StorageCategory value;
     std::string_view rawValue;
     std::string_view displayName;
     std::string_view iconName;
@@ -112,36 +112,31 @@ inline constexpr std::array<StorageCategoryInfo, 16> storageCategoryTable{{
      RiskTier::reviewRequired},
 }};
 
-const RiskTierInfo& info(RiskTier tier);
-const CategoryGroupInfo& info(CategoryGroup group);
-const StorageCategoryInfo& info(StorageCategory category);
+template <>
+struct EnumTable<RiskTier> {
+    static constexpr std::string_view name = "RiskTier";
+    static constexpr const auto& rows = riskTierTable;
+};
 
-std::string_view rawValue(RiskTier tier);
-std::string_view rawValue(CategoryGroup group);
-std::string_view rawValue(StorageCategory category);
-std::string_view displayName(RiskTier tier);
-std::string_view displayName(CategoryGroup group);
-std::string_view displayName(StorageCategory category);
-RiskTier defaultRiskTier(StorageCategory category);
+template <>
+struct EnumTable<CategoryGroup> {
+    static constexpr std::string_view name = "CategoryGroup";
+    static constexpr const auto& rows = categoryGroupTable;
+};
 
-// Exact raw-value readings, like the raw-value initialisers.
-std::optional<RiskTier> riskTierFromRawValue(std::string_view raw);
-std::optional<CategoryGroup> categoryGroupFromRawValue(std::string_view raw);
-std::optional<StorageCategory> storageCategoryFromRawValue(std::string_view raw);
+template <>
+struct EnumTable<StorageCategory> {
+    static constexpr std::string_view name = "StorageCategory";
+    static constexpr const auto& rows = storageCategoryTable;
+};
+
+inline RiskTier defaultRiskTier(StorageCategory category) { return info(category).defaultRiskTier; }
 
 // The lenient reading for agent input: the raw value as given, then upper-cased,
 // then with underscores removed and case ignored ("dockerVM", "docker_vm").
 std::optional<StorageCategory> parseStorageCategory(std::string_view text);
 
-// All sixteen, in declaration order.
-std::array<StorageCategory, 16> allStorageCategories();
+// All sixteen.
 CategorySet allStorageCategorySet();
-
-void to_json(nlohmann::json& j, RiskTier tier);
-void from_json(const nlohmann::json& j, RiskTier& tier);
-void to_json(nlohmann::json& j, CategoryGroup group);
-void from_json(const nlohmann::json& j, CategoryGroup& group);
-void to_json(nlohmann::json& j, StorageCategory category);
-void from_json(const nlohmann::json& j, StorageCategory& category);
 
 } // namespace unbulk

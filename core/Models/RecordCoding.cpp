@@ -5,11 +5,6 @@
 
 namespace unbulk::coding {
 
-void badRawValue(std::string_view type, std::string_view raw) {
-    throw nlohmann::json::other_error::create(
-        501, "Cannot initialize " + std::string(type) + " from invalid raw value " + std::string(raw), nullptr);
-}
-
 FileURL fileURL(const Json& value) {
     auto url = FileURL::parse(value.get<std::string>());
     if (!url) throw std::invalid_argument("not a file URL: " + value.get<std::string>());

@@ -15,8 +15,6 @@
 // a std::exception that names what was wrong.
 namespace unbulk::coding {
 
-[[noreturn]] void badRawValue(std::string_view type, std::string_view raw);
-
 FileURL fileURL(const Json& value);
 Uuid uuid(const Json& value);
 Date date(const Json& value);

@@ -1,57 +1,12 @@
 #include "Models/SafetyModels.hpp"
 
 #include "Models/RecordCoding.hpp"
-#include "Support/EnumTable.hpp"
 #include "Support/CheckedMath.hpp"
 
 #include <chrono>
 #include <stdexcept>
 
 namespace unbulk {
-namespace {
-
-static_assert(inDeclarationOrder(trashItemStatusTable, &TrashItemStatusInfo::status));
-static_assert(inDeclarationOrder(auditOperationTypeTable, &AuditOperationTypeInfo::type));
-
-} // namespace
-
-std::string_view rawValue(TrashItemStatus status) {
-    return trashItemStatusTable[static_cast<std::size_t>(status)].rawValue;
-}
-
-std::string_view rawValue(AuditOperationType type) {
-    return auditOperationTypeTable[static_cast<std::size_t>(type)].rawValue;
-}
-
-std::optional<TrashItemStatus> trashItemStatusFromRawValue(std::string_view raw) {
-    for (const auto& row : trashItemStatusTable) {
-        if (row.rawValue == raw) return row.status;
-    }
-    return std::nullopt;
-}
-
-std::optional<AuditOperationType> auditOperationTypeFromRawValue(std::string_view raw) {
-    for (const auto& row : auditOperationTypeTable) {
-        if (row.rawValue == raw) return row.type;
-    }
-    return std::nullopt;
-}
-
-void to_json(nlohmann::json& j, TrashItemStatus status) { j = std::string(rawValue(status)); }
-void from_json(const nlohmann::json& j, TrashItemStatus& status) {
-    auto raw = j.get<std::string>();
-    auto parsed = trashItemStatusFromRawValue(raw);
-    if (!parsed) coding::badRawValue("TrashItemStatus", raw);
-    status = *parsed;
-}
-
-void to_json(nlohmann::json& j, AuditOperationType type) { j = std::string(rawValue(type)); }
-void from_json(const nlohmann::json& j, AuditOperationType& type) {
-    auto raw = j.get<std::string>();
-    auto parsed = auditOperationTypeFromRawValue(raw);
-    if (!parsed) coding::badRawValue("AuditOperationType", raw);
-    type = *parsed;
-}
 
 TrashItemRecord TrashItemRecord::make(Fields f) {
     TrashItemRecord record;

@@ -10,6 +10,7 @@
 
 #include "Models/Categories.hpp"
 #include "Support/Dates.hpp"
+#include "Support/EnumTable.hpp"
 #include "Support/FileURL.hpp"
 #include "Support/Json.hpp"
 #include "Support/Uuid.hpp"
@@ -20,7 +21,7 @@ namespace unbulk {
 enum class TrashItemStatus { success, simulated, failed, skipped };
 
 struct TrashItemStatusInfo {
-    TrashItemStatus status;
+    TrashItemStatus value;
     std::string_view rawValue;
 };
 
@@ -36,7 +37,7 @@ inline constexpr std::array<TrashItemStatusInfo, 4> trashItemStatusTable{{
 enum class AuditOperationType { scan, dryRun, trash, purge, restore };
 
 struct AuditOperationTypeInfo {
-    AuditOperationType type;
+    AuditOperationType value;
     std::string_view rawValue;
 };
 
@@ -48,15 +49,17 @@ inline constexpr std::array<AuditOperationTypeInfo, 5> auditOperationTypeTable{{
     {AuditOperationType::restore, "restore"},
 }};
 
-std::string_view rawValue(TrashItemStatus status);
-std::string_view rawValue(AuditOperationType type);
-std::optional<TrashItemStatus> trashItemStatusFromRawValue(std::string_view raw);
-std::optional<AuditOperationType> auditOperationTypeFromRawValue(std::string_view raw);
+template <>
+struct EnumTable<TrashItemStatus> {
+    static constexpr std::string_view name = "TrashItemStatus";
+    static constexpr const auto& rows = trashItemStatusTable;
+};
 
-void to_json(nlohmann::json& j, TrashItemStatus status);
-void from_json(const nlohmann::json& j, TrashItemStatus& status);
-void to_json(nlohmann::json& j, AuditOperationType type);
-void from_json(const nlohmann::json& j, AuditOperationType& type);
+template <>
+struct EnumTable<AuditOperationType> {
+    static constexpr std::string_view name = "AuditOperationType";
+    static constexpr const auto& rows = auditOperationTypeTable;
+};
 
 // What happened to one item of a removal.
 struct TrashItemRecord {

@@ -2,7 +2,8 @@
 
 #include <memory>
 #include <optional>
-#include <stop_token>
+
+#include "Support/Cancellation.hpp"
 
 namespace unbulk {
 
@@ -15,7 +16,7 @@ enum class ThermalState : int { nominal = 0, fair = 1, serious = 2, critical = 3
 class ThermalStateUpdates {
 public:
     virtual ~ThermalStateUpdates() = default;
-    virtual std::optional<ThermalState> next(std::stop_token stop) = 0;
+    virtual std::optional<ThermalState> next(StopToken stop) = 0;
 };
 
 class ThermalStateProviding {

@@ -1,10 +1,9 @@
 #pragma once
 
 #include <array>
-#include <optional>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
+#include "Support/EnumTable.hpp"
 
 namespace unbulk {
 
@@ -14,7 +13,7 @@ namespace unbulk {
 enum class RuleBaseDirectory { home, userCaches, userApplicationSupport, userDeveloper, systemLibrary, absolute };
 
 struct RuleBaseDirectoryInfo {
-    RuleBaseDirectory directory;
+    RuleBaseDirectory value;
     std::string_view rawValue; // the case name
 };
 
@@ -28,16 +27,10 @@ inline constexpr std::array<RuleBaseDirectoryInfo, 6> ruleBaseDirectoryTable{{
     {RuleBaseDirectory::absolute, "absolute"},
 }};
 
-std::string_view rawValue(RuleBaseDirectory directory);
-
-// Exact reading; an unknown raw value gives nothing.
-std::optional<RuleBaseDirectory> ruleBaseDirectoryFromRawValue(std::string_view raw);
-
-// All six, in declaration order.
-std::array<RuleBaseDirectory, 6> allRuleBaseDirectories();
-
-void to_json(nlohmann::json& j, RuleBaseDirectory directory);
-// Throws nlohmann::json::exception for a non-string or an unknown raw value.
-void from_json(const nlohmann::json& j, RuleBaseDirectory& directory);
+template <>
+struct EnumTable<RuleBaseDirectory> {
+    static constexpr std::string_view name = "RuleBaseDirectory";
+    static constexpr const auto& rows = ruleBaseDirectoryTable;
+};
 
 } // namespace unbulk

@@ -7,10 +7,10 @@ namespace {
 
 std::string isoDate(Date date) { return dates::iso8601(date); }
 
-template <typename Enum, typename Lookup>
-Enum readRawValue(const RuleJsonReader& reader, std::string_view key, Lookup lookup) {
+template <TabledEnum Enum>
+Enum readRawValue(const RuleJsonReader& reader, std::string_view key) {
     const std::string raw = reader.string(key);
-    std::optional<Enum> value = lookup(raw);
+    std::optional<Enum> value = fromRawValue<Enum>(raw);
     if (!value) {
         throw RuleDecodingError(RuleDecodingError::Kind::dataCorrupted, reader.pathOf(key),
                                 fmt::format("unknown raw value \"{}\"", raw));
@@ -46,8 +46,8 @@ RuleDefinition ruleDefinitionFromJson(const Json& json, const std::string& codin
     rule.id = reader.string("id");
     rule.name = reader.string("name");
     rule.description = reader.string("description");
-    rule.category = readRawValue<StorageCategory>(reader, "category", storageCategoryFromRawValue);
-    rule.riskTier = readRawValue<RiskTier>(reader, "riskTier", riskTierFromRawValue);
+    rule.category = readRawValue<StorageCategory>(reader, "category");
+    rule.riskTier = readRawValue<RiskTier>(reader, "riskTier");
     rule.patterns = reader.strings("patterns");
     rule.excludedPatterns = reader.strings("excludedPatterns");
     rule.isRegenerable = reader.boolean("isRegenerable");

@@ -1,7 +1,8 @@
 #include "Safety/AuditLogger.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -95,14 +96,39 @@ std::optional<std::string> AuditLogger::lastHash() const {
 
 std::string AuditLogger::durationText(std::optional<double> durationMs) {
     if (!durationMs) return "0.0";
-    // Fixed notation with no precision asked for is the shortest plain
-    // decimal that reads back as the same double. The longest texts are
-    // -1.8e308 (310 characters) and -5e-324 ("-0." and 324 digits).
-    char buffer[400];
-    auto [end, status] = std::to_chars(buffer, buffer + sizeof buffer, *durationMs, std::chars_format::fixed);
-    if (status != std::errc{}) return "0.0"; // cannot happen with this buffer
-    std::string text(buffer, end);
-    if (std::isfinite(*durationMs) && text.find('.') == std::string::npos) text += ".0";
+    const double value = *durationMs;
+    if (!std::isfinite(value)) return fmt::format("{}", value); // "nan", "inf", "-inf"
+    // The text is the shortest plain decimal that reads back as the same
+    // double, with ".0" behind a whole number. A whole number is written with
+    // its exact digits (1e23 is 99999999999999991611392.0), being as short as
+    // any other and closest. Otherwise {fmt}'s shortest digits, which may come
+    // in exponent form, are placed in fixed notation. (std::to_chars would do
+    // all of this, but its floating-point overloads need macOS 13.3.)
+    if (value == std::trunc(value)) return fmt::format("{:.0f}.0", value);
+    std::string shortest = fmt::format("{}", std::fabs(value));
+    int exponent = 0;
+    if (const auto e = shortest.find('e'); e != std::string::npos) {
+        exponent = std::stoi(shortest.substr(e + 1));
+        shortest.erase(e);
+    }
+    std::string digits = shortest;
+    int point = static_cast<int>(digits.size());
+    if (const auto dot = digits.find('.'); dot != std::string::npos) {
+        digits.erase(dot, 1);
+        point = static_cast<int>(dot);
+    }
+    point += exponent;
+    // A value below one in exponent form: "0." and the zeros up to its digits.
+    std::string text = std::signbit(value) ? "-" : "";
+    if (point <= 0) {
+        text += "0.";
+        text.append(static_cast<std::size_t>(-point), '0');
+        text += digits;
+    } else {
+        text += digits.substr(0, static_cast<std::size_t>(point));
+        text += '.';
+        text += digits.substr(static_cast<std::size_t>(point));
+    }
     return text;
 }
 

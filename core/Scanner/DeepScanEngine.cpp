@@ -70,9 +70,9 @@ DeepScanEngine::DeepScanEngine(Configuration configuration) : DeepScanEngine(con
                                            configuration.ruleRegistry, configuration.isProcessRunning);
     auto system = std::make_shared<SystemTargets>(homeURL_, fileSystem_, configuration.ruleRegistry);
     stages_.developer = [developer](const CategorySet& categories, const ScanProgressHandler& progress,
-                                    std::stop_token stop) { return developer->scan(categories, progress, stop); };
+                                    StopToken stop) { return developer->scan(categories, progress, stop); };
     stages_.system = [system](const CategorySet& categories, const ScanProgressHandler& progress,
-                              std::stop_token stop) { return system->scan(categories, progress, stop); };
+                              StopToken stop) { return system->scan(categories, progress, stop); };
 }
 
 DeepScanEngine::DeepScanEngine(Configuration configuration, Stages stages)
@@ -85,7 +85,7 @@ DeepScanEngine::DeepScanEngine(Configuration configuration, Stages stages)
       stages_(std::move(stages)) {}
 
 ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, const ScanProgressHandler& progress,
-                                std::stop_token stop) const {
+                                StopToken stop) const {
     ScanResult result;
     result.startedAt = std::chrono::system_clock::now();
     result.scanId = Uuid::random();
@@ -143,7 +143,7 @@ ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, co
 
 ScanEventStream DeepScanEngine::scanStream(std::optional<CategorySet> categories) const {
     return ScanEventStream([engine = *this, categories = std::move(categories)](
-                               std::stop_token stop, const std::function<void(ScanProgressEvent)>& yield) {
+                               StopToken stop, const std::function<void(ScanProgressEvent)>& yield) {
         ScanResult result = engine.scan(
             categories, [&](const ScanProgress& progress) { yield(progress); }, stop);
         for (const auto& item : result.items) yield(item);

@@ -3,12 +3,12 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stop_token>
 #include <vector>
 
 #include "Models/ScanItem.hpp"
 #include "Platform/FileSystem.hpp"
 #include "Scanner/ScanTypes.hpp"
+#include "Support/Cancellation.hpp"
 #include "Support/FileURL.hpp"
 
 namespace unbulk {
@@ -24,9 +24,9 @@ class ScanEventStream;
 class DeepScanEngine {
 public:
     using DeveloperStage =
-        std::function<std::vector<DiscoveredItem>(const CategorySet&, const ScanProgressHandler&, std::stop_token)>;
+        std::function<std::vector<DiscoveredItem>(const CategorySet&, const ScanProgressHandler&, StopToken)>;
     using SystemStage =
-        std::function<SystemScanOutput(const CategorySet&, const ScanProgressHandler&, std::stop_token)>;
+        std::function<SystemScanOutput(const CategorySet&, const ScanProgressHandler&, StopToken)>;
 
     struct Configuration {
         FileURL homeURL;
@@ -51,7 +51,7 @@ public:
     // Absent or empty categories mean all sixteen. Throws CancellationError
     // when stop is requested; no partial result is ever returned.
     ScanResult scan(const std::optional<CategorySet>& categories, const ScanProgressHandler& progress = {},
-                    std::stop_token stop = {}) const;
+                    StopToken stop = {}) const;
 
     // Runs the scan on a background thread and reports its progress, then
     // every final item, then the result. Dropping the stream cancels the scan.

@@ -49,7 +49,7 @@ DeveloperTargets::DeveloperTargets(FileURL homeURL, std::optional<std::vector<Fi
                                      : RiskClassifier(homeURL_, ruleRegistry_, fileSystem_)) {}
 
 std::vector<DiscoveredItem> DeveloperTargets::scan(const CategorySet& categories, const ScanProgressHandler& progress,
-                                                   std::stop_token stop) const {
+                                                   StopToken stop) const {
     std::vector<DiscoveredItem> items;
     auto run = [&](auto&& subScan) {
         throwIfCancelled(stop);

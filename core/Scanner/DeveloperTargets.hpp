@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <optional>
-#include <stop_token>
 #include <vector>
 
 #include "Models/Categories.hpp"
@@ -11,6 +10,7 @@
 #include "Scanner/ItemMeasurer.hpp"
 #include "Scanner/RiskClassifier.hpp"
 #include "Scanner/ScanTypes.hpp"
+#include "Support/Cancellation.hpp"
 #include "Support/FileURL.hpp"
 
 namespace unbulk {
@@ -39,7 +39,7 @@ public:
     // in the git search, before a root or repository); nothing found by the
     // call is returned then.
     std::vector<DiscoveredItem> scan(const CategorySet& categories, const ScanProgressHandler& progress,
-                                     std::stop_token stop = {}) const;
+                                     StopToken stop = {}) const;
 
     MeasuredMetrics measureItem(const FileURL& url) const;
 
@@ -59,7 +59,7 @@ private:
     std::vector<DiscoveredItem> scanGradleCaches(const ScanProgressHandler& progress) const;
 
     // Projects.
-    std::vector<DiscoveredItem> scanGitWorktrees(const ScanProgressHandler& progress, std::stop_token stop) const;
+    std::vector<DiscoveredItem> scanGitWorktrees(const ScanProgressHandler& progress, StopToken stop) const;
     std::vector<DiscoveredItem> scanXcodeArtifacts(const ScanProgressHandler& progress) const;
     std::vector<DiscoveredItem> scanStrayNodeModules(const ScanProgressHandler& progress) const;
     std::vector<FileURL> discoverGitRepositories(const FileURL& root, int maxDepth) const;

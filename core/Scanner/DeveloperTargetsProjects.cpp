@@ -60,7 +60,7 @@ std::vector<FileURL> DeveloperTargets::discoverGitRepositories(const FileURL& ro
 }
 
 std::vector<DiscoveredItem> DeveloperTargets::scanGitWorktrees(const ScanProgressHandler& progress,
-                                                               std::stop_token stop) const {
+                                                               StopToken stop) const {
     ItemCollector collector(riskClassifier_, progress);
 
     std::vector<FileURL> roots;

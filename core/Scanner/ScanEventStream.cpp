@@ -3,7 +3,7 @@
 namespace unbulk {
 
 ScanEventStream::ScanEventStream(Producer producer) : state_(std::make_shared<State>()) {
-    worker_ = std::jthread([state = state_, producer = std::move(producer)](std::stop_token stop) {
+    worker_ = std::thread([state = state_, producer = std::move(producer), stop = stop_.token()] {
         auto yield = [&](ScanProgressEvent event) {
             std::lock_guard lock(state->mutex);
             state->buffer.push_back(std::move(event));
@@ -23,13 +23,11 @@ ScanEventStream::ScanEventStream(Producer producer) : state_(std::make_shared<St
 }
 
 ScanEventStream::~ScanEventStream() {
-    // jthread's destructor requests stop and joins; say it for the reader.
-    if (worker_.joinable()) worker_.request_stop();
+    stop_.requestStop();
+    if (worker_.joinable()) worker_.join();
 }
 
-void ScanEventStream::cancel() {
-    if (worker_.joinable()) worker_.request_stop();
-}
+void ScanEventStream::cancel() { stop_.requestStop(); }
 
 std::optional<ScanProgressEvent> ScanEventStream::next() {
     std::unique_lock lock(state_->mutex);

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "Models/ScanItem.hpp"
+#include "Support/Cancellation.hpp"
 
 namespace unbulk {
 
@@ -19,12 +20,12 @@ namespace unbulk {
 // Destroying the stream cancels the scan and waits for the thread.
 class ScanEventStream {
 public:
-    using Producer = std::function<void(std::stop_token, const std::function<void(ScanProgressEvent)>& yield)>;
+    using Producer = std::function<void(StopToken, const std::function<void(ScanProgressEvent)>& yield)>;
 
     explicit ScanEventStream(Producer producer);
     ~ScanEventStream();
-    ScanEventStream(ScanEventStream&&) noexcept = default;
-    ScanEventStream& operator=(ScanEventStream&&) noexcept = default;
+    ScanEventStream(const ScanEventStream&) = delete;
+    ScanEventStream& operator=(const ScanEventStream&) = delete;
 
     std::optional<ScanProgressEvent> next();
 
@@ -41,7 +42,8 @@ private:
     };
 
     std::shared_ptr<State> state_;
-    std::jthread worker_;
+    StopSource stop_;
+    std::thread worker_;
 };
 
 } // namespace unbulk

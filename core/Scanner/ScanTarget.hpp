@@ -49,7 +49,7 @@ private:
 } // namespace scan_target_detail
 
 struct ScanTargetInfo {
-    ScanTarget target;
+    ScanTarget value;
     std::string_view rawValue; // the case name
     scan_target_detail::ShortList<StorageCategory, 3> ownedCategories;
     // Plain string prefixes of rule ids.
@@ -78,16 +78,10 @@ inline constexpr std::array<ScanTargetInfo, 9> scanTargetTable{{
     {ScanTarget::browserCaches, "browserCaches", {StorageCategory::browserCaches}, {"sys.browser."}, {}},
 }};
 
-const ScanTargetInfo& info(ScanTarget target);
-std::string_view rawValue(ScanTarget target);
-
-// The exact raw-value reading.
-std::optional<ScanTarget> scanTargetFromRawValue(std::string_view raw);
-
-// All nine, in declaration order.
-std::array<ScanTarget, 9> allScanTargets();
-
-void to_json(nlohmann::json& j, ScanTarget target);
-void from_json(const nlohmann::json& j, ScanTarget& target);
+template <>
+struct EnumTable<ScanTarget> {
+    static constexpr std::string_view name = "ScanTarget";
+    static constexpr const auto& rows = scanTargetTable;
+};
 
 } // namespace unbulk

@@ -39,7 +39,7 @@ std::optional<CategorySet> ScanTargetFilter::categoriesToScan() const {
     // by category; its items are dropped afterwards instead.
     if (owned.empty()) return std::nullopt;
     CategorySet toScan;
-    for (StorageCategory category : allStorageCategories()) {
+    for (StorageCategory category : allCases<StorageCategory>()) {
         if (!owned.contains(category)) toScan.insert(category);
     }
     return toScan;

@@ -68,7 +68,7 @@ SystemTargets::SystemTargets(FileURL homeURL, std::shared_ptr<FileSystem> fileSy
       riskClassifier_(homeURL_, ruleRegistry_, fileSystem_) {}
 
 SystemScanOutput SystemTargets::scan(const CategorySet& categories, const ScanProgressHandler& progress,
-                                     std::stop_token stop) const {
+                                     StopToken stop) const {
     SystemScanOutput output;
     auto run = [&](StorageCategory category, auto&& section) {
         if (!categories.contains(category)) return;
@@ -89,7 +89,7 @@ MeasuredMetrics SystemTargets::measureItem(const FileURL& url) const {
 
 // ---- sections
 
-SystemScanOutput SystemTargets::scanUserCaches(const ScanProgressHandler& progress, std::stop_token stop) const {
+SystemScanOutput SystemTargets::scanUserCaches(const ScanProgressHandler& progress, StopToken stop) const {
     Section section{ItemCollector(riskClassifier_, progress), {}};
     const auto base = fileSystem_->existingURL(homeChild("Library/Caches").path());
     if (!base) return {};
@@ -120,7 +120,7 @@ SystemScanOutput SystemTargets::scanUserCaches(const ScanProgressHandler& progre
     return section.finish();
 }
 
-SystemScanOutput SystemTargets::scanUserLogs(const ScanProgressHandler& progress, std::stop_token stop) const {
+SystemScanOutput SystemTargets::scanUserLogs(const ScanProgressHandler& progress, StopToken stop) const {
     Section section{ItemCollector(riskClassifier_, progress), {}};
     const auto base = fileSystem_->existingURL(homeChild("Library/Logs").path());
     if (!base) return {};
@@ -143,7 +143,7 @@ SystemScanOutput SystemTargets::scanUserLogs(const ScanProgressHandler& progress
     return section.finish();
 }
 
-SystemScanOutput SystemTargets::scanCrashReports(const ScanProgressHandler& progress, std::stop_token stop) const {
+SystemScanOutput SystemTargets::scanCrashReports(const ScanProgressHandler& progress, StopToken stop) const {
     Section section{ItemCollector(riskClassifier_, progress), {}};
     struct Place {
         FileURL url;

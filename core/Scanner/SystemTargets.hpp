@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <optional>
-#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "Scanner/ItemMeasurer.hpp"
 #include "Scanner/RiskClassifier.hpp"
 #include "Scanner/ScanTypes.hpp"
+#include "Support/Cancellation.hpp"
 #include "Support/FileURL.hpp"
 
 namespace unbulk {
@@ -34,7 +34,7 @@ public:
     // inside the caches, logs and crash-report sections before each entry or
     // place); what was gathered by the call is dropped then.
     SystemScanOutput scan(const CategorySet& categories, const ScanProgressHandler& progress,
-                          std::stop_token stop = {}) const;
+                          StopToken stop = {}) const;
 
     // Like the developer targets' measurement, and it also marks the item
     // when a directory inside refuses permission.
@@ -62,9 +62,9 @@ private:
         SystemScanOutput finish() { return {collector.take(), std::move(warnings)}; }
     };
 
-    SystemScanOutput scanUserCaches(const ScanProgressHandler& progress, std::stop_token stop) const;
-    SystemScanOutput scanUserLogs(const ScanProgressHandler& progress, std::stop_token stop) const;
-    SystemScanOutput scanCrashReports(const ScanProgressHandler& progress, std::stop_token stop) const;
+    SystemScanOutput scanUserCaches(const ScanProgressHandler& progress, StopToken stop) const;
+    SystemScanOutput scanUserLogs(const ScanProgressHandler& progress, StopToken stop) const;
+    SystemScanOutput scanCrashReports(const ScanProgressHandler& progress, StopToken stop) const;
     SystemScanOutput scanMailDownloads(const ScanProgressHandler& progress) const;
     SystemScanOutput scanBrowserCaches(const ScanProgressHandler& progress) const;
 

@@ -14,7 +14,7 @@ constexpr const char* nominalOnACReason = "Nominal thermal state on AC power. Ma
 
 class FinishedUpdates final : public ThermalStateUpdates {
 public:
-    std::optional<ThermalState> next(std::stop_token) override { return std::nullopt; }
+    std::optional<ThermalState> next(StopToken) override { return std::nullopt; }
 };
 
 } // namespace
@@ -88,7 +88,7 @@ ThermalGovernor::ThermalGovernor(Passkey, std::shared_ptr<ThermalStateProviding>
 
 ThermalGovernor::~ThermalGovernor() {
     if (!observer_.joinable()) return;
-    observer_.request_stop();
+    observerStop_.requestStop();
     // The observer may itself drop the last reference; it cannot join itself.
     if (observer_.get_id() == std::this_thread::get_id()) {
         observer_.detach();
@@ -100,9 +100,9 @@ ThermalGovernor::~ThermalGovernor() {
 void ThermalGovernor::startObserver() {
     std::weak_ptr<ThermalGovernor> weak = weak_from_this();
     auto provider = thermalProvider_;
-    observer_ = std::jthread([weak, provider](std::stop_token stop) {
+    observer_ = std::thread([weak, provider, stop = observerStop_.token()] {
         auto updates = provider->thermalStateUpdates();
-        while (updates && !stop.stop_requested()) {
+        while (updates && !stop.stopRequested()) {
             if (!updates->next(stop)) return;
             auto governor = weak.lock();
             if (!governor) return;
@@ -129,7 +129,7 @@ void ThermalGovernor::updateThermalConditions() {
     resumeWaitersIfNeeded();
 }
 
-void ThermalGovernor::checkpoint(std::stop_token stop) {
+void ThermalGovernor::checkpoint(StopToken stop) {
     throwIfCancelled(stop);
     std::uint64_t sleepMs = 0;
     {

@@ -5,7 +5,6 @@
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <stop_token>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -55,12 +54,12 @@ public:
 
     // Throws CancellationError when stop is requested before or after a
     // pause, or during the pacing sleep. A pause itself is not interrupted.
-    void checkpoint(std::stop_token stop = {});
+    void checkpoint(StopToken stop = {});
 
     // Runs the operation while holding one permit, giving it back whatever
     // the operation does.
     template <typename Operation>
-    std::invoke_result_t<Operation&> withPermit(Operation&& operation, std::stop_token stop = {}) {
+    std::invoke_result_t<Operation&> withPermit(Operation&& operation, StopToken stop = {}) {
         throwIfCancelled(stop);
         acquirePermit();
         PermitLease lease{*this};
@@ -96,7 +95,8 @@ private:
     std::deque<std::shared_ptr<Waiter>> pauseWaiters_;
     ConcurrencyProfile cachedProfile_;
 
-    std::jthread observer_;
+    StopSource observerStop_;
+    std::thread observer_;
 };
 
 // Nominal, on AC, no battery, no Low Power Mode, and a thermal stream that

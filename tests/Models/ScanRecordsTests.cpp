@@ -42,6 +42,23 @@ TEST(CategoriesTest, ParseIsLenientAboutCaseAndUnderscoresOnly) {
         EXPECT_EQ(parseStorageCategory(text), std::nullopt) << '"' << text << '"';
 }
 
+TEST(EnumTableTest, RawValuesReadExactlyAndJsonNamesTheTypeOfABadValue) {
+    EXPECT_EQ(fromRawValue<C>("DOCKER_VM"), C::dockerVM);
+    EXPECT_EQ(fromRawValue<C>("docker_vm"), std::nullopt); // exact, unlike parse
+    EXPECT_EQ(allCases<C>().front(), C::developerCache);
+    EXPECT_EQ(allCases<C>().back(), C::unknownAnomaly);
+    EXPECT_EQ(Json(RiskTier::keep), Json("KEEP"));
+    EXPECT_EQ(Json("REVIEW_REQUIRED").get<RiskTier>(), RiskTier::reviewRequired);
+    try {
+        (void)Json("NOPE").get<CategoryGroup>();
+        ADD_FAILURE() << "an unknown raw value was accepted";
+    } catch (const nlohmann::json::exception& error) {
+        EXPECT_NE(std::string(error.what()).find("Cannot initialize CategoryGroup from invalid raw value NOPE"),
+                  std::string::npos)
+            << error.what();
+    }
+}
+
 TEST(ScanSummaryTest, TotalsTiersBreakdownOrderAndFullDiskAccess) {
     EXPECT_EQ(ScanSummary::from({}), ScanSummary{});
 

@@ -39,9 +39,9 @@ Devices::value_type zone(int number, const std::string& temp) {
 // next(), with stop requested after `limit`. A stream that ignores stop
 // hangs here until the test runner's timeout.
 std::optional<ThermalState> nextWithin(ThermalStateUpdates& updates, std::chrono::milliseconds limit) {
-    std::stop_source source;
-    auto value = std::async(std::launch::async, [&] { return updates.next(source.get_token()); });
-    if (value.wait_for(limit) == std::future_status::timeout) source.request_stop();
+    StopSource source;
+    auto value = std::async(std::launch::async, [&] { return updates.next(source.token()); });
+    if (value.wait_for(limit) == std::future_status::timeout) source.requestStop();
     return value.get();
 }
 

@@ -27,13 +27,13 @@ Date day(int n) { return Date{} + hours(24 * n); }
 // of its items as it goes.
 struct DeepScanEngineTest : ::testing::Test {
     DeepScanEngine engine() {
-        auto developer = [this](const CategorySet& asked, const ScanProgressHandler& progress, std::stop_token stop) {
+        auto developer = [this](const CategorySet& asked, const ScanProgressHandler& progress, StopToken stop) {
             developerSaw = asked;
             if (progress) for (const auto& item : developerItems) progress(ScanProgress{.currentPath = item.path});
             developerAction(stop);
             return developerItems;
         };
-        auto system = [this](const CategorySet& asked, const ScanProgressHandler&, std::stop_token stop) {
+        auto system = [this](const CategorySet& asked, const ScanProgressHandler&, StopToken stop) {
             systemSaw = asked;
             systemAction(stop);
             return systemOutput;
@@ -45,7 +45,7 @@ struct DeepScanEngineTest : ::testing::Test {
     std::optional<CategorySet> developerSaw, systemSaw;
     std::vector<DiscoveredItem> developerItems;
     SystemScanOutput systemOutput;
-    std::function<void(std::stop_token)> developerAction = [](std::stop_token) {}, systemAction = developerAction;
+    std::function<void(StopToken)> developerAction = [](StopToken) {}, systemAction = developerAction;
 };
 
 TEST_F(DeepScanEngineTest, RoutesCategoriesToTheirStagesAndListsThemByRawValue) {
@@ -107,22 +107,22 @@ TEST(DeepScanEngineDeduplicateTest, TheStricterOrLargerItemLeadsAndFieldsMergeOn
 
 TEST_F(DeepScanEngineTest, AFailingStageBecomesAWarningAndKeepsTheOthersButCancellationLeavesNoResult) {
     systemOutput = {{makeItem("/h/sys", R::safeToDelete, 2, C::systemLogs)}, {"Mail: permission denied"}};
-    developerAction = [](std::stop_token) { throw std::runtime_error("disk on fire"); };
+    developerAction = [](StopToken) { throw std::runtime_error("disk on fire"); };
     const ScanResult result = engine().scan(std::nullopt);
     EXPECT_EQ(result.items, systemOutput.items);
     EXPECT_EQ(result.warnings,
               (std::vector<std::string>{"Developer targets scan error: disk on fire", "Mail: permission denied"}));
 
-    developerAction = [](std::stop_token) {};
-    systemAction = [](std::stop_token) { throw std::invalid_argument("logs unreadable"); };
+    developerAction = [](StopToken) {};
+    systemAction = [](StopToken) { throw std::invalid_argument("logs unreadable"); };
     EXPECT_EQ(engine().scan(std::nullopt).warnings,
               std::vector<std::string>{"System targets scan error: logs unreadable"});
 
     // Cancellation inside a stage is no failure: it leaves no result.
-    std::stop_source source;
-    systemAction = [&](std::stop_token) { source.request_stop(); }; // and returns as if done, as the last stage
-    EXPECT_THROW(engine().scan(std::nullopt, {}, source.get_token()), CancellationError);
-    systemAction = [](std::stop_token) { throw CancellationError{}; };
+    StopSource source;
+    systemAction = [&](StopToken) { source.requestStop(); }; // and returns as if done, as the last stage
+    EXPECT_THROW(engine().scan(std::nullopt, {}, source.token()), CancellationError);
+    systemAction = [](StopToken) { throw CancellationError{}; };
     EXPECT_THROW(engine().scan(std::nullopt), CancellationError);
     EXPECT_EQ(governor->activePermits(), 0);
 
@@ -151,10 +151,10 @@ TEST_F(DeepScanEngineTest, StreamGivesProgressThenMergedItemsInResultOrderThenTh
     std::promise<void> started;
     bool sawStop = false; // read after the stream's thread has been joined
     // A stage that waits for its stop token, as a long walk would; ten seconds at most, so a lost stop fails.
-    developerAction = [&](std::stop_token stop) {
+    developerAction = [&](StopToken stop) {
         started.set_value();
-        for (int i = 0; i < 10'000 && !stop.stop_requested(); ++i) std::this_thread::sleep_for(1ms);
-        sawStop = stop.stop_requested();
+        for (int i = 0; i < 10'000 && !stop.stopRequested(); ++i) std::this_thread::sleep_for(1ms);
+        sawStop = stop.stopRequested();
     };
     {
         auto dropped = engine().scanStream(std::nullopt);

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <ranges>
-#include <stop_token>
 #include <tuple>
 
 #include <gtest/gtest.h>
@@ -46,7 +45,7 @@ std::string targetDeleted(const std::string& name) { return "Orphaned Git Worktr
 class ProjectScanTest : public ::testing::Test {
 protected:
     std::vector<DiscoveredItem> scan(const CategorySet& categories = {StorageCategory::developerCache},
-                                     std::optional<std::vector<FileURL>> roots = {}, std::stop_token stop = {},
+                                     std::optional<std::vector<FileURL>> roots = {}, StopToken stop = {},
                                      const ScanProgressHandler& progress = {}) const {
         return DeveloperTargets(FileURL(home.path(), true), std::nullopt, std::move(roots), makeDefaultFileSystem(),
                                 nullptr, [](const std::string&) { return false; }).scan(categories, progress, stop);
@@ -115,10 +114,10 @@ TEST_F(ProjectScanTest, SearchFindsRepositoriesOnceAndOnlyWhereItLooks) {
                                                targetDeleted("Projects/root-record"), targetDeleted("outer/gone"),
                                                targetDeleted("two/gone")}));
 
-    std::stop_source source;
+    StopSource source;
     int reports = 0;
-    auto progress = [&](const ScanProgress&) { ++reports; source.request_stop(); };
-    EXPECT_THROW(scan({StorageCategory::developerCache}, {}, source.get_token(), progress), CancellationError);
+    auto progress = [&](const ScanProgress&) { ++reports; source.requestStop(); };
+    EXPECT_THROW(scan({StorageCategory::developerCache}, {}, source.token(), progress), CancellationError);
     EXPECT_EQ(reports, 1);
 }
 

@@ -25,7 +25,7 @@ constexpr testing::FileSystemCall listing = testing::FileSystemCall::contentsOfD
 class SystemScanTest : public ::testing::Test {
 protected:
     SystemScanOutput scan(const CategorySet& categories, const ScanProgressHandler& progress = nullptr,
-                          std::stop_token stop = {}) {
+                          StopToken stop = {}) {
         return SystemTargets(FileURL(home_.path(), true), fileSystem_).scan(categories, progress, stop);
     }
 
@@ -166,13 +166,13 @@ TEST_F(SystemScanTest, SectionsRunInOrderAndCancellationIsCheckedOnlyWhereTheyCh
         {{systemCaches}, 0},  {{systemLogs}, 0},    {{crashReports}, 0},
         {{mailDownloads}, 1}, {{browserCaches}, 2}, {{mailDownloads, browserCaches}, 0}};
     for (const auto& [only, found] : cases) {
-        std::stop_source source;
+        StopSource source;
         std::size_t reports = 0;
-        const auto stop = [&](const ScanProgress&) { ++reports; source.request_stop(); };
+        const auto stop = [&](const ScanProgress&) { ++reports; source.requestStop(); };
         if (found == 0) {
-            EXPECT_THROW(scan(only, stop, source.get_token()), CancellationError);
+            EXPECT_THROW(scan(only, stop, source.token()), CancellationError);
         } else {
-            EXPECT_EQ(scan(only, stop, source.get_token()).items.size(), found);
+            EXPECT_EQ(scan(only, stop, source.token()).items.size(), found);
         }
         EXPECT_EQ(reports, std::max<std::size_t>(found, 1));
     }

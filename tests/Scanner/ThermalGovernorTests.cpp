@@ -48,8 +48,8 @@ struct FakeConditions : ThermalStateProviding, PowerSourceProviding, std::enable
     std::unique_ptr<ThermalStateUpdates> thermalStateUpdates() override {
         struct Updates final : ThermalStateUpdates {
             explicit Updates(std::shared_ptr<FakeConditions> conditions) : fake(std::move(conditions)) {}
-            std::optional<ThermalState> next(std::stop_token stop) override {
-                for (; !stop.stop_requested(); std::this_thread::sleep_for(1ms))
+            std::optional<ThermalState> next(StopToken stop) override {
+                for (; !stop.stopRequested(); std::this_thread::sleep_for(1ms))
                     if (fake->thermal != last) return last = fake->thermal;
                 return std::nullopt;
             }
@@ -153,19 +153,19 @@ TEST_F(ThermalGovernorTest, CriticalParksAllWhenItPassesPermitsGoFirstComeFirstS
 TEST_F(ThermalGovernorTest, StopEndsAPacedCrawlNeitherStopNorFailureKeepsAPermitAndDroppingEndsTheObserver) {
     auto governor = makeGovernor(T::serious, 4); // paced
     // Nearly all of this loop's time is spent in the pacing sleep, where the stop lands.
-    std::stop_source source;
-    auto crawl = spawn([governor, stop = source.get_token()] { for (;;) governor->checkpoint(stop); });
+    StopSource source;
+    auto crawl = spawn([governor, stop = source.token()] { for (;;) governor->checkpoint(stop); });
     settle();
-    source.request_stop();
+    source.requestStop();
     ASSERT_TRUE(finishes(crawl));
     EXPECT_THROW(crawl.get(), CancellationError);
 
     // A stopped token fails before any work or wait, even a pause; a failing operation gives its permit back.
-    EXPECT_THROW(governor->withPermit([] {}, source.get_token()), CancellationError);
+    EXPECT_THROW(governor->withPermit([] {}, source.token()), CancellationError);
     EXPECT_THROW(governor->withPermit([]() -> int { throw std::runtime_error("failed"); }), std::runtime_error);
     EXPECT_EQ(governor->activePermits(), 0);
     pushAndWait(*governor, T::critical, criticalReason);
-    auto parked = spawn([governor, stop = source.get_token()] { governor->checkpoint(stop); });
+    auto parked = spawn([governor, stop = source.token()] { governor->checkpoint(stop); });
     ASSERT_TRUE(finishes(parked)) << "a stopped checkpoint waited for the pause to end";
     EXPECT_THROW(parked.get(), CancellationError);
 

@@ -1,7 +1,8 @@
+#include <atomic>
 #include <chrono>
 #include <limits>
+#include <memory>
 #include <regex>
-#include <stop_token>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -80,16 +81,48 @@ TEST(JsonTest, SortedOutputAndInvalidUtf8ReplacedNotThrown) {
 }
 
 TEST(CancellationTest, StopEndsTheSleepAtOnce) {
-    std::stop_source source;
-    std::jthread stopper([&source] {
+    StopSource source;
+    std::thread stopper([&source] {
         std::this_thread::sleep_for(milliseconds{50});
-        source.request_stop();
+        source.requestStop();
     });
     const auto start = steady_clock::now();
-    EXPECT_THROW(cancellableSleep(seconds{30}, source.get_token()), CancellationError);
+    EXPECT_THROW(cancellableSleep(seconds{30}, source.token()), CancellationError);
     EXPECT_LT(steady_clock::now() - start, seconds{5});
-    EXPECT_THROW(cancellableSleep(seconds{30}, source.get_token()), CancellationError); // already stopped
+    EXPECT_THROW(cancellableSleep(seconds{30}, source.token()), CancellationError); // already stopped
     EXPECT_STREQ(CancellationError{}.what(), "The operation was cancelled.");
+    stopper.join();
+}
+
+TEST(CancellationTest, CallbacksRunOnceOnRequestOrAtOnceWhenLate) {
+    StopSource source;
+    int early = 0, dropped = 0, late = 0;
+    StopCallback first(source.token(), [&] { ++early; });
+    { StopCallback gone(source.token(), [&] { ++dropped; }); }
+    EXPECT_FALSE(source.token().stopRequested());
+    EXPECT_TRUE(source.requestStop());
+    EXPECT_FALSE(source.requestStop()); // the second request runs nothing again
+    StopCallback after(source.token(), [&] { ++late; });
+    EXPECT_EQ(early, 1);
+    EXPECT_EQ(dropped, 0);
+    EXPECT_EQ(late, 1);
+    EXPECT_TRUE(source.token().stopRequested());
+    EXPECT_FALSE(StopToken{}.stopPossible());
+}
+
+TEST(CancellationTest, DeregisteringWaitsForACallbackRunningOnAnotherThread) {
+    StopSource source;
+    std::atomic<bool> entered{false}, finished{false};
+    auto callback = std::make_unique<StopCallback>(source.token(), [&] {
+        entered = true;
+        std::this_thread::sleep_for(milliseconds{100});
+        finished = true;
+    });
+    std::thread requester([&] { source.requestStop(); });
+    while (!entered) std::this_thread::yield();
+    callback.reset(); // must not return while the callback still runs
+    EXPECT_TRUE(finished);
+    requester.join();
 }
 
 } // namespace

@@ -8,9 +8,9 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <stop_token>
 
 #include "Platform/Power.hpp"
+#include "Support/Cancellation.hpp"
 
 namespace unbulk {
 namespace {
@@ -36,7 +36,7 @@ ThermalState currentThermalState() {
 // stream goes away still finds it alive.
 struct PendingStates {
     std::mutex mutex;
-    std::condition_variable_any arrived;
+    std::condition_variable arrived;
     std::deque<ThermalState> values;
 
     void push(ThermalState state) {
@@ -78,13 +78,21 @@ public:
     NotificationThermalStateUpdates(const NotificationThermalStateUpdates&) = delete;
     NotificationThermalStateUpdates& operator=(const NotificationThermalStateUpdates&) = delete;
 
-    std::optional<ThermalState> next(std::stop_token stop) override {
-        std::unique_lock lock(pending_->mutex);
-        if (!pending_->arrived.wait(lock, stop, [this] { return !pending_->values.empty(); })) {
-            return std::nullopt;
-        }
-        const ThermalState state = pending_->values.front();
-        pending_->values.pop_front();
+    std::optional<ThermalState> next(StopToken stop) override {
+        PendingStates& pending = *pending_;
+        bool stopped = false;
+        // The callback outlives neither this frame nor the wait: its
+        // destructor waits for a run on another thread to finish.
+        StopCallback onStop(stop, [&] {
+            std::lock_guard lock(pending.mutex);
+            stopped = true;
+            pending.arrived.notify_all();
+        });
+        std::unique_lock lock(pending.mutex);
+        pending.arrived.wait(lock, [&] { return !pending.values.empty() || stopped; });
+        if (pending.values.empty()) return std::nullopt;
+        const ThermalState state = pending.values.front();
+        pending.values.pop_front();
         return state;
     }
 

@@ -76,7 +76,7 @@ public:
     SampledThermalStateUpdates(std::string root, std::chrono::milliseconds interval)
         : root_(std::move(root)), interval_(interval), last_(machineState(root_)) {}
 
-    std::optional<ThermalState> next(std::stop_token stop) override {
+    std::optional<ThermalState> next(StopToken stop) override {
         for (;;) {
             try {
                 cancellableSleep(interval_, stop);

@@ -161,7 +161,7 @@ struct Walker {
             FileStatus status;
             const FileStatus* statusPointer = nullptr;
             if (needsStatus(options.status, type)) {
-                if (::fstatat(::dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+                if (::fstatat(dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
                     report(lastError(), WalkFailure::entry);
                     continue;
                 }
@@ -179,7 +179,7 @@ struct Walker {
             if (kind != FileKind::directory || action == WalkAction::skipDescendants) continue;
             if (!options.descendIntoPackages && isPackageExtension(paths::pathExtension(name))) continue;
 
-            int child = ::openat(::dirfd(dir), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            int child = ::openat(dirfd(dir), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             if (child < 0) {
                 report(lastError(), WalkFailure::directory);
                 continue;
@@ -245,7 +245,7 @@ bool removeAt(int parentFd, const char* name, std::error_code& error) {
             if (!isDotOrDotDot(entry->d_name)) names.emplace_back(entry->d_name);
         }
         for (const auto& child : names) {
-            if (!removeAt(::dirfd(dir), child.c_str(), error)) return false;
+            if (!removeAt(dirfd(dir), child.c_str(), error)) return false;
         }
     }
     if (::unlinkat(parentFd, name, AT_REMOVEDIR) != 0) {
@@ -306,7 +306,7 @@ std::vector<DirectoryEntry> PosixFileSystem::contentsOfDirectory(const std::stri
         FileKind kind = kindFromDirent(entry->d_type);
         if (entry->d_type == DT_UNKNOWN) {
             struct stat st;
-            if (::fstatat(::dirfd(dir), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0) kind = kindFromMode(st.st_mode);
+            if (::fstatat(dirfd(dir), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0) kind = kindFromMode(st.st_mode);
         }
         entries.push_back(DirectoryEntry{entry->d_name, kind});
     }
