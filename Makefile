@@ -1,6 +1,6 @@
 # The README's commands. `make run` and `make test` each install what is
 # missing first, so a fresh clone needs nothing but these.
-.PHONY: run test build bench deps format clean asan tsan
+.PHONY: run test build bench deps format clean asan tsan check-macos
 
 JOBS ?= $(shell nproc 2>/dev/null || sysctl -n hw.ncpu 2>/dev/null || echo 2)
 
@@ -28,6 +28,11 @@ tsan: deps
 	@cmake --preset tsan >/dev/null
 	@cmake --build --preset tsan -j $(JOBS)
 	@ctest --preset tsan -j $(JOBS)
+
+# clang 16 with libc++ 16 over every source; with MACOS_SDK set, also every
+# .cpp and .mm for arm64 and x86_64 macOS 13 against that SDK.
+check-macos: deps
+	@scripts/check-macos
 
 bench: build
 	@bench/run-all build/release

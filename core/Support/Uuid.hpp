@@ -3,6 +3,7 @@
 #include <array>
 #include <compare>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,7 +22,10 @@ public:
     const std::array<std::uint8_t, 16>& bytes() const { return bytes_; }
 
     friend bool operator==(const Uuid&, const Uuid&) = default;
-    friend auto operator<=>(const Uuid&, const Uuid&) = default;
+    // Byte order. Written out: libc++ 16 has no operator<=> for std::array.
+    friend std::strong_ordering operator<=>(const Uuid& a, const Uuid& b) {
+        return std::memcmp(a.bytes_.data(), b.bytes_.data(), a.bytes_.size()) <=> 0;
+    }
 
 private:
     std::array<std::uint8_t, 16> bytes_{};
