@@ -16,7 +16,7 @@
 #include "Safety/AuditLogger.hpp"
 #include "Safety/TrashPipeline.hpp"
 #include "Scanner/DeepScanEngine.hpp"
-#include "Support/ByteCount.hpp"
+#include "Platform/ByteCountFormatter.hpp"
 #include "Support/Dates.hpp"
 #include "Support/FileURL.hpp"
 

@@ -12,7 +12,7 @@
 #include "Output.hpp"
 #include "Platform/FileSystem.hpp"
 #include "Scanner/DeepScanEngine.hpp"
-#include "Support/ByteCount.hpp"
+#include "Platform/ByteCountFormatter.hpp"
 #include "Support/Dates.hpp"
 #include "Support/FileURL.hpp"
 

@@ -4,7 +4,7 @@
 #include <map>
 
 #include "Models/RecordCoding.hpp"
-#include "Support/ByteCount.hpp"
+#include "Platform/ByteCountFormatter.hpp"
 #include "Support/CheckedMath.hpp"
 
 namespace unbulk {

@@ -55,8 +55,11 @@ MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& pat
     }
     if (!isDirectory) return singleFile(self);
 
+    // A directory that cannot be read (the root among them) adds nothing and
+    // stops nothing: an unreadable item measures as an empty directory, 0
+    // bytes and one file with no dates, flagged only where the caller asks
+    // for permission errors to be.
     MeasuredMetrics metrics;
-    bool rootUnreadable = false;
     std::unordered_set<InodeKey, InodeKeyHash> seen;
     WalkCallbacks callbacks;
     callbacks.visit = [&](const WalkEntry& entry) {
@@ -76,8 +79,7 @@ MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& pat
         keepNewer(metrics.lastAccessedDate, file.accessDate);
         return WalkAction::proceed;
     };
-    callbacks.onError = [&](const std::string& where, std::error_code failure, WalkFailure kind) {
-        if (kind == WalkFailure::directory && where == path) rootUnreadable = true;
+    callbacks.onError = [&](const std::string&, std::error_code failure, WalkFailure kind) {
         if (kind == WalkFailure::entry) {
             metrics.requiresFullDiskAccess = true;
         } else if (unreadable == UnreadableDirectories::flagPermissionErrors &&
@@ -86,12 +88,6 @@ MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& pat
         }
     };
     fileSystem.walk(path, WalkOptions{.status = WalkStatus::regularFiles}, callbacks);
-    if (rootUnreadable) {
-        // No walk could start: the directory is measured as the one thing it is.
-        MeasuredMetrics single = singleFile(self);
-        single.requiresFullDiskAccess = single.requiresFullDiskAccess || metrics.requiresFullDiskAccess;
-        return single;
-    }
     metrics.fileCount = std::max<std::int64_t>(metrics.fileCount, 1);
     return metrics;
 }

@@ -7,6 +7,7 @@
 
 #include "Safety/TCCIsolationHelper.hpp"
 #include "Support/Cancellation.hpp"
+#include "Support/Paths.hpp"
 
 namespace unbulk {
 namespace {
@@ -176,7 +177,7 @@ SystemScanOutput SystemTargets::scanMailDownloads(const ScanProgressHandler& pro
     Section section{ItemCollector(riskClassifier_, progress), {}};
     const FileURL container = homeChild("Library/Containers/com.apple.mail");
     const FileURL dataLibrary = container.appending("Data/Library", true);
-    const FileURL current = dataLibrary.appending("Mail Downloads", true);
+    const FileURL current = fileSystem_->fileURL(paths::appending(dataLibrary.path(), "Mail Downloads"));
     const FileURL legacy = homeChild("Library/Mail Downloads");
 
     // The container's library is what the privacy control closes, so that is
@@ -258,7 +259,12 @@ bool SystemTargets::isDeveloperCacheName(std::string_view name) {
 
 // ---- shared steps
 
-FileURL SystemTargets::homeChild(std::string_view relative) const { return homeURL_.appending(relative, true); }
+// As the platform's URL appends a component: the directory flag (the
+// trailing "/") comes from the disk, so a place that does not exist, or
+// cannot be looked at, has none.
+FileURL SystemTargets::homeChild(std::string_view relative) const {
+    return fileSystem_->fileURL(paths::appending(homeURL_.path(), relative));
+}
 
 bool SystemTargets::probeIsRefused(const FileURL& url) const {
     std::error_code error;

@@ -13,7 +13,7 @@ struct Unit {
     int fractionDigits;
 };
 
-constexpr std::array<Unit, 6> units{{{"KB", 0}, {"MB", 1}, {"GB", 2}, {"TB", 2}, {"PB", 2}, {"EB", 2}}};
+constexpr std::array<Unit, 6> units{{{"KB", 0}, {"MB", 1}, {"GB", 1}, {"TB", 1}, {"PB", 1}, {"EB", 1}}};
 
 std::string trimFraction(std::string text) {
     if (text.find('.') == std::string::npos) return text;
@@ -30,7 +30,7 @@ std::string formatValue(double value, int digits) {
 
 } // namespace
 
-std::string formatByteCount(std::int64_t bytes) {
+std::string decimalByteCount(std::int64_t bytes) {
     if (bytes == 0) return "Zero KB";
     const bool negative = bytes < 0;
     // Magnitude as unsigned so that INT64_MIN has one too.

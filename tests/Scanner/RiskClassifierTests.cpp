@@ -42,7 +42,7 @@ protected:
 };
 
 TEST_F(RiskClassifierTest, KeepBoundariesOnThePathAndOnALinksTarget) {
-    temp.makeDirectory("Documents/secret");
+    temp.writeFile("Documents/secret/report.pdf", "mine");
     temp.makeSymlink("Library/Caches/app/docs", temp.at("Documents/secret"));
     const std::string documents = "Protected user personal directory (~/documents).";
     const std::vector<std::pair<std::string, Result>> cases{

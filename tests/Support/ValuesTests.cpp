@@ -56,7 +56,7 @@ TEST(DatesTest, IsoTextAndSecondsSince2001) {
     EXPECT_EQ(dates::decode(Json(794052930)), base);
 }
 
-TEST(ByteCountTest, FollowsTheFileStyleRule) {
+TEST(ByteCountTest, DecimalUnitsWithOneFractionalDigitAtMost) {
     const std::vector<std::pair<std::int64_t, std::string>> rows{
         {0, "Zero KB"},
         {1, "1 byte"},
@@ -65,11 +65,14 @@ TEST(ByteCountTest, FollowsTheFileStyleRule) {
         {999'999, "1 MB"}, // rounds to 1,000 KB, so moves up
         {1'234'567, "1.2 MB"},
         {1'500'000, "1.5 MB"},
-        {1'234'567'890, "1.23 GB"},
-        {std::numeric_limits<std::int64_t>::max(), "9.22 EB"},
-        {std::numeric_limits<std::int64_t>::min(), "-9.22 EB"},
+        {1'234'567'890, "1.2 GB"},
+        {1'260'000'000, "1.3 GB"},
+        {2'000'000'000, "2 GB"},
+        {999'960'000'000, "1 TB"}, // 1,000.0 GB moves up as well
+        {std::numeric_limits<std::int64_t>::max(), "9.2 EB"},
+        {std::numeric_limits<std::int64_t>::min(), "-9.2 EB"},
     };
-    for (const auto& [bytes, expected] : rows) EXPECT_EQ(formatByteCount(bytes), expected) << bytes;
+    for (const auto& [bytes, expected] : rows) EXPECT_EQ(decimalByteCount(bytes), expected) << bytes;
 }
 
 TEST(JsonTest, SortedOutputAndInvalidUtf8ReplacedNotThrown) {

@@ -14,7 +14,7 @@
 
 #include "Models/Categories.hpp"
 #include "Safety/AuditLogger.hpp"
-#include "Support/ByteCount.hpp"
+#include "Platform/ByteCountFormatter.hpp"
 #include "Support/FileURL.hpp"
 #include "Support/Json.hpp"
 #include "support/ProcessRunner.hpp"
