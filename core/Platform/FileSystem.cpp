@@ -1,6 +1,20 @@
 #include "Platform/FileSystem.hpp"
 
 namespace unbulk {
+namespace {
+
+class PlatformErrorCategory final : public std::error_category {
+public:
+    const char* name() const noexcept override { return "unbulk.platform"; }
+    std::string message(int) const override { return "The item changed after it was checked"; }
+};
+
+} // namespace
+
+std::error_code changedSinceCheckedError() {
+    static const PlatformErrorCategory category;
+    return {1, category};
+}
 
 bool FileSystem::fileExists(const std::string& path) const {
     std::error_code error;

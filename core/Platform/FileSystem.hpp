@@ -16,6 +16,15 @@ namespace unbulk {
 
 enum class FileKind { regular, directory, symbolicLink, other };
 
+// Which file a path named when it was looked at: removal checks that the
+// name still holds the same file before it acts.
+struct Identity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+
+    friend bool operator==(const Identity&, const Identity&) = default;
+};
+
 // What lstat/stat tell about one path.
 struct FileStatus {
     FileKind kind = FileKind::other;
@@ -29,6 +38,26 @@ struct FileStatus {
     Date accessDate{};
     Date modificationDate{};
     Date statusChangeDate{};
+
+    Identity identity() const { return Identity{device, inode}; }
+};
+
+// The error of an item that is no longer what was checked: a directory on
+// its path became a link, or its name now holds another file. Nothing was
+// done to it.
+std::error_code changedSinceCheckedError();
+
+// What a permanent removal did, also when it stopped halfway. Files are
+// counted at every name, as the removal frees each name.
+struct RemovalReport {
+    std::int64_t filesRemoved = 0;
+    std::int64_t allocatedBytesRemoved = 0;
+    std::int64_t logicalBytesRemoved = 0;
+    // Entries left alone because they lie on another file system than the
+    // item (a mount inside it), as rm --one-file-system leaves them.
+    std::vector<std::string> otherFileSystemPaths;
+    // Where the error that stopped the removal happened, if one did.
+    std::string failedPath;
 };
 
 struct DirectoryEntry {
@@ -69,6 +98,11 @@ enum class WalkFailure {
     entry,     // an entry could not be examined; it is not visited
 };
 
+// Asked about each entry below an item that is being removed, before it is
+// touched: setting `leaveInPlace` keeps a directory and all it holds; an
+// error stops the removal there.
+using RemovalCheck = std::function<std::error_code(const WalkEntry& entry, bool& leaveInPlace)>;
+
 struct WalkCallbacks {
     std::function<WalkAction(const WalkEntry&)> visit;
     // Called for each failure; the walk goes on.
@@ -96,8 +130,9 @@ public:
     virtual std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
                                                                  std::error_code& error) const = 0;
 
-    // Resolves every symbolic link along the path; the part that does not
-    // exist is kept as written. The result is standardised.
+    // Resolves every symbolic link along the path. A path that does not
+    // exist (links followed: a dangling link, a missing tail) comes back as
+    // it is. The result is standardised.
     virtual std::string resolvingSymlinks(const std::string& path) const = 0;
 
     // Reads at most maxBytes from the start of a regular file.
@@ -109,19 +144,29 @@ public:
     virtual bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
                                      std::error_code& error) = 0;
 
-    // Appends and flushes to disk (fsync). Creates the file with the given
-    // permissions when it does not exist.
-    virtual bool appendToFile(const std::string& path, std::string_view contents, std::uint32_t permissions,
-                              std::error_code& error) = 0;
-
     virtual bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                                  std::error_code& error) = 0;
-    virtual bool moveItem(const std::string& from, const std::string& to, std::error_code& error) = 0;
 
-    // Removes a file, link or whole tree without ever following a link.
-    virtual bool removeItem(const std::string& path, std::error_code& error) = 0;
+    // Removes a file, link or whole tree for good, anchored: `path` must be
+    // absolute with no link in its directories (resolve them first), its
+    // parent is opened component by component without following a link, and
+    // what its name holds must still be `expected`, or nothing is done and
+    // the error is changedSinceCheckedError(). Below the item nothing is
+    // followed; `check` is asked about every entry first (with its lstat) and
+    // may leave a directory in place or stop the removal with an error, and
+    // a mount point the system can tell is left in place whatever it says.
+    // True when all of it is gone; the report says what went, in every case.
+    virtual bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
+                            RemovalReport& report, std::error_code& error) = 0;
 
-    virtual bool setPermissions(const std::string& path, std::uint32_t permissions, std::error_code& error) = 0;
+    // Appends to a log that other processes may append to as well: opens or
+    // creates the file (never replacing it), holds an exclusive advisory lock
+    // on it, reads what is there, asks `compose` for the text to add (nothing
+    // to add nothing), starts a new line first when the file does not end
+    // with one, writes and flushes to disk. A failed write is cut back.
+    virtual bool appendUnderLock(const std::string& path, std::uint32_t permissions,
+                                 const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+                                 std::error_code& error) = 0;
 
     // A directory the system shows as one file (an .app bundle and the like).
     virtual bool isPackage(const std::string& path) const = 0;

@@ -5,6 +5,8 @@
 #include <string>
 #include <system_error>
 
+#include "Platform/FileSystem.hpp"
+
 namespace unbulk {
 
 // The user's Trash. Moving an item there is the reversible way of removing
@@ -14,10 +16,13 @@ public:
     virtual ~Trash() = default;
 
     // Moves the item at `path` (a file, a directory or a link, never followed)
-    // to the Trash. On success answers true and sets `landedPath` to where the
-    // item now lies when that is known; on failure answers false with `error`
-    // set and leaves the item where it was.
-    virtual bool trashItem(const std::string& path, std::optional<std::string>& landedPath,
+    // to the Trash. `path` is absolute with no link in its directories; the
+    // move acts in the parent opened without following links, on a name that
+    // must still hold `expected`, or fails with changedSinceCheckedError().
+    // On success answers true and sets `landedPath` to where the item now
+    // lies when that is known; on failure answers false with `error` set and
+    // leaves the item where it was.
+    virtual bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
                            std::error_code& error) = 0;
 };
 

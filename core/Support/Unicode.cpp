@@ -95,6 +95,14 @@ std::optional<std::u32string> scalars(std::string_view utf8) {
     return out;
 }
 
+std::size_t validUtf8SequenceLength(std::string_view utf8) {
+    if (utf8.empty()) return 0;
+    utf8proc_int32_t value = -1;
+    const auto used = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(utf8.data()),
+                                       static_cast<utf8proc_ssize_t>(utf8.size()), &value);
+    return used <= 0 || value < 0 ? 0 : static_cast<std::size_t>(used);
+}
+
 bool isAlphanumeric(char32_t scalar) {
     switch (utf8proc_category(static_cast<utf8proc_int32_t>(scalar))) {
     case UTF8PROC_CATEGORY_LU:

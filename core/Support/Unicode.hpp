@@ -32,6 +32,10 @@ bool canonicallyEquivalent(std::string_view a, std::string_view b);
 // (a stray byte, an overlong form, a surrogate, a sequence cut short).
 std::optional<std::u32string> scalars(std::string_view utf8);
 
+// The length in bytes of the one valid UTF-8 character that the text begins
+// with, or 0 when it begins with anything else (or is empty).
+std::size_t validUtf8SequenceLength(std::string_view utf8);
+
 // Letters, marks and digits of any script (general categories L*, M*, N*).
 bool isAlphanumeric(char32_t scalar);
 

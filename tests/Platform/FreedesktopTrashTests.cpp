@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/linux/FreedesktopTrash.hpp"
+#include "Platform/posix/PosixFileSystem.hpp"
 #include "Support/Dates.hpp"
 #include "support/ProcessRunner.hpp"
 #include "support/TempHome.hpp"
@@ -34,10 +35,15 @@ protected:
     }
     std::string filesAt(const std::string& name) const { return trashDir + "/files/" + name; }
     std::string infoAt(const std::string& name) const { return trashDir + "/info/" + name + ".trashinfo"; }
+    static Identity identityOf(const std::string& path) {
+        std::error_code error;
+        const auto status = PosixFileSystem().linkStatus(path, error);
+        return status ? status->identity() : Identity{};
+    }
     std::optional<std::string> trashOrFail(const std::string& path) {
         std::optional<std::string> landed;
         std::error_code error;
-        EXPECT_TRUE(trash.trashItem(path, landed, error)) << path << ": " << error.message();
+        EXPECT_TRUE(trash.trashItem(path, identityOf(path), landed, error)) << path << ": " << error.message();
         return landed;
     }
 
@@ -102,7 +108,7 @@ TEST_F(FreedesktopTrashTest, ALinkIsTrashedAsTheLinkAndItsTargetStays) {
 TEST_F(FreedesktopTrashTest, FailuresLeaveTheItemAndNoReservedInfo) {
     std::optional<std::string> landed;
     std::error_code error;
-    EXPECT_FALSE(trash.trashItem(home.at("missing"), landed, error));
+    EXPECT_FALSE(trash.trashItem(home.at("missing"), Identity{}, landed, error));
     EXPECT_EQ(error, std::errc::no_such_file_or_directory);
     EXPECT_FALSE(stdfs::exists(infoAt("missing")));
 
@@ -110,11 +116,42 @@ TEST_F(FreedesktopTrashTest, FailuresLeaveTheItemAndNoReservedInfo) {
     stdfs::create_directories(trashDir + "/info");
     std::ofstream(trashDir + "/files") << "not a directory";
     const std::string file = home.writeFile("victim.txt", "still here");
-    EXPECT_FALSE(trash.trashItem(file, landed, error));
+    EXPECT_FALSE(trash.trashItem(file, identityOf(file), landed, error));
     EXPECT_EQ(error, std::errc::not_a_directory);
     EXPECT_FALSE(landed);
     EXPECT_EQ(contentsOf(file), "still here");
     EXPECT_FALSE(stdfs::exists(infoAt("victim.txt")));
+}
+
+TEST_F(FreedesktopTrashTest, AnItemWhoseDirectoryBecameALinkIsLeftAlone) {
+    // The path was resolved and checked while "Caches" was a directory; then
+    // it was swapped for a link to a folder the user keeps.
+    const std::string checked = home.writeFile("Library/Caches/victim/precious.txt", "mine");
+    const Identity identity = identityOf(home.at("Library/Caches/victim"));
+    home.writeFile("Documents/decoy/victim/precious.txt", "mine too");
+    stdfs::rename(home.at("Library/Caches"), home.at("Library/Caches.moved"));
+    home.makeSymlink("Library/Caches", home.at("Documents/decoy"));
+
+    std::optional<std::string> landed;
+    std::error_code error;
+    EXPECT_FALSE(trash.trashItem(home.at("Library/Caches/victim"), identity, landed, error));
+    EXPECT_EQ(error, changedSinceCheckedError());
+    EXPECT_EQ(contentsOf(home.at("Documents/decoy/victim/precious.txt")), "mine too");
+    EXPECT_EQ(contentsOf(home.at("Library/Caches.moved/victim/precious.txt")), "mine");
+    EXPECT_FALSE(stdfs::exists(trashDir + "/files/victim"));
+    (void)checked;
+}
+
+TEST_F(FreedesktopTrashTest, AnItemReplacedUnderItsNameIsLeftAlone) {
+    const std::string path = home.writeFile("Library/Caches/item", "checked");
+    const Identity identity = identityOf(path);
+    stdfs::rename(path, home.at("Library/Caches/kept")); // its inode stays taken
+    home.writeFile("Library/Caches/item", "another file under the same name");
+    std::optional<std::string> landed;
+    std::error_code error;
+    EXPECT_FALSE(trash.trashItem(path, identity, landed, error));
+    EXPECT_EQ(error, changedSinceCheckedError());
+    EXPECT_TRUE(stdfs::exists(path));
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 #include "Platform/Home.hpp"
 #include "Platform/posix/PosixFileSystem.hpp"
 #include "Support/Paths.hpp"
+#include "support/DeepTree.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -23,6 +24,12 @@ namespace stdfs = std::filesystem;
 std::error_code errnoCode(int value) { return {value, std::generic_category()}; }
 
 stdfs::perms modeOf(const std::string& path) { return stdfs::symlink_status(path).permissions(); }
+
+Identity identityOf(const std::string& path) {
+    std::error_code error;
+    const auto status = PosixFileSystem().linkStatus(path, error);
+    return status ? status->identity() : Identity{};
+}
 
 class PosixFileSystemTest : public ::testing::Test {
 protected:
@@ -138,10 +145,12 @@ TEST_F(PosixFileSystemTest, LinksAreFollowedOnlyWhereTheNameSaysSo) {
     EXPECT_EQ(fs.status(home.at("rel"), error).value().kind, FileKind::directory);
     EXPECT_EQ(fs.linkStatus(home.at("rel"), error).value().kind, FileKind::symbolicLink);
     // A relative target counts from the link's own directory, ".." leaves where
-    // the link leads (not where it lies), and a missing tail is kept as written.
+    // the link leads (not where it lies), and a path that does not exist,
+    // links followed, stays as it is: links on its way included.
+    home.makeSymlink("dangling", home.at("nowhere"));
     const std::pair<const char*, const char*> rows[] = {
         {"abs/dir/file", "real/dir/file"}, {"rel/file", "real/dir/file"}, {"real/dir/up/file", "real/dir/file"},
-        {"rel/..", "real"}, {"abs/missing/more", "real/missing/more"}};
+        {"rel/..", "real"}, {"abs/missing/more", "abs/missing/more"}, {"dangling", "dangling"}};
     for (const auto& [in, want] : rows) EXPECT_EQ(fs.resolvingSymlinks(home.at(in)), home.at(want)) << in;
 
     // A loop ends the resolution instead of the process, and status finds nothing behind it.
@@ -152,9 +161,12 @@ TEST_F(PosixFileSystemTest, LinksAreFollowedOnlyWhereTheNameSaysSo) {
     // Removing a link removes the link; removing a tree leaves alone what its links lead to.
     home.writeFile("trash/a/b/c.txt", "c");
     home.makeSymlink("trash/a/tokeep", home.at("real"));
-    ASSERT_TRUE(fs.removeItem(home.at("trash"), error)) << error.message();
-    ASSERT_TRUE(fs.removeItem(home.at("abs"), error)) << error.message();
-    for (const char* gone : {"trash", "abs"}) EXPECT_FALSE(stdfs::exists(stdfs::symlink_status(home.at(gone))));
+    for (const char* item : {"trash", "abs"}) {
+        RemovalReport report;
+        ASSERT_TRUE(fs.removeItem(home.at(item), identityOf(home.at(item)), nullptr, report, error))
+            << item << ": " << error.message() << " at " << report.failedPath;
+        EXPECT_FALSE(stdfs::exists(stdfs::symlink_status(home.at(item))));
+    }
     EXPECT_TRUE(stdfs::exists(home.at("real/dir/file")));
 }
 
@@ -170,7 +182,8 @@ TEST_F(PosixFileSystemTest, WritesGiveTheExactModeWhateverTheUmask) {
     EXPECT_FALSE(fs.writeFileAtomically(home.makeDirectory("w/occupied"), "x", 0600, error));
     EXPECT_EQ(std::distance(stdfs::directory_iterator(dir), {}), 2) << "a temporary file was left";
 
-    ASSERT_TRUE(fs.appendToFile(log, "one\n", 0640, error) && fs.appendToFile(log, "two\n", 0600, error));
+    ASSERT_TRUE(fs.appendUnderLock(log, 0640, [](std::string_view) { return std::string("one\n"); }, error));
+    ASSERT_TRUE(fs.appendUnderLock(log, 0600, [](std::string_view) { return std::string("two\n"); }, error));
     EXPECT_EQ(fs.readFile(log, 100, error), "one\ntwo\n");
     EXPECT_EQ(modeOf(log), stdfs::perms{0640}) << "created with the mode, kept afterwards";
     // Only regular files are read: a FIFO would block for ever, a directory is EISDIR.
@@ -183,6 +196,117 @@ TEST_F(PosixFileSystemTest, WritesGiveTheExactModeWhateverTheUmask) {
     EXPECT_EQ(modeOf(home.at("x/y/z")), stdfs::perms{0707});
     EXPECT_TRUE(fs.createDirectory(home.at("x/y/z"), 0700, true, error)) << "an existing one is fine";
     EXPECT_FALSE(fs.createDirectory(file, 0700, true, error)) << "a file is never taken for a directory";
+}
+
+TEST_F(PosixFileSystemTest, AppendingUnderTheLockSeesTheFileAndNeverGluesLines) {
+    const std::string log = home.writeFile("log", "first, without its line feed");
+    const Identity before = identityOf(log);
+    std::string seen;
+    std::error_code error;
+    ASSERT_TRUE(fs.appendUnderLock(
+        log, 0600, [&](std::string_view contents) { seen = contents; return std::string("second\n"); }, error));
+    EXPECT_EQ(seen, "first, without its line feed");
+    EXPECT_EQ(fs.readFile(log, 1000, error), "first, without its line feed\nsecond\n");
+    EXPECT_EQ(identityOf(log), before) << "appended in place, never replaced";
+    // Nothing to add adds nothing, not even the missing line feed.
+    ASSERT_TRUE(fs.appendUnderLock(log, 0600, [](std::string_view) { return std::nullopt; }, error));
+    EXPECT_EQ(fs.readFile(log, 1000, error), "first, without its line feed\nsecond\n");
+}
+
+// ---- anchored removal
+
+TEST_F(PosixFileSystemTest, RemovalRefusesAnItemWhoseDirectoryBecameALink) {
+    home.writeFile("Library/Caches/victim/precious.txt", "cache");
+    const Identity checked = identityOf(home.at("Library/Caches/victim"));
+    home.writeFile("Documents/decoy/victim/precious.txt", "mine");
+    stdfs::rename(home.at("Library/Caches"), home.at("moved"));
+    home.makeSymlink("Library/Caches", home.at("Documents/decoy"));
+
+    RemovalReport report;
+    std::error_code error;
+    EXPECT_FALSE(fs.removeItem(home.at("Library/Caches/victim"), checked, nullptr, report, error));
+    EXPECT_EQ(error, changedSinceCheckedError());
+    EXPECT_EQ(report.filesRemoved, 0);
+    EXPECT_TRUE(stdfs::exists(home.at("Documents/decoy/victim/precious.txt")));
+    EXPECT_TRUE(stdfs::exists(home.at("moved/victim/precious.txt")));
+}
+
+TEST_F(PosixFileSystemTest, RemovalRefusesAnotherFileUnderTheCheckedName) {
+    const std::string item = home.writeFile("Library/Caches/item/file", "x");
+    const Identity checked = identityOf(home.at("Library/Caches/item"));
+    stdfs::rename(home.at("Library/Caches/item"), home.at("Library/Caches/kept")); // its inode stays taken
+    home.writeFile("Library/Caches/item/other", "y");
+    RemovalReport report;
+    std::error_code error;
+    EXPECT_FALSE(fs.removeItem(home.at("Library/Caches/item"), checked, nullptr, report, error));
+    EXPECT_EQ(error, changedSinceCheckedError());
+    EXPECT_TRUE(stdfs::exists(home.at("Library/Caches/item/other")));
+    (void)item;
+}
+
+TEST_F(PosixFileSystemTest, RemovalLeavesWhatTheCheckKeepsAndSaysWhatWent) {
+    home.writeFile("cache/a.bin", 5000);
+    home.writeFile("cache/mount/inside.txt", "on another file system");
+    home.writeFile("cache/sub/b.bin", 3000);
+    const RemovalCheck keepMount = [&](const WalkEntry& entry, bool& leave) {
+        leave = entry.path == home.at("cache/mount");
+        return std::error_code();
+    };
+    RemovalReport report;
+    std::error_code error;
+    EXPECT_FALSE(fs.removeItem(home.at("cache"), identityOf(home.at("cache")), keepMount, report, error));
+    EXPECT_FALSE(error) << error.message();
+    EXPECT_EQ(report.otherFileSystemPaths, std::vector<std::string>{home.at("cache/mount")});
+    EXPECT_EQ(report.filesRemoved, 2);
+    EXPECT_EQ(report.logicalBytesRemoved, 8000);
+    EXPECT_TRUE(stdfs::exists(home.at("cache/mount/inside.txt")));
+    EXPECT_FALSE(stdfs::exists(home.at("cache/a.bin")));
+    EXPECT_FALSE(stdfs::exists(home.at("cache/sub")));
+}
+
+TEST_F(PosixFileSystemTest, ARemovalStoppedByAnErrorReportsWhatItHadRemoved) {
+    home.writeFile("cache/1/a", 100);
+    home.writeFile("cache/2/b", 100);
+    int files = 0; // the second file cannot be removed
+    const RemovalCheck failSecond = [&](const WalkEntry& entry, bool&) {
+        if (entry.kind == FileKind::regular && ++files == 2) return errnoCode(EIO);
+        return std::error_code();
+    };
+    RemovalReport report;
+    std::error_code error;
+    EXPECT_FALSE(fs.removeItem(home.at("cache"), identityOf(home.at("cache")), failSecond, report, error));
+    EXPECT_EQ(error, errnoCode(EIO));
+    EXPECT_EQ(report.filesRemoved, 1);
+    EXPECT_EQ(report.logicalBytesRemoved, 100);
+    EXPECT_FALSE(report.failedPath.empty());
+    EXPECT_TRUE(stdfs::exists(report.failedPath));
+}
+
+TEST_F(PosixFileSystemTest, ATreeOneHundredThousandDeepIsWalkedAndRemovedWholeWithFewDescriptors) {
+    const std::string root = home.makeDirectory("deep");
+    const std::int64_t files = testing::makeDeepChain(root, 100'000, 1000, 10);
+    testing::DescriptorLimit limit(256); // what macOS gives a process
+
+    std::int64_t seen = 0, bytes = 0, directories = 0;
+    WalkCallbacks callbacks;
+    callbacks.visit = [&](const WalkEntry& entry) {
+        if (entry.kind == FileKind::regular) ++seen, bytes += entry.status->size;
+        if (entry.kind == FileKind::directory) ++directories;
+        return WalkAction::proceed;
+    };
+    std::vector<std::error_code> failures;
+    callbacks.onError = [&](const std::string&, std::error_code error, WalkFailure) { failures.push_back(error); };
+    fs.walk(root, WalkOptions{.status = WalkStatus::regularFiles}, callbacks);
+    EXPECT_TRUE(failures.empty()) << failures.front().message();
+    EXPECT_EQ(seen, files);
+    EXPECT_EQ(bytes, files * 10);
+    EXPECT_EQ(directories, 100'000);
+
+    RemovalReport report;
+    std::error_code error;
+    ASSERT_TRUE(fs.removeItem(root, identityOf(root), nullptr, report, error)) << error.message();
+    EXPECT_EQ(report.filesRemoved, files);
+    EXPECT_FALSE(stdfs::exists(root));
 }
 
 // ---- packages and home

@@ -8,6 +8,20 @@ static_assert(static_cast<std::size_t>(FileSystemCall::isPackage) + 1 == fileSys
 
 FaultyFileSystem::FaultyFileSystem(std::shared_ptr<FileSystem> inner) : inner_(std::move(inner)) {}
 
+void FaultyFileSystem::reportDeviceBelow(const std::string& root, std::uint64_t device) {
+    std::lock_guard lock(mutex_);
+    devices_.emplace_back(paths::standardize(root), device);
+}
+
+std::uint64_t FaultyFileSystem::deviceFor(const std::string& path, std::uint64_t real) const {
+    const std::string standardized = paths::standardize(path);
+    std::lock_guard lock(mutex_);
+    for (const auto& [root, device] : devices_) {
+        if (paths::isSameOrBelow(standardized, root)) return device;
+    }
+    return real;
+}
+
 void FaultyFileSystem::addRule(Rule rule) {
     std::lock_guard lock(mutex_);
     rule.path = paths::standardize(rule.path);
@@ -61,7 +75,14 @@ void FaultyFileSystem::walk(const std::string& root, const WalkOptions& options,
     }
     WalkCallbacks wrapped;
     wrapped.onError = callbacks.onError;
-    wrapped.visit = [&](const WalkEntry& entry) {
+    wrapped.visit = [&](const WalkEntry& original) {
+        FileStatus status;
+        WalkEntry entry = original;
+        if (original.status != nullptr) {
+            status = *original.status;
+            status.device = deviceFor(original.path, status.device);
+            entry.status = &status;
+        }
         auto failure = failureFor(FileSystemCall::walk, entry.path);
         if (!failure) return callbacks.visit(entry);
         if (entry.kind != FileKind::directory) {
@@ -101,28 +122,33 @@ bool FaultyFileSystem::writeFileAtomically(const std::string& path, std::string_
            inner_->writeFileAtomically(path, contents, permissions, error);
 }
 
-bool FaultyFileSystem::appendToFile(const std::string& path, std::string_view contents, std::uint32_t permissions,
-                                    std::error_code& error) {
-    return !fails(FileSystemCall::appendToFile, path, error) &&
-           inner_->appendToFile(path, contents, permissions, error);
-}
-
 bool FaultyFileSystem::createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                                        std::error_code& error) {
     return !fails(FileSystemCall::createDirectory, path, error) &&
            inner_->createDirectory(path, permissions, withIntermediates, error);
 }
 
-bool FaultyFileSystem::moveItem(const std::string& from, const std::string& to, std::error_code& error) {
-    return !fails(FileSystemCall::moveItem, from, error, &to) && inner_->moveItem(from, to, error);
+bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
+                                  RemovalReport& report, std::error_code& error) {
+    if (fails(FileSystemCall::removeItem, path, error)) return false;
+    // Entries inside the item pass the rules on their way to the check: a
+    // device rule changes what the check sees, a failure rule stops there.
+    const RemovalCheck wrapped = [&](const WalkEntry& original, bool& leaveInPlace) -> std::error_code {
+        if (auto failure = failureFor(FileSystemCall::removeItem, original.path)) return failure;
+        FileStatus status = *original.status;
+        status.device = deviceFor(original.path, status.device);
+        WalkEntry entry = original;
+        entry.status = &status;
+        return check ? check(entry, leaveInPlace) : std::error_code();
+    };
+    return inner_->removeItem(path, expected, wrapped, report, error);
 }
 
-bool FaultyFileSystem::removeItem(const std::string& path, std::error_code& error) {
-    return !fails(FileSystemCall::removeItem, path, error) && inner_->removeItem(path, error);
-}
-
-bool FaultyFileSystem::setPermissions(const std::string& path, std::uint32_t permissions, std::error_code& error) {
-    return !fails(FileSystemCall::setPermissions, path, error) && inner_->setPermissions(path, permissions, error);
+bool FaultyFileSystem::appendUnderLock(
+    const std::string& path, std::uint32_t permissions,
+    const std::function<std::optional<std::string>(std::string_view contents)>& compose, std::error_code& error) {
+    return !fails(FileSystemCall::appendUnderLock, path, error) &&
+           inner_->appendUnderLock(path, permissions, compose, error);
 }
 
 bool FaultyFileSystem::isPackage(const std::string& path) const {

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
+#include <functional>
+#include <utility>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -14,10 +17,10 @@ namespace unbulk::testing {
 // The calls of FileSystem, one per virtual function.
 enum class FileSystemCall {
     status, linkStatus, contentsOfDirectory, walk, destinationOfSymbolicLink, resolvingSymlinks, readFile,
-    writeFileAtomically, appendToFile, createDirectory, moveItem, removeItem, setPermissions, isPackage,
+    writeFileAtomically, createDirectory, removeItem, appendUnderLock, isPackage,
 };
 
-inline constexpr std::size_t fileSystemCallCount = 14;
+inline constexpr std::size_t fileSystemCallCount = 12;
 
 // A FileSystem that forwards every call to another one (the real one unless
 // told otherwise) and fails the calls a test chooses with the errno it
@@ -28,7 +31,10 @@ inline constexpr std::size_t fileSystemCallCount = 14;
 // (failOn) or as a whole-component prefix (failBelow). Paths are compared in
 // their standardised form. What a failing call does:
 //  - calls with an error_code set it and return their failure value
-//    (nothing, an empty list, false); moveItem fails when either side matches;
+//    (nothing, an empty list, false);
+//  - removeItem fails as a whole when the item matches; for an entry inside
+//    the item that matches, the removal stops there with the error, as when
+//    that entry cannot be removed (what went before it is gone);
 //  - isPackage answers false, resolvingSymlinks answers the path standardised,
 //    as if nothing along it could be examined;
 //  - walk, when the root matches, reports the root through onError and
@@ -36,6 +42,9 @@ inline constexpr std::size_t fileSystemCallCount = 14;
 //    reported through onError, its contents never read (as a directory that
 //    cannot be opened); any other matching entry is reported through onError
 //    and not visited (as an entry that cannot be examined).
+// A device rule (reportDeviceBelow) makes the entries at and below a path
+// report another device number in walks and removals, as a file system
+// mounted there would; mounts need privileges that tests do not have.
 // Every call is counted by kind, failed or not.
 class FaultyFileSystem final : public FileSystem {
 public:
@@ -45,6 +54,7 @@ public:
     void failOn(FileSystemCall call, const std::string& path, int error) { addRule({call, path, false, error}); }
     void failBelow(FileSystemCall call, const std::string& root, int error) { addRule({call, root, true, error}); }
     void clearFailures() { std::lock_guard lock(mutex_); rules_.clear(); }
+    void reportDeviceBelow(const std::string& root, std::uint64_t device);
 
     std::size_t callCount(FileSystemCall call) const {
         std::lock_guard lock(mutex_);
@@ -64,13 +74,13 @@ public:
                                         std::error_code& error) const override;
     bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
                              std::error_code& error) override;
-    bool appendToFile(const std::string& path, std::string_view contents, std::uint32_t permissions,
-                      std::error_code& error) override;
     bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                          std::error_code& error) override;
-    bool moveItem(const std::string& from, const std::string& to, std::error_code& error) override;
-    bool removeItem(const std::string& path, std::error_code& error) override;
-    bool setPermissions(const std::string& path, std::uint32_t permissions, std::error_code& error) override;
+    bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
+                    RemovalReport& report, std::error_code& error) override;
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions,
+                         const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+                         std::error_code& error) override;
     bool isPackage(const std::string& path) const override;
 
 private:
@@ -85,9 +95,13 @@ private:
     // The matching rule's error without counting anything.
     std::error_code failureFor(FileSystemCall call, const std::string& path) const;
 
+    // The device an entry reports, the real one unless a device rule says otherwise.
+    std::uint64_t deviceFor(const std::string& path, std::uint64_t real) const;
+
     std::shared_ptr<FileSystem> inner_;
     mutable std::mutex mutex_;
     std::vector<Rule> rules_;
+    std::vector<std::pair<std::string, std::uint64_t>> devices_;
     mutable std::array<std::size_t, fileSystemCallCount> counts_{};
 };
 

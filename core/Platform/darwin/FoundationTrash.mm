@@ -7,9 +7,12 @@
 #include <string>
 
 #include <errno.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "Platform/Trash.hpp"
+#include "Platform/posix/AnchoredDirectory.hpp"
+#include "Support/Paths.hpp"
 
 namespace unbulk {
 namespace {
@@ -50,18 +53,39 @@ std::error_code errorCodeOf(NSError* error) {
 
 class FoundationTrash final : public Trash {
 public:
-    bool trashItem(const std::string& path, std::optional<std::string>& landedPath,
+    bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
                    std::error_code& error) override {
         landedPath.reset();
         error.clear();
-        if (path.empty()) {
-            error = {ENOENT, std::generic_category()};
+        const std::string name = paths::lastComponent(path);
+        if (!paths::isAbsolute(path) || name.empty() || name == "/") {
+            error = {EINVAL, std::generic_category()};
+            return false;
+        }
+        // The file manager takes a path, not a descriptor. Right before the
+        // call, the parent is opened without following a link on the way and
+        // the name in it must still hold the item that was checked. What
+        // remains is the moment between this check and the file manager's
+        // own lookup of the path: a swap that lands exactly there is not
+        // caught here. The Trash only moves, so even then nothing is deleted.
+        posix::FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error);
+        if (parent.get() < 0) {
+            if (error.value() == ELOOP || error.value() == ENOTDIR) error = changedSinceCheckedError();
+            return false;
+        }
+        struct stat status {};
+        if (::fstatat(parent.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            error = {errno, std::generic_category()};
+            return false;
+        }
+        if (Identity{static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)} !=
+            expected) {
+            error = changedSinceCheckedError();
             return false;
         }
         // The directory flag comes from lstat, never from following a link:
         // a link to a directory made into "link/" would name its target.
-        struct stat status {};
-        const bool isDirectory = ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+        const bool isDirectory = S_ISDIR(status.st_mode);
         @autoreleasepool {
             NSURL* url = [NSURL fileURLWithFileSystemRepresentation:path.c_str()
                                                         isDirectory:isDirectory

@@ -13,21 +13,24 @@
 #include <unistd.h>
 
 #include "Platform/Home.hpp"
+#include "Platform/posix/AnchoredDirectory.hpp"
+#include "Platform/posix/Descriptors.hpp"
 #include "Support/FileURL.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk {
 namespace {
 
-// rename that fails with EEXIST instead of replacing what is at `to`. Where
-// the file system cannot do that atomically, a plain rename is the fallback:
-// the name was reserved through its .trashinfo just before.
-int moveWithoutReplacing(const std::string& from, const std::string& to) {
+// renameat that fails with EEXIST instead of replacing what is at the
+// destination. Where the file system cannot do that atomically, a plain
+// renameat is the fallback: the name was reserved through its .trashinfo
+// just before.
+int moveWithoutReplacing(int fromDirectory, const char* fromName, int toDirectory, const char* toName) {
 #if defined(RENAME_NOREPLACE)
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+    if (::renameat2(fromDirectory, fromName, toDirectory, toName, RENAME_NOREPLACE) == 0) return 0;
     if (errno != EINVAL && errno != ENOSYS) return -1;
 #endif
-    return ::rename(from.c_str(), to.c_str());
+    return ::renameat(fromDirectory, fromName, toDirectory, toName);
 }
 
 constexpr std::string_view kInfoExtension = ".trashinfo";
@@ -37,8 +40,9 @@ constexpr std::size_t kMaximumEntryName = 255;
 // Far beyond any real pile of equal names; only a broken trash gets here.
 constexpr int kMaximumNameAttempts = 1'000'000;
 
-std::error_code lastError() { return {errno, std::generic_category()}; }
-std::error_code errorOf(int value) { return {value, std::generic_category()}; }
+using posix::errorOf;
+using posix::FdGuard;
+using posix::lastError;
 
 // The trash name for the n-th attempt: the item's name, then "name.2",
 // "name.3"... A name too long to carry ".trashinfo" (and the suffix) is cut at
@@ -150,15 +154,7 @@ std::optional<Volume> volumeOf(const std::string& item, dev_t device, std::error
 
 // Writes all of `contents` and makes it durable.
 bool writeAndSync(int fd, std::string_view contents, std::error_code& error) {
-    while (!contents.empty()) {
-        const ssize_t written = ::write(fd, contents.data(), contents.size());
-        if (written < 0) {
-            if (errno == EINTR) continue;
-            error = lastError();
-            return false;
-        }
-        contents.remove_prefix(static_cast<std::size_t>(written));
-    }
+    if (!posix::writeAll(fd, contents, error)) return false;
     if (::fsync(fd) != 0) {
         error = lastError();
         return false;
@@ -215,33 +211,32 @@ std::optional<std::string> FreedesktopTrash::topdirTrashDirectory(const std::str
     return own;
 }
 
-bool FreedesktopTrash::trashItem(const std::string& path, std::optional<std::string>& landedPath,
-                                 std::error_code& error) {
+bool FreedesktopTrash::trashItem(const std::string& path, const Identity& expected,
+                                 std::optional<std::string>& landedPath, std::error_code& error) {
     landedPath.reset();
     error.clear();
-    if (path.empty()) {
-        error = errorOf(ENOENT);
-        return false;
-    }
-    std::string item = path;
-    if (!paths::isAbsolute(item)) {
-        std::unique_ptr<char, decltype(&std::free)> cwd(::getcwd(nullptr, 0), &std::free);
-        if (!cwd) {
-            error = lastError();
-            return false;
-        }
-        item = paths::appending(cwd.get(), item);
-    }
-    item = paths::standardize(item);
+    const std::string item = paths::standardize(path);
     const std::string name = paths::lastComponent(item);
-    if (name.empty() || item == "/") {
+    if (!paths::isAbsolute(item) || name.empty() || item == "/") {
         error = errorOf(EINVAL);
         return false;
     }
 
+    // The item's directory, opened without following a link: the rename
+    // below acts in it whatever becomes of its path meanwhile.
+    FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(item), error);
+    if (parent.get() < 0) {
+        if (error.value() == ELOOP || error.value() == ENOTDIR) error = changedSinceCheckedError();
+        return false;
+    }
     struct stat itemStatus {};
-    if (::lstat(item.c_str(), &itemStatus) != 0) {
+    if (::fstatat(parent.get(), name.c_str(), &itemStatus, AT_SYMLINK_NOFOLLOW) != 0) {
         error = lastError();
+        return false;
+    }
+    if (Identity{static_cast<std::uint64_t>(itemStatus.st_dev), static_cast<std::uint64_t>(itemStatus.st_ino)} !=
+        expected) {
+        error = changedSinceCheckedError();
         return false;
     }
 
@@ -264,17 +259,20 @@ bool FreedesktopTrash::trashItem(const std::string& path, std::optional<std::str
     const std::string filesDirectory = paths::appending(trash, "files");
     const std::string infoDirectory = paths::appending(trash, "info");
     if (!ensureDirectory(filesDirectory, error) || !ensureDirectory(infoDirectory, error)) return false;
+    FdGuard files(::open(filesDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (files.get() < 0) {
+        error = lastError();
+        return false;
+    }
 
     // Reserve a name: whoever creates info/<name>.trashinfo first owns it.
-    std::string trashName;
-    std::string infoPath;
     for (int attempt = 1;; ++attempt) {
         if (attempt > kMaximumNameAttempts) {
             error = errorOf(EEXIST);
             return false;
         }
-        trashName = candidateName(name, attempt);
-        infoPath = paths::appending(infoDirectory, trashName + std::string(kInfoExtension));
+        const std::string trashName = candidateName(name, attempt);
+        const std::string infoPath = paths::appending(infoDirectory, trashName + std::string(kInfoExtension));
         const int fd = ::open(infoPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0) {
             if (errno == EEXIST) continue;
@@ -283,7 +281,7 @@ bool FreedesktopTrash::trashItem(const std::string& path, std::optional<std::str
         }
         // A leftover in files/ without its info file still holds the name.
         struct stat existing {};
-        if (::lstat(paths::appending(filesDirectory, trashName).c_str(), &existing) == 0) {
+        if (::fstatat(files.get(), trashName.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
             ::close(fd);
             ::unlink(infoPath.c_str());
             continue;
@@ -297,9 +295,8 @@ bool FreedesktopTrash::trashItem(const std::string& path, std::optional<std::str
 
         // The move never replaces: a name taken in files/ since the look
         // above (by another process) sends us on to the next name.
-        const std::string destination = paths::appending(filesDirectory, trashName);
-        if (moveWithoutReplacing(item, destination) == 0) {
-            landedPath = destination;
+        if (moveWithoutReplacing(parent.get(), name.c_str(), files.get(), trashName.c_str()) == 0) {
+            landedPath = paths::appending(filesDirectory, trashName);
             return true;
         }
         const int failure = errno;

@@ -36,7 +36,7 @@ public:
     // it); `clock` gives the deletion dates.
     explicit FreedesktopTrash(std::string dataHome, Clock clock = {});
 
-    bool trashItem(const std::string& path, std::optional<std::string>& landedPath,
+    bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
                    std::error_code& error) override;
 
     const std::string& homeTrashDirectory() const { return homeTrash_; }

@@ -4,55 +4,31 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <random>
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
 
+#include "Platform/posix/AnchoredDirectory.hpp"
+#include "Platform/posix/Descriptors.hpp"
+#include "Platform/posix/TreeWalker.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk {
+
+using posix::DirGuard;
+using posix::FdGuard;
+using posix::isDotOrDotDot;
+using posix::lastError;
+using posix::writeAll;
+
 namespace {
-
-std::error_code lastError() { return {errno, std::generic_category()}; }
-
-// Closes a descriptor on every way out.
-class FdGuard {
-public:
-    explicit FdGuard(int fd) : fd_(fd) {}
-    ~FdGuard() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    FdGuard(const FdGuard&) = delete;
-    FdGuard& operator=(const FdGuard&) = delete;
-    int get() const { return fd_; }
-    int release() {
-        int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-
-private:
-    int fd_;
-};
-
-class DirGuard {
-public:
-    explicit DirGuard(DIR* dir) : dir_(dir) {}
-    ~DirGuard() {
-        if (dir_) ::closedir(dir_);
-    }
-    DirGuard(const DirGuard&) = delete;
-    DirGuard& operator=(const DirGuard&) = delete;
-    DIR* get() const { return dir_; }
-
-private:
-    DIR* dir_;
-};
 
 Date toDate(const struct timespec& ts) {
     return Date{std::chrono::duration_cast<Date::duration>(std::chrono::seconds{ts.tv_sec} +
@@ -93,102 +69,9 @@ FileKind kindFromDirent(unsigned char type) {
     case DT_REG: return FileKind::regular;
     case DT_DIR: return FileKind::directory;
     case DT_LNK: return FileKind::symbolicLink;
-    case DT_UNKNOWN: return FileKind::other;
     default: return FileKind::other;
     }
 }
-
-bool isDotOrDotDot(const char* name) {
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
-
-bool needsStatus(WalkStatus wanted, unsigned char type) {
-    switch (wanted) {
-    case WalkStatus::all: return true;
-    case WalkStatus::regularFiles: return type == DT_REG || type == DT_UNKNOWN;
-    case WalkStatus::none: return type == DT_UNKNOWN;
-    }
-    return true;
-}
-
-// Depth first, one descriptor per level: each directory is read through its
-// own descriptor and its entries are examined relative to it, so no path is
-// resolved twice. `path` is one buffer, grown and cut back as the walk moves.
-struct Walker {
-    const WalkOptions& options;
-    const WalkCallbacks& callbacks;
-    std::string path;
-    bool stopped = false;
-
-    void report(std::error_code error, WalkFailure failure) const {
-        if (callbacks.onError) callbacks.onError(path, error, failure);
-    }
-
-    // Walks the open directory `fd` whose path is `path`; takes ownership of fd.
-    void walkDirectory(int fd, int depth) {
-        DIR* dir = ::fdopendir(fd);
-        if (!dir) {
-            report(lastError(), WalkFailure::directory);
-            ::close(fd);
-            return;
-        }
-        DirGuard guard(dir);
-        const std::size_t baseLength = path.size();
-        const bool needsSlash = path.empty() || path.back() != '/';
-        struct stat st;
-        while (!stopped) {
-            errno = 0;
-            struct dirent* entry = ::readdir(dir);
-            if (!entry) {
-                if (errno != 0) {
-                    const int saved = errno;
-                    path.resize(baseLength);
-                    report({saved, std::generic_category()}, WalkFailure::directory);
-                }
-                break;
-            }
-            const char* name = entry->d_name;
-            if (isDotOrDotDot(name)) continue;
-            if (options.skipHiddenFiles && name[0] == '.') continue;
-
-            path.resize(baseLength);
-            if (needsSlash) path += '/';
-            const std::size_t nameOffset = path.size();
-            path += name;
-
-            const unsigned char type = entry->d_type;
-            FileKind kind = kindFromDirent(type);
-            FileStatus status;
-            const FileStatus* statusPointer = nullptr;
-            if (needsStatus(options.status, type)) {
-                if (::fstatat(dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-                    report(lastError(), WalkFailure::entry);
-                    continue;
-                }
-                status = fromStat(st);
-                kind = status.kind;
-                statusPointer = &status;
-            }
-
-            const WalkAction action =
-                callbacks.visit(WalkEntry{path, std::string_view(path).substr(nameOffset), kind, statusPointer, depth});
-            if (action == WalkAction::stop) {
-                stopped = true;
-                break;
-            }
-            if (kind != FileKind::directory || action == WalkAction::skipDescendants) continue;
-            if (!options.descendIntoPackages && isPackageExtension(paths::pathExtension(name))) continue;
-
-            int child = ::openat(dirfd(dir), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-            if (child < 0) {
-                report(lastError(), WalkFailure::directory);
-                continue;
-            }
-            walkDirectory(child, depth + 1);
-        }
-        path.resize(baseLength);
-    }
-};
 
 std::string temporarySibling(const std::string& path) {
     std::random_device device;
@@ -197,62 +80,6 @@ std::string temporarySibling(const std::string& path) {
     std::string parent = paths::deletingLastComponent(path);
     if (parent.empty()) parent = ".";
     return fmt::format("{}/.{}.tmp-{:016x}", parent, paths::lastComponent(path), distribution(device));
-}
-
-bool writeAll(int fd, std::string_view contents, std::error_code& error) {
-    while (!contents.empty()) {
-        ssize_t written = ::write(fd, contents.data(), contents.size());
-        if (written < 0) {
-            if (errno == EINTR) continue;
-            error = lastError();
-            return false;
-        }
-        contents.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
-// Removes `name` inside the directory `parentFd` without following links: a
-// directory is opened with O_NOFOLLOW and emptied through its own descriptor.
-bool removeAt(int parentFd, const char* name, std::error_code& error) {
-    struct stat st;
-    if (::fstatat(parentFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-        error = lastError();
-        return false;
-    }
-    if (!S_ISDIR(st.st_mode)) {
-        if (::unlinkat(parentFd, name, 0) != 0) {
-            error = lastError();
-            return false;
-        }
-        return true;
-    }
-    int fd = ::openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) {
-        error = lastError();
-        return false;
-    }
-    {
-        DIR* dir = ::fdopendir(fd);
-        if (!dir) {
-            error = lastError();
-            ::close(fd);
-            return false;
-        }
-        DirGuard guard(dir);
-        std::vector<std::string> names;
-        while (struct dirent* entry = ::readdir(dir)) {
-            if (!isDotOrDotDot(entry->d_name)) names.emplace_back(entry->d_name);
-        }
-        for (const auto& child : names) {
-            if (!removeAt(dirfd(dir), child.c_str(), error)) return false;
-        }
-    }
-    if (::unlinkat(parentFd, name, AT_REMOVEDIR) != 0) {
-        error = lastError();
-        return false;
-    }
-    return true;
 }
 
 constexpr std::array<std::string_view, 20> packageExtensions{
@@ -314,13 +141,28 @@ std::vector<DirectoryEntry> PosixFileSystem::contentsOfDirectory(const std::stri
 }
 
 void PosixFileSystem::walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const {
+    // The root is the one place a link is followed: a walk of a link to a
+    // directory walks the directory.
     int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         if (callbacks.onError) callbacks.onError(root, lastError(), WalkFailure::directory);
         return;
     }
-    Walker walker{options, callbacks, root};
-    walker.walkDirectory(fd, 1);
+    posix::TreeWalker walker(posix::TreeWalkerOptions{
+        .status = options.status,
+        .skipHiddenFiles = options.skipHiddenFiles,
+        .descendIntoPackages = options.descendIntoPackages,
+    });
+    posix::TreeWalkerHooks hooks;
+    hooks.visit = [&](const posix::TreeEntry& entry) {
+        FileStatus status;
+        if (entry.status != nullptr) status = fromStat(*entry.status);
+        const std::string_view name(entry.name);
+        return callbacks.visit(
+            WalkEntry{entry.path, name, entry.kind, entry.status != nullptr ? &status : nullptr, entry.depth});
+    };
+    hooks.onError = callbacks.onError;
+    walker.run(fd, root, hooks);
 }
 
 std::optional<std::string> PosixFileSystem::destinationOfSymbolicLink(const std::string& path,
@@ -358,10 +200,9 @@ std::string PosixFileSystem::resolvingSymlinks(const std::string& path) const {
         std::string candidate = paths::appending(resolved, part);
         struct stat st;
         if (::lstat(candidate.c_str(), &st) != 0) {
-            // What does not exist stays as written.
-            resolved = candidate;
-            for (const auto& rest : pending) resolved = paths::appending(resolved, rest);
-            return paths::standardize(resolved);
+            // A path that does not exist, links followed, stays as it is,
+            // as the system's own resolution leaves it.
+            return paths::standardize(path);
         }
         if (!S_ISLNK(st.st_mode)) {
             resolved = std::move(candidate);
@@ -449,36 +290,6 @@ bool PosixFileSystem::writeFileAtomically(const std::string& path, std::string_v
     return ok;
 }
 
-bool PosixFileSystem::appendToFile(const std::string& path, std::string_view contents, std::uint32_t permissions,
-                                   std::error_code& error) {
-    // Create exclusively first, so that a new file can be given its exact mode
-    // (open's mode passes through the umask) and an existing one keeps its own.
-    int raw = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, permissions);
-    const bool created = raw >= 0;
-    if (!created && errno == EEXIST) raw = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
-    FdGuard fd(raw);
-    if (fd.get() < 0) {
-        error = lastError();
-        return false;
-    }
-    if (created && ::fchmod(fd.get(), static_cast<mode_t>(permissions)) != 0) {
-        error = lastError();
-        return false;
-    }
-    // A write that fails halfway (disk full, file size limit) must not leave
-    // half a record behind: cut the file back to where it was.
-    struct stat before;
-    if (::fstat(fd.get(), &before) != 0) {
-        error = lastError();
-        return false;
-    }
-    if (!writeAll(fd.get(), contents, error) || (::fsync(fd.get()) != 0 && (error = lastError(), true))) {
-        if (::ftruncate(fd.get(), before.st_size) == 0) ::fsync(fd.get());
-        return false;
-    }
-    return true;
-}
-
 bool PosixFileSystem::createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                                       std::error_code& error) {
     auto makeOne = [&](const std::string& directory, bool mustBeNew) {
@@ -509,33 +320,188 @@ bool PosixFileSystem::createDirectory(const std::string& path, std::uint32_t per
     return true;
 }
 
-bool PosixFileSystem::moveItem(const std::string& from, const std::string& to, std::error_code& error) {
-    if (::rename(from.c_str(), to.c_str()) != 0) {
+namespace {
+
+// The mount a directory entry belongs to, where Linux says (statx, 5.8 and
+// later): a bind mount of a folder of the same file system has the same
+// device, and only this tells it apart. Nothing where it cannot be had.
+std::optional<std::uint64_t> mountIdentifier([[maybe_unused]] int directoryFd, [[maybe_unused]] const char* name) {
+#if defined(__linux__) && defined(STATX_MNT_ID)
+    struct statx info {};
+    if (::statx(directoryFd, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_MNT_ID, &info) == 0 &&
+        (info.stx_mask & STATX_MNT_ID) != 0) {
+        return info.stx_mnt_id;
+    }
+#endif
+    return std::nullopt;
+}
+
+void countRemoved(RemovalReport& report, const struct stat& st) {
+    if (!S_ISREG(st.st_mode)) return;
+    report.filesRemoved += 1;
+    report.allocatedBytesRemoved += static_cast<std::int64_t>(st.st_blocks) * 512;
+    report.logicalBytesRemoved += static_cast<std::int64_t>(st.st_size);
+}
+
+} // namespace
+
+bool PosixFileSystem::removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
+                                 RemovalReport& report, std::error_code& error) {
+    error.clear();
+    const std::string name = paths::lastComponent(path);
+    if (!paths::isAbsolute(path) || name.empty() || name == "/" || name == "." || name == "..") {
+        error = posix::errorOf(EINVAL);
+        return false;
+    }
+    FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error);
+    if (parent.get() < 0) {
+        // A directory on the way that is a link now was not one when the
+        // path was resolved and checked.
+        if (error.value() == ELOOP || error.value() == ENOTDIR) error = changedSinceCheckedError();
+        return false;
+    }
+    struct stat item {};
+    if (::fstatat(parent.get(), name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
         error = lastError();
+        return false;
+    }
+    if (Identity{static_cast<std::uint64_t>(item.st_dev), static_cast<std::uint64_t>(item.st_ino)} != expected) {
+        error = changedSinceCheckedError();
+        return false;
+    }
+    if (!S_ISDIR(item.st_mode)) {
+        if (::unlinkat(parent.get(), name.c_str(), 0) != 0) {
+            error = lastError();
+            report.failedPath = path;
+            return false;
+        }
+        countRemoved(report, item);
+        return true;
+    }
+
+    const int rootFd = ::openat(parent.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (rootFd < 0) {
+        error = lastError();
+        report.failedPath = path;
+        return false;
+    }
+    struct stat opened {};
+    if (::fstat(rootFd, &opened) != 0 || opened.st_dev != item.st_dev || opened.st_ino != item.st_ino) {
+        ::close(rootFd);
+        error = changedSinceCheckedError();
+        return false;
+    }
+    const std::optional<std::uint64_t> rootMount = mountIdentifier(parent.get(), name.c_str());
+
+    // Files go as they are met, directories once their last entry has gone.
+    // A directory left in place (another file system) is left whole, and so,
+    // in the end, are the directories above it.
+    auto fail = [&](const std::string& where, std::error_code failure) {
+        if (!error) {
+            error = failure;
+            report.failedPath = where;
+        }
+    };
+    posix::TreeWalker walker(posix::TreeWalkerOptions{.status = WalkStatus::all});
+    posix::TreeWalkerHooks hooks;
+    hooks.visit = [&](const posix::TreeEntry& entry) {
+        const FileStatus status = fromStat(*entry.status);
+        bool leaveInPlace = false;
+        if (check) {
+            const std::error_code refused =
+                check(WalkEntry{entry.path, entry.name, entry.kind, &status, entry.depth}, leaveInPlace);
+            if (refused) {
+                fail(entry.path, refused);
+                return WalkAction::stop;
+            }
+        }
+        if (entry.kind == FileKind::directory) {
+            const std::optional<std::uint64_t> mount =
+                rootMount ? mountIdentifier(entry.directoryFd, entry.name) : std::nullopt;
+            if (leaveInPlace || (mount && *mount != *rootMount)) {
+                report.otherFileSystemPaths.push_back(entry.path);
+                return WalkAction::skipDescendants;
+            }
+            return WalkAction::proceed;
+        }
+        if (::unlinkat(entry.directoryFd, entry.name, 0) != 0) {
+            fail(entry.path, lastError());
+            return WalkAction::stop;
+        }
+        countRemoved(report, *entry.status);
+        return WalkAction::proceed;
+    };
+    hooks.leave = [&](int parentFd, const char* directory, const std::string& where) {
+        if (::unlinkat(parentFd, directory, AT_REMOVEDIR) == 0) return true;
+        // Not empty because of what another file system holds: expected.
+        if ((errno == ENOTEMPTY || errno == EEXIST) && !report.otherFileSystemPaths.empty()) return true;
+        fail(where, lastError());
+        return false;
+    };
+    hooks.onError = [&](const std::string& where, std::error_code failure, WalkFailure) { fail(where, failure); };
+    walker.run(rootFd, path, hooks);
+    if (error) return false;
+    if (!report.otherFileSystemPaths.empty()) return false;
+    if (::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) != 0) {
+        fail(path, lastError());
         return false;
     }
     return true;
 }
 
-bool PosixFileSystem::removeItem(const std::string& path, std::error_code& error) {
-    std::string parent = paths::deletingLastComponent(path);
-    std::string name = paths::lastComponent(path);
-    if (parent.empty()) parent = ".";
-    if (name == "/" || name == "." || name == "..") {
-        error = std::make_error_code(std::errc::invalid_argument);
-        return false;
-    }
-    FdGuard parentFd(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (parentFd.get() < 0) {
+bool PosixFileSystem::appendUnderLock(
+    const std::string& path, std::uint32_t permissions,
+    const std::function<std::optional<std::string>(std::string_view contents)>& compose, std::error_code& error) {
+    error.clear();
+    // Created exclusively or opened as it is, never replaced: a log that
+    // another process has just made is appended to, not overwritten.
+    int raw = ::open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, permissions);
+    const bool created = raw >= 0;
+    if (!created && errno == EEXIST) raw = ::open(path.c_str(), O_RDWR | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
+    FdGuard fd(raw);
+    if (fd.get() < 0) {
         error = lastError();
         return false;
     }
-    return removeAt(parentFd.get(), name.c_str(), error);
-}
+    // open's mode passes through the umask; a new file gets exactly its mode.
+    if (created && ::fchmod(fd.get(), static_cast<mode_t>(permissions)) != 0) {
+        error = lastError();
+        return false;
+    }
+    while (::flock(fd.get(), LOCK_EX) != 0) {
+        if (errno != EINTR) {
+            error = lastError();
+            return false;
+        }
+    }
+    // The lock goes with the descriptor when it is closed.
+    struct stat st {};
+    if (::fstat(fd.get(), &st) != 0) {
+        error = lastError();
+        return false;
+    }
+    std::string contents(static_cast<std::size_t>(st.st_size), '\0');
+    std::size_t have = 0;
+    while (have < contents.size()) {
+        const ssize_t got = ::pread(fd.get(), contents.data() + have, contents.size() - have, static_cast<off_t>(have));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) {
+            error = lastError();
+            return false;
+        }
+        if (got == 0) break;
+        have += static_cast<std::size_t>(got);
+    }
+    contents.resize(have);
 
-bool PosixFileSystem::setPermissions(const std::string& path, std::uint32_t permissions, std::error_code& error) {
-    if (::chmod(path.c_str(), static_cast<mode_t>(permissions)) != 0) {
-        error = lastError();
+    std::optional<std::string> addition = compose(contents);
+    if (!addition || addition->empty()) return true;
+    // A last line that lost its line feed (a crash mid-write, an editor)
+    // keeps its own line; the new text starts on the next.
+    if (!contents.empty() && contents.back() != '\n') addition->insert(addition->begin(), '\n');
+    if (!writeAll(fd.get(), *addition, error) || (::fsync(fd.get()) != 0 && (error = lastError(), true))) {
+        // Half a record would break every record after it: cut back.
+        if (::ftruncate(fd.get(), static_cast<off_t>(st.st_size)) == 0) ::fsync(fd.get());
         return false;
     }
     return true;

@@ -5,8 +5,8 @@
 namespace unbulk {
 
 // The POSIX file system: directory reads with their entry types, lstat
-// relative to the parent's descriptor, removal with unlinkat that never
-// follows a link.
+// relative to the parent's descriptor, walks that neither recurse nor follow
+// links, and removal relative to descriptors opened without links.
 class PosixFileSystem final : public FileSystem {
 public:
     std::optional<FileStatus> status(const std::string& path, std::error_code& error) const override;
@@ -21,13 +21,13 @@ public:
                                         std::error_code& error) const override;
     bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
                              std::error_code& error) override;
-    bool appendToFile(const std::string& path, std::string_view contents, std::uint32_t permissions,
-                      std::error_code& error) override;
     bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                          std::error_code& error) override;
-    bool moveItem(const std::string& from, const std::string& to, std::error_code& error) override;
-    bool removeItem(const std::string& path, std::error_code& error) override;
-    bool setPermissions(const std::string& path, std::uint32_t permissions, std::error_code& error) override;
+    bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
+                    RemovalReport& report, std::error_code& error) override;
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions,
+                         const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+                         std::error_code& error) override;
     bool isPackage(const std::string& path) const override;
 };
 

@@ -1,0 +1,71 @@
+#include "Platform/posix/AnchoredDirectory.hpp"
+
+#include <fcntl.h>
+
+#if defined(__linux__)
+#include <sys/syscall.h>
+#if __has_include(<linux/openat2.h>)
+#include <linux/openat2.h>
+#endif
+#endif
+
+#include "Support/Paths.hpp"
+
+namespace unbulk::posix {
+namespace {
+
+constexpr int directoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+#if defined(__linux__) && defined(SYS_openat2) && defined(RESOLVE_NO_SYMLINKS)
+// One call for the whole path; ENOSYS on kernels before 5.6, and EPERM or
+// EINVAL where a seccomp filter refuses it, send us to the walk by component.
+int openWithKernelResolution(const std::string& path, bool& unsupported) {
+    struct open_how how {};
+    how.flags = static_cast<unsigned long long>(directoryFlags);
+    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+    const long fd = ::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how);
+    unsupported = fd < 0 && (errno == ENOSYS || errno == EPERM || errno == EINVAL);
+    return static_cast<int>(fd);
+}
+#endif
+
+} // namespace
+
+FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_code& error) {
+    if (!paths::isAbsolute(absolutePath)) {
+        error = errorOf(EINVAL);
+        return FdGuard();
+    }
+#if defined(__linux__) && defined(SYS_openat2) && defined(RESOLVE_NO_SYMLINKS)
+    bool unsupported = false;
+    const int fd = openWithKernelResolution(absolutePath, unsupported);
+    if (fd >= 0) return FdGuard(fd);
+    if (!unsupported) {
+        error = lastError();
+        return FdGuard();
+    }
+#endif
+    FdGuard current(::open("/", directoryFlags));
+    if (current.get() < 0) {
+        error = lastError();
+        return FdGuard();
+    }
+    for (const std::string& component : paths::components(absolutePath)) {
+        if (component == "." ) continue;
+        if (component == "..") {
+            // ".." is never a link, but it would leave the path that was
+            // checked; a standardised path has none.
+            error = errorOf(EINVAL);
+            return FdGuard();
+        }
+        FdGuard next(::openat(current.get(), component.c_str(), directoryFlags));
+        if (next.get() < 0) {
+            error = lastError();
+            return FdGuard();
+        }
+        current = std::move(next);
+    }
+    return current;
+}
+
+} // namespace unbulk::posix

@@ -1,0 +1,76 @@
+#pragma once
+
+// What the POSIX implementations share: descriptors closed on every way out,
+// errno as an error_code, and whole writes.
+
+#include <cerrno>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include <dirent.h>
+#include <unistd.h>
+
+namespace unbulk::posix {
+
+inline std::error_code lastError() { return {errno, std::generic_category()}; }
+inline std::error_code errorOf(int value) { return {value, std::generic_category()}; }
+
+// Closes a descriptor on every way out.
+class FdGuard {
+public:
+    explicit FdGuard(int fd = -1) : fd_(fd) {}
+    ~FdGuard() { reset(); }
+    FdGuard(FdGuard&& other) noexcept : fd_(other.release()) {}
+    FdGuard& operator=(FdGuard&& other) noexcept {
+        if (this != &other) reset(other.release());
+        return *this;
+    }
+    FdGuard(const FdGuard&) = delete;
+    FdGuard& operator=(const FdGuard&) = delete;
+
+    int get() const { return fd_; }
+    int release() { return std::exchange(fd_, -1); }
+    void reset(int fd = -1) {
+        if (fd_ >= 0) ::close(fd_);
+        fd_ = fd;
+    }
+
+private:
+    int fd_;
+};
+
+// Closes a directory stream (and its descriptor) on every way out.
+class DirGuard {
+public:
+    explicit DirGuard(DIR* dir) : dir_(dir) {}
+    ~DirGuard() {
+        if (dir_) ::closedir(dir_);
+    }
+    DirGuard(const DirGuard&) = delete;
+    DirGuard& operator=(const DirGuard&) = delete;
+    DIR* get() const { return dir_; }
+
+private:
+    DIR* dir_;
+};
+
+// Writes all of `contents`, going on after short writes and interruptions.
+inline bool writeAll(int fd, std::string_view contents, std::error_code& error) {
+    while (!contents.empty()) {
+        const ssize_t written = ::write(fd, contents.data(), contents.size());
+        if (written < 0) {
+            if (errno == EINTR) continue;
+            error = lastError();
+            return false;
+        }
+        contents.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+inline bool isDotOrDotDot(const char* name) {
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+} // namespace unbulk::posix

@@ -1,0 +1,231 @@
+#include "Platform/posix/TreeWalker.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "Platform/posix/Descriptors.hpp"
+#include "Platform/posix/PosixFileSystem.hpp"
+#include "Support/Paths.hpp"
+
+namespace unbulk::posix {
+namespace {
+
+FileKind kindFromDirent(unsigned char type) {
+    switch (type) {
+    case DT_REG: return FileKind::regular;
+    case DT_DIR: return FileKind::directory;
+    case DT_LNK: return FileKind::symbolicLink;
+    default: return FileKind::other;
+    }
+}
+
+FileKind kindFromMode(mode_t mode) {
+    if (S_ISREG(mode)) return FileKind::regular;
+    if (S_ISDIR(mode)) return FileKind::directory;
+    if (S_ISLNK(mode)) return FileKind::symbolicLink;
+    return FileKind::other;
+}
+
+bool needsStatus(WalkStatus wanted, unsigned char type) {
+    switch (wanted) {
+    case WalkStatus::all: return true;
+    case WalkStatus::regularFiles: return type == DT_REG || type == DT_UNKNOWN;
+    case WalkStatus::none: return type == DT_UNKNOWN;
+    }
+    return true;
+}
+
+// The extension of a name without allocating: what follows its last dot,
+// when the dot is neither first nor last.
+std::string_view extensionOf(std::string_view name) {
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos || dot == 0 || dot + 1 == name.size()) return {};
+    return name.substr(dot + 1);
+}
+
+} // namespace
+
+int TreeWalker::Frame::descriptor() const { return dir != nullptr ? dirfd(dir) : fd; }
+
+void TreeWalker::Frame::close() {
+    if (dir != nullptr) ::closedir(dir);
+    if (fd >= 0) ::close(fd);
+    dir = nullptr;
+    fd = -1;
+}
+
+void TreeWalker::report(const TreeWalkerHooks& hooks, std::error_code error, WalkFailure failure) const {
+    if (hooks.onError) hooks.onError(path_, error, failure);
+}
+
+void TreeWalker::closeAll() {
+    for (std::size_t i = 0; i <= top_ && i < frames_.size(); ++i) frames_[i].close();
+    openCount_ = 0;
+}
+
+// Reads the whole directory into frame `top_` (already chosen) and keeps its
+// stream open. Entries are read before any is visited, so that the stream
+// can be closed later without losing the place.
+bool TreeWalker::enter(int fd, int depth, std::size_t pathLength, const TreeWalkerHooks& hooks) {
+    Frame& frame = frames_[top_];
+    frame.names.clear();
+    frame.items.clear();
+    frame.next = 0;
+    frame.pathLength = pathLength;
+    frame.depth = depth;
+    frame.fd = -1;
+    frame.dir = ::fdopendir(fd);
+    if (frame.dir == nullptr) {
+        report(hooks, lastError(), WalkFailure::directory);
+        ::close(fd);
+        return false;
+    }
+    ++openCount_;
+    for (;;) {
+        errno = 0;
+        const struct dirent* entry = ::readdir(frame.dir);
+        if (entry == nullptr) {
+            if (errno != 0) report(hooks, lastError(), WalkFailure::directory); // keep what was read
+            break;
+        }
+        const char* name = entry->d_name;
+        if (isDotOrDotDot(name) || (options_.skipHiddenFiles && name[0] == '.')) continue;
+        frame.items.push_back(Item{frame.names.size(), entry->d_type});
+        frame.names.append(name);
+        frame.names.push_back('\0');
+    }
+    return true;
+}
+
+// Keeps at most the configured number of directories open: the root always,
+// then the deepest ones. What is given up is recorded by device and inode,
+// to be checked when it is got back.
+void TreeWalker::giveUpDescriptors() {
+    while (openCount_ > options_.maximumOpenDirectories && firstOpen_ < top_) {
+        Frame& frame = frames_[firstOpen_];
+        struct stat st {};
+        if (::fstat(frame.descriptor(), &st) == 0) {
+            frame.device = st.st_dev;
+            frame.inode = st.st_ino;
+        } else {
+            frame.device = 0;
+            frame.inode = 0;
+        }
+        frame.close();
+        --openCount_;
+        ++firstOpen_;
+    }
+}
+
+// Gets back the descriptor of frames_[index - 1] as ".." of frames_[index].
+bool TreeWalker::reopenParentOf(std::size_t index, const TreeWalkerHooks& hooks) {
+    Frame& parent = frames_[index - 1];
+    if (parent.isOpen()) return true;
+    const int fd = ::openat(frames_[index].descriptor(), "..", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) {
+        path_.resize(parent.pathLength);
+        report(hooks, lastError(), WalkFailure::directory);
+        return false;
+    }
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || st.st_dev != parent.device || st.st_ino != parent.inode) {
+        ::close(fd);
+        path_.resize(parent.pathLength);
+        report(hooks, changedSinceCheckedError(), WalkFailure::directory);
+        return false;
+    }
+    parent.fd = fd;
+    ++openCount_;
+    firstOpen_ = index - 1;
+    return true;
+}
+
+bool TreeWalker::run(int rootFd, const std::string& rootPath, const TreeWalkerHooks& hooks) {
+    path_ = rootPath;
+    top_ = 0;
+    firstOpen_ = 1;
+    openCount_ = 0;
+    if (frames_.empty()) frames_.resize(1);
+    if (!enter(rootFd, 0, path_.size(), hooks)) return true;
+
+    bool completed = true;
+    struct stat st {};
+    while (true) {
+        Frame* frame = &frames_[top_];
+        if (frame->next == frame->items.size()) {
+            if (top_ == 0) break;
+            // Leave this directory: its parent's descriptor is needed for it.
+            if (!reopenParentOf(top_, hooks)) {
+                completed = false;
+                break;
+            }
+            frame->close();
+            --openCount_;
+            if (firstOpen_ > top_) firstOpen_ = top_;
+            --top_;
+            Frame& parent = frames_[top_];
+            const char* name = parent.names.data() + parent.items[parent.next - 1].nameOffset;
+            path_.resize(frame->pathLength);
+            if (hooks.leave && !hooks.leave(parent.descriptor(), name, path_)) {
+                completed = false;
+                break;
+            }
+            continue;
+        }
+
+        const Item item = frame->items[frame->next++];
+        const char* name = frame->names.data() + item.nameOffset;
+        path_.resize(frame->pathLength);
+        if (path_.empty() || path_.back() != '/') path_ += '/';
+        path_ += name;
+
+        const int directoryFd = frame->descriptor();
+        FileKind kind = kindFromDirent(item.type);
+        const struct stat* status = nullptr;
+        if (needsStatus(options_.status, item.type)) {
+            if (::fstatat(directoryFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+                report(hooks, lastError(), WalkFailure::entry);
+                continue;
+            }
+            kind = kindFromMode(st.st_mode);
+            status = &st;
+        }
+
+        const WalkAction action = hooks.visit(TreeEntry{path_, name, kind, status, directoryFd, frame->depth + 1});
+        if (action == WalkAction::stop) {
+            completed = false;
+            break;
+        }
+        if (kind != FileKind::directory || action == WalkAction::skipDescendants) continue;
+        if (!options_.descendIntoPackages && isPackageExtension(extensionOf(name))) continue;
+
+        const int child = ::openat(directoryFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (child < 0) {
+            report(hooks, lastError(), WalkFailure::directory);
+            continue;
+        }
+        if (status != nullptr) {
+            // What was examined is what was opened, or the entry changed in
+            // between (a directory swapped for another): leave it alone.
+            struct stat opened {};
+            if (::fstat(child, &opened) != 0 || opened.st_dev != status->st_dev || opened.st_ino != status->st_ino) {
+                ::close(child);
+                report(hooks, changedSinceCheckedError(), WalkFailure::directory);
+                continue;
+            }
+        }
+        const int depth = frame->depth + 1;
+        ++top_;
+        if (frames_.size() <= top_) frames_.resize(top_ + 1);
+        if (!enter(child, depth, path_.size(), hooks)) {
+            --top_;
+            continue;
+        }
+        giveUpDescriptors();
+    }
+    closeAll();
+    path_.clear();
+    return completed;
+}
+
+} // namespace unbulk::posix

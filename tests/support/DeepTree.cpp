@@ -1,0 +1,60 @@
+#include "support/DeepTree.hpp"
+
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace unbulk::testing {
+namespace {
+
+[[noreturn]] void fail(const char* what) { throw std::system_error(errno, std::generic_category(), what); }
+
+} // namespace
+
+std::int64_t makeDeepChain(const std::string& root, int depth, int fileEvery, std::int64_t fileSize) {
+    int current = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (current < 0) fail("open root");
+    const std::string contents(static_cast<std::size_t>(fileSize), 'x');
+    std::int64_t files = 0;
+    for (int level = 1; level <= depth; ++level) {
+        if (::mkdirat(current, "d", 0700) != 0) fail("mkdirat");
+        const int next = ::openat(current, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (next < 0) fail("openat");
+        ::close(current);
+        current = next;
+        if (fileEvery > 0 && level % fileEvery == 0) {
+            const int file = ::openat(current, "f", O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+            if (file < 0) fail("create file");
+            if (::write(file, contents.data(), contents.size()) != static_cast<ssize_t>(contents.size())) {
+                fail("write");
+            }
+            ::close(file);
+            ++files;
+        }
+    }
+    ::close(current);
+    return files;
+}
+
+DescriptorLimit::DescriptorLimit(std::uint64_t limit) {
+    struct rlimit current {};
+    if (::getrlimit(RLIMIT_NOFILE, &current) != 0) fail("getrlimit");
+    saved_ = current.rlim_cur;
+    current.rlim_cur = static_cast<rlim_t>(limit);
+    if (::setrlimit(RLIMIT_NOFILE, &current) != 0) fail("setrlimit");
+}
+
+DescriptorLimit::~DescriptorLimit() {
+    struct rlimit current {};
+    if (::getrlimit(RLIMIT_NOFILE, &current) == 0) {
+        current.rlim_cur = static_cast<rlim_t>(saved_);
+        ::setrlimit(RLIMIT_NOFILE, &current);
+    }
+}
+
+} // namespace unbulk::testing

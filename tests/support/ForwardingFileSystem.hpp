@@ -1,0 +1,61 @@
+#pragma once
+
+#include <memory>
+
+#include "Platform/FileSystem.hpp"
+
+namespace unbulk::testing {
+
+// Forwards every call to another file system (the real one by default), so
+// that a test double derives from it and overrides only what it changes.
+class ForwardingFileSystem : public FileSystem {
+public:
+    explicit ForwardingFileSystem(std::shared_ptr<FileSystem> inner = makeDefaultFileSystem())
+        : inner_(std::move(inner)) {}
+
+    std::optional<FileStatus> status(const std::string& path, std::error_code& error) const override {
+        return inner_->status(path, error);
+    }
+    std::optional<FileStatus> linkStatus(const std::string& path, std::error_code& error) const override {
+        return inner_->linkStatus(path, error);
+    }
+    std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
+                                                    std::error_code& error) const override {
+        return inner_->contentsOfDirectory(path, options, error);
+    }
+    void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override {
+        inner_->walk(root, options, callbacks);
+    }
+    std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
+                                                         std::error_code& error) const override {
+        return inner_->destinationOfSymbolicLink(path, error);
+    }
+    std::string resolvingSymlinks(const std::string& path) const override { return inner_->resolvingSymlinks(path); }
+    std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes,
+                                        std::error_code& error) const override {
+        return inner_->readFile(path, maxBytes, error);
+    }
+    bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
+                             std::error_code& error) override {
+        return inner_->writeFileAtomically(path, contents, permissions, error);
+    }
+    bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
+                         std::error_code& error) override {
+        return inner_->createDirectory(path, permissions, withIntermediates, error);
+    }
+    bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
+                    RemovalReport& report, std::error_code& error) override {
+        return inner_->removeItem(path, expected, check, report, error);
+    }
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions,
+                         const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+                         std::error_code& error) override {
+        return inner_->appendUnderLock(path, permissions, compose, error);
+    }
+    bool isPackage(const std::string& path) const override { return inner_->isPackage(path); }
+
+protected:
+    std::shared_ptr<FileSystem> inner_;
+};
+
+} // namespace unbulk::testing
