@@ -55,26 +55,61 @@ std::vector<std::string_view> splitLines(std::string_view text) {
 }
 
 // Compact JSON with sorted keys, every "/" written as "\/" as the platform's
-// JSON encoder does by default. A "/" can only stand inside a string in JSON
-// text, and nlohmann never emits one as part of an escape, so replacing them
-// all on the finished text is exact.
+// JSON encoder does by default, and every character that some reader takes
+// for a line break or a control written as an escape: DEL and the C1
+// controls (U+0085 among them), LINE SEPARATOR and PARAGRAPH SEPARATOR. The
+// C0 controls are escaped by the JSON writer itself. Each of these can only
+// stand inside a string in JSON text, and an escape reads back as the same
+// character, so the hash over the field values still verifies.
 std::string encodeLine(const AuditLogEntry& entry) {
-    // Text that is not UTF-8 (a Linux file name may hold any bytes) would be
-    // written with replacement characters and then never verify against its
-    // hash; a non-finite duration has no JSON form. Neither gets a line.
-    bool encodable = std::isfinite(entry.durationMs.value_or(0.0)) && isValidUtf8(entry.client);
-    for (const auto& path : entry.paths) encodable = encodable && isValidUtf8(path);
-    if (!encodable) throw writeFailed("Failed to encode audit entry to JSON.");
-
+    // A non-finite duration has no JSON form.
+    if (!std::isfinite(entry.durationMs.value_or(0.0)) || !isValidUtf8(entry.client)) {
+        throw writeFailed("Failed to encode audit entry to JSON.");
+    }
     const std::string compact = json::compact(toJson(entry));
     std::string line;
     line.reserve(compact.size() + compact.size() / 8 + 1);
-    for (char c : compact) {
-        if (c == '/') line += '\\';
-        line += c;
+    for (std::size_t i = 0; i < compact.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(compact[i]);
+        const auto next = [&](std::size_t k) {
+            return i + k < compact.size() ? static_cast<unsigned char>(compact[i + k]) : 0u;
+        };
+        if (byte == '/') {
+            line += "\\/";
+        } else if (byte == 0x7F) {
+            line += "\\u007f";
+        } else if (byte == 0xC2 && next(1) >= 0x80 && next(1) <= 0x9F) {
+            line += fmt::format("\\u{:04x}", next(1));
+            i += 1;
+        } else if (byte == 0xE2 && next(1) == 0x80 && (next(2) == 0xA8 || next(2) == 0xA9)) {
+            line += next(2) == 0xA8 ? "\\u2028" : "\\u2029";
+            i += 2;
+        } else {
+            line += compact[i];
+        }
     }
     line += '\n';
     return line;
+}
+
+// Every line of the log text, decoded, or decodingFailed at the first that
+// is not an entry. Blank lines are skipped and not counted.
+std::vector<AuditLogEntry> decodeEntries(std::string_view contents) {
+    if (!isValidUtf8(contents)) {
+        throw AuditLoggerError(Kind::readFailed, "Could not read audit log: the file is not valid UTF-8 text");
+    }
+    std::vector<AuditLogEntry> entries;
+    std::int64_t lineNumber = 0;
+    for (std::string_view line : splitLines(contents)) {
+        if (unicode::trimmingWhitespaceAndNewlines(line).empty()) continue;
+        ++lineNumber;
+        try {
+            entries.push_back(auditLogEntryFromJson(Json::parse(line)));
+        } catch (const std::exception& decoding) {
+            throw AuditLoggerError(Kind::decodingFailed, decoding.what(), lineNumber);
+        }
+    }
+    return entries;
 }
 
 } // namespace
@@ -158,16 +193,30 @@ std::string AuditLogger::computeHash(std::string_view previousHash, std::string_
     return sha256Hex(text);
 }
 
+std::string AuditLogger::recordedPath(std::string_view path) {
+    if (isValidUtf8(path) && !path.starts_with(nonUtf8PathPrefix)) return std::string(path);
+    // Bytes that are not UTF-8, and "%", as %XX; valid characters as they
+    // are. Reversible, and never mistaken for an absolute path.
+    std::string text(nonUtf8PathPrefix);
+    std::size_t i = 0;
+    while (i < path.size()) {
+        const std::size_t length = unicode::validUtf8SequenceLength(path.substr(i));
+        if (length == 0 || path[i] == '%') {
+            text += fmt::format("%{:02X}", static_cast<unsigned char>(path[i]));
+            i += 1;
+        } else {
+            text.append(path.substr(i, length));
+            i += length;
+        }
+    }
+    return text;
+}
+
 AuditLogEntry AuditLogger::record(const Uuid& operationId, AuditOperationType operationType, std::int64_t itemsCount,
                                   std::int64_t bytesUnbulked, const std::vector<std::string>& paths,
                                   const std::string& client, std::optional<double> durationMs, Date date) {
     std::lock_guard lock(mutex_);
     ensureDirectoryExists();
-
-    // The file is the authority on the chain, whatever this instance wrote last.
-    const std::vector<AuditLogEntry> existing = readEntriesLocked();
-    std::string previousHash = existing.empty() ? std::string(genesisHash) : existing.back().rollingHash;
-    lastHash_ = previousHash;
 
     AuditLogEntry entry;
     entry.timestamp = dates::iso8601Milliseconds(date);
@@ -175,14 +224,34 @@ AuditLogEntry AuditLogger::record(const Uuid& operationId, AuditOperationType op
     entry.operationType = operationType;
     entry.itemsCount = itemsCount;
     entry.bytesUnbulked = bytesUnbulked;
-    entry.paths = paths;
+    for (const std::string& path : paths) entry.paths.push_back(recordedPath(path));
     entry.client = client;
     entry.durationMs = durationMs;
-    entry.previousHash = std::move(previousHash);
-    entry.rollingHash = computeHash(entry.previousHash, entry.timestamp, entry.operationId, rawValue(operationType),
-                                    itemsCount, bytesUnbulked, paths, client, durationMs);
 
-    appendToFile(encodeLine(entry));
+    // The file is the authority on the chain, whatever this instance wrote
+    // last: its last entry is read, and the new one appended, under one lock
+    // on the file, so that another process appending at the same moment
+    // neither loses its entry nor chains on the same one.
+    std::optional<AuditLoggerError> failure;
+    const auto compose = [&](std::string_view contents) -> std::optional<std::string> {
+        try {
+            const std::vector<AuditLogEntry> existing = decodeEntries(contents);
+            entry.previousHash = existing.empty() ? std::string(genesisHash) : existing.back().rollingHash;
+            lastHash_ = entry.previousHash;
+            entry.rollingHash =
+                computeHash(entry.previousHash, entry.timestamp, entry.operationId, rawValue(operationType),
+                            itemsCount, bytesUnbulked, entry.paths, client, durationMs);
+            return encodeLine(entry);
+        } catch (const AuditLoggerError& error) {
+            failure = error;
+            return std::nullopt;
+        }
+    };
+    std::error_code error;
+    if (!fileSystem_->appendUnderLock(logFileURL_.path(), logFileMode, compose, error)) {
+        throw writeFailed("Failed to append data to log file: " + error.message());
+    }
+    if (failure) throw *failure;
     lastHash_ = entry.rollingHash;
     return entry;
 }
@@ -193,30 +262,6 @@ void AuditLogger::ensureDirectoryExists() {
     std::error_code error;
     if (!fileSystem_->createDirectory(directory, logDirectoryMode, true, error)) {
         throw AuditLoggerError(Kind::directoryCreationFailed, error.message());
-    }
-}
-
-void AuditLogger::appendToFile(const std::string& line) {
-    const std::string& path = logFileURL_.path();
-    std::error_code error;
-    if (!fileSystem_->fileExists(path)) {
-        if (!fileSystem_->writeFileAtomically(path, line, logFileMode, error)) {
-            throw writeFailed("Unable to create log file: " + error.message());
-        }
-        if (!fileSystem_->setPermissions(path, logFileMode, error)) {
-            // The file did not exist before this call: take it back, so that a
-            // failure leaves the disk as it was.
-            std::error_code ignored;
-            fileSystem_->removeItem(path, ignored);
-            throw writeFailed("Unable to create log file: " + error.message());
-        }
-        return;
-    }
-    // The file system's append opens, writes and flushes to disk in one call,
-    // closing the descriptor on every way out; it does not say which step
-    // failed, so every failure here carries the append sentence.
-    if (!fileSystem_->appendToFile(path, line, logFileMode, error)) {
-        throw writeFailed("Failed to append data to log file: " + error.message());
     }
 }
 
@@ -232,22 +277,7 @@ std::vector<AuditLogEntry> AuditLogger::readEntriesLocked() const {
     std::error_code error;
     auto contents = fileSystem_->readFile(path, std::numeric_limits<std::size_t>::max(), error);
     if (!contents) throw AuditLoggerError(Kind::readFailed, "Could not read audit log: " + error.message());
-    if (!isValidUtf8(*contents)) {
-        throw AuditLoggerError(Kind::readFailed, "Could not read audit log: the file is not valid UTF-8 text");
-    }
-
-    std::vector<AuditLogEntry> entries;
-    std::int64_t lineNumber = 0;
-    for (std::string_view line : splitLines(*contents)) {
-        if (unicode::trimmingWhitespaceAndNewlines(line).empty()) continue;
-        ++lineNumber;
-        try {
-            entries.push_back(auditLogEntryFromJson(Json::parse(line)));
-        } catch (const std::exception& decoding) {
-            throw AuditLoggerError(Kind::decodingFailed, decoding.what(), lineNumber);
-        }
-    }
-    return entries;
+    return decodeEntries(*contents);
 }
 
 AuditVerificationResult AuditLogger::verifyIntegrity() const {

@@ -74,6 +74,14 @@ public:
     // 100 -> "100.0", 1e-7 -> "0.0000001"; absent -> "0.0".
     static std::string durationText(std::optional<double> durationMs);
 
+    // How a path stands in an entry. Text that is valid UTF-8 stands as it
+    // is. A path with bytes that are not (a Linux file name may hold any) is
+    // written "bytes:" and then the path with each such byte, and each "%",
+    // as %XX in upper-case hex: lossless, and never taken for a real path,
+    // since the paths of a removal are absolute.
+    static std::string recordedPath(std::string_view path);
+    static constexpr std::string_view nonUtf8PathPrefix = "bytes:";
+
     const FileURL& logFileURL() const { return logFileURL_; }
     // The last hash read or written; absent until the first record().
     std::optional<std::string> lastHash() const;
@@ -81,7 +89,6 @@ public:
 private:
     std::vector<AuditLogEntry> readEntriesLocked() const;
     void ensureDirectoryExists();
-    void appendToFile(const std::string& line);
 
     FileURL logFileURL_;
     std::shared_ptr<FileSystem> fileSystem_;

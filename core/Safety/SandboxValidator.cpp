@@ -161,14 +161,29 @@ void validatePath(std::string_view path, const FileURL& homeURL, const FileSyste
 
     // A link may lead somewhere the path itself would never be allowed.
     const std::string resolved = paths::standardizingPath(fileSystem.resolvingSymlinks(candidate), homePath);
-    if (resolved == candidate) return;
-    if (resolved == "/") {
-        throw SandboxSecurityError::symlinkEscapedSandbox(candidate, resolved, "Symlink points to root directory");
+    if (resolved != candidate) {
+        if (resolved == "/") {
+            throw SandboxSecurityError::symlinkEscapedSandbox(candidate, resolved, "Symlink points to root directory");
+        }
+        if (resolved == homePath) {
+            throw SandboxSecurityError::symlinkEscapedSandbox(candidate, resolved, "Symlink points to home directory");
+        }
+        checkPlace(resolved, homePath);
     }
-    if (resolved == homePath) {
+
+    // The home may itself be a link (HOME set to a link, or a home moved to
+    // another disk). The checks above compare with the home as given, which
+    // a resolved path never meets, so they run once more against the home
+    // with its links resolved: a linked home protects exactly what the real
+    // one does. This goes beyond comparing with the given home alone, on
+    // purpose: nothing may slip past the sandbox.
+    const std::string realHome = paths::standardizingPath(fileSystem.resolvingSymlinks(homePath), homePath);
+    if (realHome == homePath) return;
+    if (resolved == realHome) {
+        if (resolved == candidate) throw SandboxSecurityError::homeDirectoryTargeted(candidate);
         throw SandboxSecurityError::symlinkEscapedSandbox(candidate, resolved, "Symlink points to home directory");
     }
-    checkPlace(resolved, homePath);
+    checkPlace(resolved, realHome);
 }
 
 void validatePath(std::string_view path, const FileURL& homeURL) {

@@ -5,8 +5,13 @@
 #include <system_error>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "Safety/SandboxSecurityError.hpp"
 #include "Safety/SandboxValidator.hpp"
+#include "Platform/ByteCountFormatter.hpp"
+#include "Support/CheckedMath.hpp"
+#include "Support/Paths.hpp"
 #include "Support/Uuid.hpp"
 
 namespace unbulk {
@@ -35,10 +40,12 @@ TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, b
     const Date startedAt = std::chrono::system_clock::now();
     const Uuid operationId = Uuid::random();
 
+    std::vector<Outcome> outcomes;
+    outcomes.reserve(urls.size());
+    for (const FileURL& url : urls) outcomes.push_back(processItem(url, dryRun, permanentPurge));
     std::vector<TrashItemRecord> records;
-    records.reserve(urls.size());
-    for (const FileURL& url : urls)
-        records.push_back(processItem(url, dryRun, permanentPurge));
+    records.reserve(outcomes.size());
+    for (const Outcome& outcome : outcomes) records.push_back(outcome.record);
 
     TrashSummary summary = TrashSummary::make({
         .operationId = operationId,
@@ -48,25 +55,33 @@ TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, b
         .startedAt = startedAt,
         .completedAt = std::chrono::system_clock::now(),
     });
-    recordAuditEntry(summary, client);
+    recordAuditEntry(summary, outcomes, client);
     return summary;
 }
 
-TrashItemRecord TrashPipeline::processItem(const FileURL& url, bool dryRun, bool permanentPurge) const {
+namespace {
+
+TrashItemRecord makeRecord(const FileURL& url, TrashItemStatus status, const TrashPipeline::ItemMetrics& metrics,
+                           std::optional<FileURL> trashURL, std::optional<std::string> errorMessage) {
+    return TrashItemRecord::make({
+        .sourceURL = url,
+        .trashURL = std::move(trashURL),
+        .allocatedBytes = metrics.allocatedBytes,
+        .logicalBytes = metrics.logicalBytes,
+        .fileCount = metrics.fileCount,
+        .status = status,
+        .errorMessage = std::move(errorMessage),
+    });
+}
+
+} // namespace
+
+TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRun, bool permanentPurge) const {
     const std::string& path = url.path();
-    auto record = [&](TrashItemStatus status, const ItemMetrics& metrics, std::optional<FileURL> trashURL,
-                      std::optional<std::string> errorMessage) {
-        return TrashItemRecord::make({
-            .sourceURL = url,
-            .trashURL = std::move(trashURL),
-            .allocatedBytes = metrics.allocatedBytes,
-            .logicalBytes = metrics.logicalBytes,
-            .fileCount = metrics.fileCount,
-            .status = status,
-            .errorMessage = std::move(errorMessage),
-        });
-    };
     const ItemMetrics nothing{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 1};
+    auto failed = [&](const ItemMetrics& metrics, std::string message) {
+        return Outcome{makeRecord(url, TrashItemStatus::failed, metrics, std::nullopt, std::move(message))};
+    };
 
     // The sandbox comes first, in a dry run too, so that a simulation refuses
     // exactly what a real run would, and a forbidden path is reported as
@@ -74,59 +89,106 @@ TrashItemRecord TrashPipeline::processItem(const FileURL& url, bool dryRun, bool
     try {
         SandboxValidator::validatePath(path, homeURL_, *fileSystem_);
     } catch (const SandboxSecurityError& violation) {
-        return record(TrashItemStatus::failed, nothing, std::nullopt, "Sandbox violation: " + violation.description());
+        return failed(nothing, "Sandbox violation: " + violation.description());
     }
 
-    // lstat: a link whose target is gone is still there to be removed.
+    // The existence test follows links: a link whose target is gone counts
+    // as nothing there, and is left alone.
     std::error_code error;
-    const auto status = fileSystem_->linkStatus(path, error);
-    if (!status) return record(TrashItemStatus::failed, nothing, std::nullopt, "File does not exist: " + path);
+    const auto followed = fileSystem_->status(path, error);
+    if (!followed) return failed(nothing, "File does not exist: " + path);
 
     // Afterwards there is nothing left to measure.
-    const ItemMetrics metrics = metricsOf(path, *status);
+    const ItemMetrics metrics = metricsOf(path, *followed);
+    if (dryRun) return Outcome{makeRecord(url, TrashItemStatus::simulated, metrics, std::nullopt, std::nullopt)};
 
-    if (dryRun) return record(TrashItemStatus::simulated, metrics, std::nullopt, std::nullopt);
+    // Resolve the links of the item's directories once, judge the place that
+    // gives (a link swapped in since the first check leads elsewhere), and
+    // act there only: both removals open that parent without following a
+    // link and check that the name still holds this item.
+    const std::string realPath = paths::appending(
+        fileSystem_->resolvingSymlinks(paths::deletingLastComponent(paths::standardize(path))),
+        paths::lastComponent(path));
+    try {
+        SandboxValidator::validatePath(realPath, homeURL_, *fileSystem_);
+    } catch (const SandboxSecurityError& violation) {
+        return failed(nothing, "Sandbox violation: " + violation.description());
+    }
+    const auto own = fileSystem_->linkStatus(realPath, error);
+    if (!own) return failed(nothing, "File does not exist: " + path);
 
-    // The path goes down exactly as it was checked: nothing here resolves it,
-    // and both removals act on the last component itself, never on what a
-    // link there points to.
-    if (!permanentPurge) {
-        std::optional<std::string> landedPath;
-        if (!trash_->trashItem(path, landedPath, error)) {
-            return record(TrashItemStatus::failed, metrics, std::nullopt, error.message());
+    if (permanentPurge) return purge(url, realPath, own->identity(), metrics);
+
+    std::optional<std::string> landedPath;
+    if (!trash_->trashItem(realPath, own->identity(), landedPath, error)) {
+        return failed(metrics, fmt::format("Could not move '{}' to the Trash: {}", path, error.message()));
+    }
+    std::optional<FileURL> trashURL;
+    if (landedPath) trashURL = fileSystem_->fileURL(*landedPath);
+    return Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::move(trashURL), std::nullopt)};
+}
+
+TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::string& realPath, const Identity& identity,
+                                            const ItemMetrics& metrics) const {
+    // Like rm --one-file-system: a directory of another file system (a
+    // mount inside the item) is left where it is, with all it holds.
+    const RemovalCheck sameFileSystemOnly = [&identity](const WalkEntry& entry, bool& leaveInPlace) {
+        leaveInPlace = entry.kind == FileKind::directory && entry.status->device != identity.device;
+        return std::error_code();
+    };
+    RemovalReport report;
+    std::error_code error;
+    if (fileSystem_->removeItem(realPath, identity, sameFileSystemOnly, report, error)) {
+        return Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::nullopt, std::nullopt)};
+    }
+
+    std::string what;
+    if (error) {
+        what = fmt::format("Could not remove '{}': {}", report.failedPath.empty() ? url.path() : report.failedPath,
+                           error.message());
+    } else {
+        what = fmt::format("Left '{}' in place: it is on another file system", report.otherFileSystemPaths.front());
+        if (report.otherFileSystemPaths.size() > 1) {
+            what += fmt::format(" (and {} more)", report.otherFileSystemPaths.size() - 1);
         }
-        std::optional<FileURL> trashURL;
-        if (landedPath) trashURL = fileSystem_->fileURL(*landedPath);
-        return record(TrashItemStatus::success, metrics, std::move(trashURL), std::nullopt);
     }
-
-    if (!fileSystem_->removeItem(path, error)) {
-        return record(TrashItemStatus::failed, metrics, std::nullopt, error.message());
+    if (report.filesRemoved == 0 && report.allocatedBytesRemoved == 0) {
+        return Outcome{makeRecord(url, TrashItemStatus::failed, metrics, std::nullopt, what)};
     }
-    return record(TrashItemStatus::success, metrics, std::nullopt, std::nullopt);
+    // Part of the item is gone for good: the record says how much, in its
+    // sizes and its message, rather than the size of the whole.
+    const ItemMetrics removed{.allocatedBytes = report.allocatedBytesRemoved,
+                              .logicalBytes = report.logicalBytesRemoved,
+                              .fileCount = report.filesRemoved};
+    std::string message = fmt::format("Removed {} of {} files ({}) before stopping. {}", report.filesRemoved,
+                                      metrics.fileCount, formatByteCount(report.allocatedBytesRemoved), what);
+    return Outcome{makeRecord(url, TrashItemStatus::failed, removed, std::nullopt, std::move(message)),
+                   report.allocatedBytesRemoved, true};
 }
 
 TrashPipeline::ItemMetrics TrashPipeline::computeItemMetrics(const FileURL& url) const {
     std::error_code error;
-    const auto status = fileSystem_->linkStatus(url.path(), error);
-    if (!status) return ItemMetrics{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 0};
-    return metricsOf(url.path(), *status);
+    const auto followed = fileSystem_->status(url.path(), error);
+    if (!followed) return ItemMetrics{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 0};
+    return metricsOf(url.path(), *followed);
 }
 
-TrashPipeline::ItemMetrics TrashPipeline::metricsOf(const std::string& path, const FileStatus& status) const {
-    if (status.kind != FileKind::directory) {
+TrashPipeline::ItemMetrics TrashPipeline::metricsOf(const std::string& path, const FileStatus& followed) const {
+    if (followed.kind != FileKind::directory) {
+        // The item's own sizes: a link to a file is measured as the link.
+        std::error_code error;
+        const auto own = fileSystem_->linkStatus(path, error);
+        const FileStatus& status = own ? *own : followed;
         return ItemMetrics{.allocatedBytes = status.allocatedSize, .logicalBytes = status.size, .fileCount = 1};
     }
 
     // Only regular files count, each time it is met (a hard-linked file is
     // counted at every name, as removal frees each name). An entry that
     // cannot be examined, or a directory that cannot be opened, simply adds
-    // nothing, so an unreadable directory measures as an empty one. lstat
-    // always reports the blocks on disk, so the allocated size needs no
-    // stand-in from the logical length.
+    // nothing, so an unreadable directory measures as an empty one. A link
+    // to a directory is walked as that directory, as the existence test
+    // followed it; what is removed later is still the link itself.
     ItemMetrics metrics;
-    WalkOptions options;
-    options.status = WalkStatus::regularFiles;
     WalkCallbacks callbacks;
     callbacks.visit = [&metrics](const WalkEntry& entry) {
         if (entry.kind == FileKind::regular && entry.status != nullptr) {
@@ -137,29 +199,36 @@ TrashPipeline::ItemMetrics TrashPipeline::metricsOf(const std::string& path, con
         return WalkAction::proceed;
     };
     callbacks.onError = [](const std::string&, std::error_code, WalkFailure) {};
-    fileSystem_->walk(path, options, callbacks);
+    fileSystem_->walk(path, WalkOptions{.status = WalkStatus::regularFiles}, callbacks);
 
     // An empty directory is still one item to remove.
     if (metrics.fileCount < 1) metrics.fileCount = 1;
     return metrics;
 }
 
-void TrashPipeline::recordAuditEntry(const TrashSummary& summary, const std::string& client) const {
+void TrashPipeline::recordAuditEntry(const TrashSummary& summary, const std::vector<Outcome>& outcomes,
+                                     const std::string& client) const {
     if (!auditLogger_) return;
 
     const AuditOperationType type = summary.isPermanentPurge ? AuditOperationType::purge
                                     : summary.isDryRun       ? AuditOperationType::dryRun
                                                              : AuditOperationType::trash;
+    // What is gone is in the log: the items that went, and those a purge
+    // took only part of, with the bytes it did free.
     std::vector<std::string> paths;
-    for (const TrashItemRecord& item : summary.records) {
-        if (item.status == TrashItemStatus::success || item.status == TrashItemStatus::simulated) {
+    std::int64_t bytes = summary.totalAllocatedBytesUnbulked;
+    for (const Outcome& outcome : outcomes) {
+        const TrashItemRecord& item = outcome.record;
+        if (item.status == TrashItemStatus::success || item.status == TrashItemStatus::simulated ||
+            outcome.partiallyRemoved) {
             paths.push_back(item.sourcePath);
         }
+        bytes = checkedAdd(bytes, outcome.partiallyRemovedBytes);
     }
 
     try {
-        auditLogger_->record(summary.operationId, type, summary.successCount, summary.totalAllocatedBytesUnbulked,
-                             paths, client, summary.durationSeconds * 1000.0, std::chrono::system_clock::now());
+        auditLogger_->record(summary.operationId, type, summary.successCount, bytes, paths, client,
+                             summary.durationSeconds * 1000.0, std::chrono::system_clock::now());
     } catch (const std::exception&) {
         // The items are gone (or in the Trash) whatever the log says; a log
         // that cannot be written must not make the operation look failed.

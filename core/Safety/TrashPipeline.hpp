@@ -21,10 +21,14 @@ namespace unbulk {
 // entry in the audit log when there is a logger, and a log that cannot be
 // written fails nothing: the removal has happened either way.
 //
-// Removal never follows a symbolic link: the path is handed to the Trash or
-// to FileSystem::removeItem exactly as it was asked for, so a link that takes
-// the place of a directory after it was checked is removed as a link, and
-// what it points to stays.
+// Removal cannot be redirected. After the sandbox has passed the path, the
+// links in its directories are resolved once, the resolved path is passed
+// through the sandbox as well, and the Trash or the purge then act relative
+// to that parent opened without following any link, on a name that must
+// still hold the file that was looked at. A directory on the way swapped for
+// a link, or an item swapped for another, after the check fails the item and
+// touches nothing. The item itself is never followed: a link is removed as a
+// link. A purge leaves alone whatever lies on another file system.
 //
 // No mutable state of its own; the audit entry is serialised by the logger.
 class TrashPipeline {
@@ -52,19 +56,30 @@ public:
     // list (emptyTargetList).
     TrashSummary purgePermanently(const std::vector<FileURL>& urls, bool confirmed, const std::string& client) const;
 
-    // Nothing there: zeros and no file. Anything but a directory (a link is
-    // measured as itself): its own sizes and one file. A directory: the
-    // regular files below it, each as often as it is met; an empty one counts
-    // as one file of 0 bytes.
+    // Nothing there (links followed): zeros and no file. A directory, or a
+    // link to one: the regular files below it, each as often as it is met;
+    // an empty one counts as one file of 0 bytes. Anything else: its own
+    // sizes (a link's own, not its target's) and one file.
     ItemMetrics computeItemMetrics(const FileURL& url) const;
 
 private:
+    // A record, and what a purge that failed halfway still removed (its
+    // path and bytes go into the audit entry, since they are gone).
+    struct Outcome {
+        TrashItemRecord record;
+        std::int64_t partiallyRemovedBytes = 0;
+        bool partiallyRemoved = false;
+    };
+
     TrashSummary run(const std::vector<FileURL>& urls, bool dryRun, bool permanentPurge,
                      const std::string& client) const;
-    TrashItemRecord processItem(const FileURL& url, bool dryRun, bool permanentPurge) const;
-    // The measurement from the item's own lstat, already taken by the caller.
-    ItemMetrics metricsOf(const std::string& path, const FileStatus& status) const;
-    void recordAuditEntry(const TrashSummary& summary, const std::string& client) const;
+    Outcome processItem(const FileURL& url, bool dryRun, bool permanentPurge) const;
+    // The measurement of an existing item from its status with links followed.
+    ItemMetrics metricsOf(const std::string& path, const FileStatus& followed) const;
+    Outcome purge(const FileURL& url, const std::string& realPath, const Identity& identity,
+                  const ItemMetrics& metrics) const;
+    void recordAuditEntry(const TrashSummary& summary, const std::vector<Outcome>& outcomes,
+                          const std::string& client) const;
 
     std::shared_ptr<FileSystem> fileSystem_;
     std::shared_ptr<Trash> trash_;

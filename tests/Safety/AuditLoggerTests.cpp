@@ -10,6 +10,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "support/FaultyFileSystem.hpp"
 #include "support/TempHome.hpp"
@@ -149,16 +151,77 @@ TEST(AuditLoggerTest, FailedWritesRaiseTheirKindAndLeaveTheFileAsItWas) {
     EXPECT_THAT(record, fails("Failed to create ~/.unbulk directory: Permission denied"));
 
     f.fileSystem->clearFailures();
-    f.fileSystem->failOn(FileSystemCall::writeFileAtomically, f.logPath, ENOSPC);
-    EXPECT_THAT(record, fails(writeFailed + "Unable to create log file: No space left on device"));
+    f.fileSystem->failOn(FileSystemCall::appendUnderLock, f.logPath, ENOSPC);
+    EXPECT_THAT(record, fails(writeFailed + "Failed to append data to log file: No space left on device"));
     EXPECT_FALSE(f.fileSystem->fileExists(f.logPath));
 
     f.fileSystem->clearFailures();
     f.recordOne();
     const std::string before = readText(f.logPath);
-    f.fileSystem->failOn(FileSystemCall::appendToFile, f.logPath, ENOSPC);
+    f.fileSystem->failOn(FileSystemCall::appendUnderLock, f.logPath, ENOSPC);
     EXPECT_THAT(record, fails(writeFailed + "Failed to append data to log file: No space left on device"));
     EXPECT_EQ(readText(f.logPath), before);
+}
+
+TEST(AuditLoggerTest, TenProcessesAppendingAtOnceLoseNothingAndKeepOneChain) {
+    testing::TempHome home;
+    const FileURL homeURL(home.path(), true);
+    constexpr int processes = 10, entriesEach = 20;
+    std::vector<pid_t> children;
+    for (int p = 0; p < processes; ++p) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            // Each child makes its own logger, as separate runs of unbulk do.
+            int failures = 0;
+            AuditLogger logger(std::nullopt, homeURL);
+            for (int i = 0; i < entriesEach; ++i) {
+                try {
+                    logger.record(Uuid::random(), AuditOperationType::trash, 1, i, {"/h/" + std::to_string(p)}, "cli",
+                                  1.0);
+                } catch (...) {
+                    ++failures;
+                }
+            }
+            ::_exit(failures);
+        }
+        children.push_back(child);
+    }
+    for (pid_t child : children) {
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a child failed to record";
+    }
+    const AuditLogger logger(std::nullopt, homeURL);
+    const AuditVerificationResult verified = logger.verifyIntegrity();
+    EXPECT_TRUE(verified.isValid) << verified.failureReason.value_or("");
+    EXPECT_EQ(verified.totalEntries, processes * entriesEach);
+}
+
+TEST(AuditLoggerTest, LineBreakingCharactersAreEscapedAndForeignBytesKeptLosslessly) {
+    Fixture f;
+    const std::string separators = "/h/a\xE2\x80\xA8" "b\xE2\x80\xA9" "c\xC2\x85" "d\x7F";
+    const std::string foreign = "/h/caf\xE9 100%"; // Latin-1, as a Linux name may be
+    f.logger.record(Uuid::random(), AuditOperationType::purge, 2, 10, {separators, foreign}, "cli", 1.0);
+    f.recordOne();
+    ASSERT_EQ(f.lines().size(), 2u);
+    EXPECT_THAT(f.lines()[0], ::testing::HasSubstr(R"(\u2028b\u2029c\u0085d\u007f)"));
+    const auto entries = f.logger.readEntries();
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].paths, (std::vector<std::string>{separators, "bytes:/h/caf%E9 100%25"}));
+    EXPECT_TRUE(f.logger.verifyIntegrity().isValid);
+    EXPECT_EQ(AuditLogger::recordedPath("bytes:/x"), "bytes:bytes:/x") << "the marker itself is escaped";
+}
+
+TEST(AuditLoggerTest, AnEntryAfterALastLineWithoutItsLineFeedStartsOnANewLine) {
+    Fixture f;
+    f.recordOne();
+    std::string text = readText(f.logPath);
+    text.pop_back(); // the line feed lost in a crash
+    std::ofstream(f.logPath, std::ios::binary | std::ios::trunc) << text;
+    f.recordOne();
+    EXPECT_EQ(f.lines().size(), 2u);
+    EXPECT_TRUE(f.logger.verifyIntegrity().isValid);
 }
 
 } // namespace

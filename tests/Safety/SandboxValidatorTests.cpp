@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "support/TempHome.hpp"
 
@@ -103,12 +104,13 @@ TEST(SandboxValidatorTest, PathsAndPatterns) {
             {path, "../x", E::directoryTraversalDetected("../x")},
             {path, "~/a/..", E::directoryTraversalDetected("~/a/..")}, {path, "/x/y..z", passes},
             {pattern, "/x/y..z", E::directoryTraversalDetected("/x/y..z")},
-            // Links are judged where they lead; a missing tail stays as written.
+            // Links are judged where they lead; a path that does not exist,
+            // links followed, is judged as written: nothing is there to take.
             {path, "~/cache/root", E::symlinkEscapedSandbox(home + "/cache/root", "/", toRoot)},
             {path, "~/cache/home",
              E::symlinkEscapedSandbox(home + "/cache/home", home, "Symlink points to home directory")},
             {path, "~/cache/documents", E::forbiddenUserDirectory(home + "/Documents", "Documents")},
-            {path, "~/cache/root/x", E::insufficientPathDepth("/x", 1)}, {path, "~/cache/harmless", passes},
+            {path, "~/cache/root/x", passes}, {path, "~/cache/harmless", passes},
             {pattern, "~/Library/Caches/**", passes},
             {pattern, "/*", E::wildcardTargetsForbiddenScope("/*", "Root filesystem")},
             {pattern, "*", E::wildcardTargetsForbiddenScope("*", "Root filesystem")},
@@ -144,6 +146,27 @@ TEST(SandboxValidatorTest, OtherAccountsBaseDirectoriesAndLinuxRoots) {
     }
     check(cases, FileURL("/home/me", true));
 #endif
+}
+
+// HOME may be a link to the real home. A path reached through a link into
+// the real home's Documents must be refused as surely as with the real HOME.
+TEST(SandboxValidatorTest, ALinkedHomeProtectsWhatTheRealHomeDoes) {
+    testing::TempHome temp;
+    const std::string real = temp.path();
+    const std::string linked = temp.root() + "/linked-home";
+    ASSERT_EQ(::symlink(real.c_str(), linked.c_str()), 0);
+    temp.writeFile("Documents/thesis.txt", "years of work");
+    temp.makeSymlink("Library/Caches", "../Documents");
+    temp.writeFile(".cache/tool/blob", "cache");
+    const FileURL linkedHome(linked, true);
+    check({{path, linked + "/Library/Caches/thesis.txt",
+            E::forbiddenUserDirectory(real + "/Documents/thesis.txt", "Documents")},
+           {path, real + "/Documents/thesis.txt", E::forbiddenUserDirectory(real + "/Documents/thesis.txt", "Documents")},
+           {path, real, E::homeDirectoryTargeted(real)},
+           {path, real + "/.cache", E::insufficientPathDepth(real + "/.cache", 1)},
+           {path, linked + "/.cache/tool", passes},
+           {path, real + "/.cache/tool", passes}},
+          linkedHome);
 }
 
 } // namespace

@@ -8,7 +8,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "Platform/ByteCountFormatter.hpp"
 #include "support/FaultyFileSystem.hpp"
+#include "support/ForwardingFileSystem.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -24,42 +26,42 @@ std::int64_t allocatedOf(const std::string& path) {
     return ::lstat(path.c_str(), &st) == 0 ? static_cast<std::int64_t>(st.st_blocks) * 512 : -1;
 }
 
-// The real file system, except that right after the walk that measures
-// `victim`, the directory there is replaced by a symbolic link to `target`:
-// the worst moment for a swap, when the sandbox and the measurement have both
-// seen a plain directory. Everything else is passed through.
-struct SwappingFileSystem final : FileSystem {
-    using P = const std::string&;
-    using E = std::error_code&;
-    using M = std::uint32_t;
-    using V = std::string_view;
-    using Text = std::optional<std::string>;
-    using Entries = std::vector<DirectoryEntry>;
+// The real file system, except that at one chosen moment a directory is
+// replaced by a symbolic link to another: right after the walk that measures
+// the item (the sandbox and the measurement have both seen a plain
+// directory), or right after the links of the item's directories have been
+// resolved (the resolved path has been judged as well). Everything else is
+// passed through.
+class SwappingFileSystem final : public testing::ForwardingFileSystem {
+public:
+    enum class Moment { afterMeasuring, afterResolving };
 
-    std::string victim, target;
-    mutable bool swapped = false;
-    std::shared_ptr<FileSystem> real = makeDefaultFileSystem();
+    SwappingFileSystem(Moment moment, std::string measured, std::string swapped, std::string target)
+        : moment_(moment), measured_(std::move(measured)), swappedPath_(std::move(swapped)),
+          target_(std::move(target)) {}
 
-    void walk(P root, const WalkOptions& options, const WalkCallbacks& callbacks) const override {
-        real->walk(root, options, callbacks);
-        if (root != victim || swapped) return;
-        fs::remove_all(victim);
-        fs::create_directory_symlink(target, victim);
-        swapped = true;
+    void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override {
+        inner_->walk(root, options, callbacks);
+        if (moment_ == Moment::afterMeasuring && root == measured_) swap();
     }
-    std::optional<FileStatus> status(P p, E e) const override { return real->status(p, e); }
-    std::optional<FileStatus> linkStatus(P p, E e) const override { return real->linkStatus(p, e); }
-    Entries contentsOfDirectory(P p, ListOptions o, E e) const override { return real->contentsOfDirectory(p, o, e); }
-    Text destinationOfSymbolicLink(P p, E e) const override { return real->destinationOfSymbolicLink(p, e); }
-    std::string resolvingSymlinks(P p) const override { return real->resolvingSymlinks(p); }
-    Text readFile(P p, std::size_t n, E e) const override { return real->readFile(p, n, e); }
-    bool writeFileAtomically(P p, V c, M m, E e) override { return real->writeFileAtomically(p, c, m, e); }
-    bool appendToFile(P p, V c, M m, E e) override { return real->appendToFile(p, c, m, e); }
-    bool createDirectory(P p, M m, bool w, E e) override { return real->createDirectory(p, m, w, e); }
-    bool moveItem(P from, P to, E e) override { return real->moveItem(from, to, e); }
-    bool removeItem(P p, E e) override { return real->removeItem(p, e); }
-    bool setPermissions(P p, M m, E e) override { return real->setPermissions(p, m, e); }
-    bool isPackage(P p) const override { return real->isPackage(p); }
+    std::string resolvingSymlinks(const std::string& path) const override {
+        std::string resolved = inner_->resolvingSymlinks(path);
+        if (moment_ == Moment::afterResolving && swappedPath_.starts_with(path)) swap();
+        return resolved;
+    }
+    bool swapped() const { return swapped_; }
+
+private:
+    void swap() const {
+        if (swapped_) return;
+        fs::rename(swappedPath_, swappedPath_ + ".moved-away");
+        fs::create_directory_symlink(target_, swappedPath_);
+        swapped_ = true;
+    }
+
+    Moment moment_;
+    std::string measured_, swappedPath_, target_;
+    mutable bool swapped_ = false;
 };
 
 class TrashPipelineTest : public ::testing::Test {
@@ -90,7 +92,7 @@ TEST_F(TrashPipelineTest, ArgumentErrorsComeFirstAndGoUnloggedWhileLogTroubleFai
     // Trouble with the audit log never fails the removal: a full disk creating the log, then a garbage line
     // already in it.
     auto faulty = std::make_shared<testing::FaultyFileSystem>();
-    faulty->failOn(testing::FileSystemCall::writeFileAtomically, logPath, ENOSPC);
+    faulty->failOn(testing::FileSystemCall::appendUnderLock, logPath, ENOSPC);
     for (const std::string existingLog : {"", "this is not json\n"}) {
         if (!existingLog.empty()) home.writeFile(".unbulk/audit.jsonl", existingLog);
         const std::string item = home.writeFile(".cache/item", 500);
@@ -131,7 +133,9 @@ TEST_F(TrashPipelineTest, FailingItemsStopNothingInAnyMode) {
         ASSERT_EQ(summary.records.size(), 6u);
         for (std::size_t i = 0; i < 3; ++i) EXPECT_EQ(summary.records[i].errorMessage, failures[i]);
         const TrashItemRecord &lockedRecord = summary.records[3], &cacheRecord = summary.records[4];
-        EXPECT_EQ(lockedRecord.errorMessage, purge ? std::optional<std::string>("Permission denied") : std::nullopt);
+        EXPECT_EQ(lockedRecord.errorMessage,
+                  purge ? std::optional<std::string>("Could not remove '" + locked + "': Permission denied")
+                        : std::nullopt);
         EXPECT_EQ(lockedRecord.allocatedBytes, lockedAllocated) << "measured before the removal";
         EXPECT_EQ(std::tie(cacheRecord.status, cacheRecord.fileCount),
                   std::tuple(dry ? TrashItemStatus::simulated : TrashItemStatus::success, 2));
@@ -153,22 +157,114 @@ TEST_F(TrashPipelineTest, FailingItemsStopNothingInAnyMode) {
     }
 }
 
-TEST_F(TrashPipelineTest, ADirectorySwappedForALinkBeforeAPurgeIsRemovedAsALink) {
-    // The link leads into Documents, which the sandbox would refuse had it
-    // seen the link; it saw a directory, so only the removal stands between
-    // the swap and the user's files.
-    auto swapping = std::make_shared<SwappingFileSystem>();
-    swapping->victim = fs::path(home.writeFile(".cache/victim/blob", 1234)).parent_path();
-    swapping->target = fs::path(home.writeFile("Documents/keep/sentinel.txt", "precious")).parent_path();
-
-    // Without a logger, nothing is logged.
-    const auto summary = pipeline(swapping, false).purgePermanently({FileURL(swapping->victim)}, true, "cli");
-    ASSERT_TRUE(swapping->swapped) << "the measurement never walked the victim";
-    ASSERT_EQ(summary.successCount, 1) << summary.records[0].errorMessage.value_or("");
-    EXPECT_EQ(summary.records[0].logicalBytes, 1234) << "measured before the swap";
-    EXPECT_FALSE(present(swapping->victim)) << "the link itself is gone";
-    EXPECT_EQ(fs::file_size(swapping->target + "/sentinel.txt"), 8u) << "what it led to is untouched";
+TEST_F(TrashPipelineTest, AnItemSwappedForALinkAfterMeasuringIsLeftAlone) {
+    // The link leads into Documents: the path is judged once more, with its
+    // links, right before the removal, and the swap is caught there.
+    const std::string victim = fs::path(home.writeFile(".cache/victim/blob", 1234)).parent_path();
+    const std::string target = fs::path(home.writeFile("Documents/keep/sentinel.txt", "precious")).parent_path();
+    for (bool purge : {false, true}) {
+        SCOPED_TRACE(purge ? "purge" : "trash");
+        home.writeFile(".cache/victim/blob", 1234);
+        fs::remove_all(victim + ".moved-away");
+        auto swapping = std::make_shared<SwappingFileSystem>(SwappingFileSystem::Moment::afterMeasuring, victim,
+                                                             victim, target);
+        // Without a logger, nothing is logged.
+        const auto pipe = pipeline(swapping, false);
+        const auto summary = purge ? pipe.purgePermanently({FileURL(victim)}, true, "cli")
+                                   : pipe.trash({FileURL(victim)}, false, "cli");
+        ASSERT_TRUE(swapping->swapped()) << "the measurement never walked the victim";
+        EXPECT_EQ(summary.records[0].status, TrashItemStatus::failed);
+        EXPECT_THAT(summary.records[0].errorMessage.value_or(""), ::testing::StartsWith("Sandbox violation: "));
+        EXPECT_TRUE(fs::is_symlink(victim)) << "nothing was touched";
+        EXPECT_EQ(fs::file_size(target + "/sentinel.txt"), 8u) << "what it led to is untouched";
+        fs::remove(victim);
+    }
     EXPECT_FALSE(present(home.at(".unbulk")));
+}
+
+// An attacker who can write in a cache folder swaps the cache folder itself
+// for a link to a decoy in Documents holding a folder of the same name.
+TEST_F(TrashPipelineTest, AParentSwappedForALinkNeverRedirectsTheRemoval) {
+    const std::string caches = home.makeDirectory("Library/Caches");
+    const std::string decoy = home.makeDirectory("Documents/decoy");
+    for (auto moment : {SwappingFileSystem::Moment::afterMeasuring, SwappingFileSystem::Moment::afterResolving}) {
+        for (bool purge : {false, true}) {
+            SCOPED_TRACE(std::string(purge ? "purge " : "trash ") +
+                         (moment == SwappingFileSystem::Moment::afterMeasuring ? "after measuring" : "after resolving"));
+            fs::remove_all(caches);
+            fs::remove_all(caches + ".moved-away");
+            const std::string victim = fs::path(home.writeFile("Library/Caches/victim/data.bin", 64)).parent_path();
+            const std::string precious = home.writeFile("Documents/decoy/victim/precious.txt", "thesis");
+            auto swapping = std::make_shared<SwappingFileSystem>(moment, victim, caches, decoy);
+            const auto pipe = pipeline(swapping);
+            const auto summary = purge ? pipe.purgePermanently({FileURL(victim)}, true, "cli")
+                                       : pipe.trash({FileURL(victim)}, false, "cli");
+            ASSERT_TRUE(swapping->swapped());
+            ASSERT_EQ(summary.records.size(), 1u);
+            EXPECT_EQ(summary.records[0].status, TrashItemStatus::failed);
+            EXPECT_EQ(fs::file_size(precious), 6u) << summary.records[0].errorMessage.value_or("");
+            EXPECT_TRUE(present(caches + ".moved-away/victim/data.bin")) << "and the checked item is left alone too";
+            EXPECT_FALSE(present(home.at(".local/share/Trash/files/victim")));
+            EXPECT_TRUE(AuditLogger(std::nullopt, homeURL).readEntries().back().paths.empty());
+        }
+    }
+}
+
+TEST_F(TrashPipelineTest, APurgeLeavesAnotherFileSystemInsideTheItemAndSaysWhatWent) {
+    const std::string item = home.makeDirectory(".cache/tool");
+    home.writeFile(".cache/tool/a.bin", 4096);
+    const std::string mounted = home.writeFile(".cache/tool/bound/precious.txt", "mounted documents");
+    auto faulty = std::make_shared<testing::FaultyFileSystem>();
+    faulty->reportDeviceBelow(home.at(".cache/tool/bound"), 4242);
+    const auto summary = pipeline(faulty).purgePermanently({FileURL(item)}, true, "cli");
+    const TrashItemRecord& record = summary.records.at(0);
+    EXPECT_EQ(record.status, TrashItemStatus::failed);
+    EXPECT_EQ(record.errorMessage.value_or(""),
+              "Removed 1 of 2 files (" + formatByteCount(record.allocatedBytes) + ") before stopping. Left '" + home.at(".cache/tool/bound") + "' in place: it is on another file system");
+    EXPECT_EQ(record.logicalBytes, 4096);
+    EXPECT_EQ(fs::file_size(mounted), 17u);
+    EXPECT_FALSE(present(home.at(".cache/tool/a.bin")));
+    const AuditLogEntry entry = AuditLogger(std::nullopt, homeURL).readEntries().back();
+    EXPECT_EQ(entry.paths, std::vector<std::string>{item}) << "what went is in the log";
+    EXPECT_EQ(entry.bytesUnbulked, record.allocatedBytes);
+}
+
+TEST_F(TrashPipelineTest, APurgeStoppedByAnErrorRecordsWhatItRemoved) {
+    const std::string item = home.makeDirectory(".cache/tool");
+    home.writeFile(".cache/tool/1/a.bin", 100);
+    const std::string stuck = home.writeFile(".cache/tool/2/b.bin", 100);
+    auto faulty = std::make_shared<testing::FaultyFileSystem>();
+    faulty->failOn(testing::FileSystemCall::removeItem, stuck, EPERM);
+    const auto summary = pipeline(faulty).purgePermanently({FileURL(item)}, true, "cli");
+    const TrashItemRecord& record = summary.records.at(0);
+    EXPECT_EQ(record.status, TrashItemStatus::failed);
+    EXPECT_THAT(record.errorMessage.value_or(""),
+                ::testing::HasSubstr("Could not remove '" + stuck + "': Operation not permitted"));
+    EXPECT_TRUE(present(stuck));
+    const auto logged = AuditLogger(std::nullopt, homeURL).readEntries().back();
+    // The directory order decides whether the other file went first.
+    if (present(home.at(".cache/tool/1/a.bin"))) {
+        EXPECT_EQ(record.fileCount, 2) << "nothing went: the record keeps the measured item";
+        EXPECT_TRUE(logged.paths.empty());
+    } else {
+        EXPECT_EQ(std::tie(record.fileCount, record.logicalBytes), std::tuple(1, 100));
+        EXPECT_THAT(record.errorMessage.value_or(""), ::testing::StartsWith("Removed 1 of 2 files"));
+        EXPECT_EQ(logged.paths, std::vector<std::string>{item});
+    }
+}
+
+TEST_F(TrashPipelineTest, ALinkToADirectoryIsMeasuredThroughButRemovedAsTheLink) {
+    home.writeFile("other/place/blob", 50'000);
+    const std::string link = home.makeSymlink("Library/Caches/linked", home.at("other/place"));
+    const std::string dangling = home.makeSymlink(".cache/whisper/dead.pt", "/nonexistent");
+    const auto summary = pipeline().trash({FileURL(link), FileURL(dangling)}, false, "cli");
+    EXPECT_EQ(summary.records[0].status, TrashItemStatus::success);
+    EXPECT_EQ(std::tie(summary.records[0].logicalBytes, summary.records[0].fileCount), std::tuple(50'000, 1));
+    EXPECT_TRUE(present(home.at("other/place/blob")));
+    EXPECT_EQ(summary.records[1].status, TrashItemStatus::failed);
+    EXPECT_EQ(summary.records[1].errorMessage, "File does not exist: " + dangling);
+    EXPECT_EQ(std::tie(summary.records[1].logicalBytes, summary.records[1].fileCount), std::tuple(0, 1));
+    EXPECT_TRUE(present(dangling)) << "a dangling link is left alone";
 }
 
 } // namespace
