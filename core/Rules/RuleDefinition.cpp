@@ -5,8 +5,6 @@
 namespace unbulk {
 namespace {
 
-std::string isoDate(Date date) { return dates::iso8601(date); }
-
 template <TabledEnum Enum>
 Enum readRawValue(const RuleJsonReader& reader, std::string_view key) {
     const std::string raw = reader.string(key);
@@ -20,7 +18,8 @@ Enum readRawValue(const RuleJsonReader& reader, std::string_view key) {
 
 } // namespace
 
-Json toJson(const RuleDefinition& rule) {
+Json toJson(const RuleDefinition& rule, DateEncoding dates) {
+    const auto encodeDate = [dates](Date date) { return dates::encode(date, dates); };
     Json j{
         {"id", rule.id},
         {"name", rule.name},
@@ -35,8 +34,8 @@ Json toJson(const RuleDefinition& rule) {
     };
     json::setOptional(j, "minAgeDays", rule.minAgeDays);
     json::setOptional(j, "synthesizedBy", rule.synthesizedBy);
-    json::setOptional(j, "createdAt", rule.createdAt, isoDate);
-    json::setOptional(j, "updatedAt", rule.updatedAt, isoDate);
+    json::setOptional(j, "createdAt", rule.createdAt, encodeDate);
+    json::setOptional(j, "updatedAt", rule.updatedAt, encodeDate);
     return j;
 }
 

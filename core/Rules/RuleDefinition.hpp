@@ -33,10 +33,11 @@ struct RuleDefinition {
     friend bool operator==(const RuleDefinition&, const RuleDefinition&) = default;
 };
 
-// The JSON form, as rules.json holds it: every field under its own name,
-// category and tier as raw values, dates as ISO 8601 without a fraction, and
-// an absent optional left out.
-Json toJson(const RuleDefinition& rule);
+// The JSON form: every field under its own name, category and tier as raw
+// values, and an absent optional left out. Dates are ISO 8601 without a
+// fraction by default, as rules.json holds them; a rule inside another
+// record (a proposed rule of an anomaly) takes that record's date form.
+Json toJson(const RuleDefinition& rule, DateEncoding dates = DateEncoding::iso8601);
 
 // Strict reading: a missing required key, a value of the wrong type or an
 // unknown category or tier raw value throws RuleDecodingError. The four

@@ -103,6 +103,31 @@ std::size_t validUtf8SequenceLength(std::string_view utf8) {
     return used <= 0 || value < 0 ? 0 : static_cast<std::size_t>(used);
 }
 
+void appendUtf8(std::string& out, char32_t scalar) {
+    utf8proc_uint8_t buffer[4];
+    const auto length = utf8proc_encode_char(static_cast<utf8proc_int32_t>(scalar), buffer);
+    out.append(reinterpret_cast<const char*>(buffer), static_cast<std::size_t>(length));
+}
+
+std::string lowercased(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    std::size_t at = 0;
+    while (at < text.size()) {
+        const std::size_t length = validUtf8SequenceLength(text.substr(at));
+        if (length == 0) {
+            out += text[at++];
+            continue;
+        }
+        utf8proc_int32_t value = 0;
+        utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data() + at),
+                         static_cast<utf8proc_ssize_t>(length), &value);
+        appendUtf8(out, static_cast<char32_t>(utf8proc_tolower(value)));
+        at += length;
+    }
+    return out;
+}
+
 bool isAlphanumeric(char32_t scalar) {
     switch (utf8proc_category(static_cast<utf8proc_int32_t>(scalar))) {
     case UTF8PROC_CATEGORY_LU:

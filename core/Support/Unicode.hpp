@@ -36,6 +36,13 @@ std::optional<std::u32string> scalars(std::string_view utf8);
 // with, or 0 when it begins with anything else (or is empty).
 std::size_t validUtf8SequenceLength(std::string_view utf8);
 
+// Appends the UTF-8 form of one scalar.
+void appendUtf8(std::string& out, char32_t scalar);
+
+// The text with every scalar mapped to its lower case (the simple mapping of
+// the Unicode data: one scalar each). Bytes that are not valid UTF-8 stay.
+std::string lowercased(std::string_view text);
+
 // Letters, marks and digits of any script (general categories L*, M*, N*).
 bool isAlphanumeric(char32_t scalar);
 

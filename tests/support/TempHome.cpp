@@ -5,6 +5,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace unbulk::testing {
@@ -77,6 +78,17 @@ std::string TempHome::writeFile(std::string_view relative, std::string_view cont
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
     if (!out) throw std::runtime_error("cannot write " + path);
+    return path;
+}
+
+std::string TempHome::allocateFile(std::string_view relative, std::int64_t size) const {
+    std::string path = at(relative);
+    fs::create_directories(fs::path(path).parent_path());
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) throw std::runtime_error("cannot create " + path);
+    const int result = ::posix_fallocate(fd, 0, static_cast<off_t>(size));
+    ::close(fd);
+    if (result != 0) throw std::runtime_error("cannot allocate " + path);
     return path;
 }
 

@@ -31,6 +31,9 @@ public:
     // Writes a file of exactly `size` bytes (parents created); returns its path.
     std::string writeFile(std::string_view relative, std::uintmax_t size) const;
     std::string writeFile(std::string_view relative, std::string_view contents) const;
+    // A file of `size` bytes whose blocks are reserved but never written: it
+    // counts as `size` allocated bytes at once, however large.
+    std::string allocateFile(std::string_view relative, std::int64_t size) const;
     // Creates a symbolic link at `relative` pointing to `target` (as given).
     std::string makeSymlink(std::string_view relative, std::string_view target) const;
 
