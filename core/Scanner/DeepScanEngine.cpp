@@ -2,8 +2,14 @@
 
 #include <algorithm>
 #include <unordered_map>
+#include <unordered_set>
 
+#include "Rules/GlobMatcher.hpp"
+#include "Rules/RuleRegistry.hpp"
+#include "Scanner/AnomalyDetector.hpp"
 #include "Scanner/DeveloperTargets.hpp"
+#include "Scanner/ItemMeasurer.hpp"
+#include "Scanner/RulePathResolver.hpp"
 #include "Scanner/ScanEventStream.hpp"
 #include "Scanner/SystemTargets.hpp"
 #include "Scanner/ThermalGovernor.hpp"
@@ -16,6 +22,52 @@ CategorySet intersect(const CategorySet& stage, const CategorySet& target) {
     CategorySet out;
     std::set_intersection(stage.begin(), stage.end(), target.begin(), target.end(), std::inserter(out, out.end()));
     return out;
+}
+
+// Built-in rules whose places the developer and system targets already scan
+// in their own way; the rule stage leaves them to those targets.
+bool isServedNatively(const RuleDefinition& rule) {
+    static const std::unordered_set<std::string> ids{"dev.uv.cache",
+                                                     "dev.npm.cache",
+                                                     "dev.bun.cache",
+                                                     "dev.pip.cache",
+                                                     "dev.cargo.cache",
+                                                     "dev.homebrew.cache",
+                                                     "dev.homebrew.incomplete",
+                                                     "dev.pnpm.store",
+                                                     "dev.gradle.cache",
+                                                     "dev.git.orphaned_worktrees",
+                                                     "ai.huggingface.hub",
+                                                     "ai.whisper.models",
+                                                     "ai.ollama.models",
+                                                     "ai.lmstudio.models",
+                                                     "ai.vllm.weights",
+                                                     "dev.docker.orphaned_vm",
+                                                     "dev.xcode.derived_data",
+                                                     "dev.xcode.simulator_caches",
+                                                     "dev.stray.node_modules",
+                                                     "sys.user.caches",
+                                                     "sys.user.logs",
+                                                     "sys.crash.user_reports",
+                                                     "sys.mail.downloads",
+                                                     "sys.browser.safari",
+                                                     "sys.browser.chrome",
+                                                     "sys.browser.firefox",
+                                                     "sys.browser.edge",
+                                                     "sys.browser.arc",
+                                                     "sys.browser.brave",
+                                                     "sys.browser.other"};
+    return rule.isBuiltIn && ids.contains(rule.id);
+}
+
+// Progress from the registry stages reports one item at a time.
+void reportItem(const ScanProgressHandler& progress, const DiscoveredItem& item) {
+    if (!progress) return;
+    progress(ScanProgress{.currentCategory = item.category,
+                          .currentPath = item.path,
+                          .itemsFound = 1,
+                          .totalAllocatedBytesScanned = item.allocatedSizeBytes,
+                          .totalLogicalBytesScanned = item.logicalSizeBytes});
 }
 
 std::optional<Date> laterOf(const std::optional<Date>& a, const std::optional<Date>& b) {
@@ -71,8 +123,9 @@ DeepScanEngine::DeepScanEngine(Configuration configuration) : DeepScanEngine(con
     auto system = std::make_shared<SystemTargets>(homeURL_, fileSystem_, configuration.ruleRegistry);
     stages_.developer = [developer](const CategorySet& categories, const ScanProgressHandler& progress,
                                     StopToken stop) { return developer->scan(categories, progress, stop); };
-    stages_.system = [system](const CategorySet& categories, const ScanProgressHandler& progress,
-                              StopToken stop) { return system->scan(categories, progress, stop); };
+    stages_.system = [system](const CategorySet& categories, const ScanProgressHandler& progress, StopToken stop) {
+        return system->scan(categories, progress, stop);
+    };
 }
 
 DeepScanEngine::DeepScanEngine(Configuration configuration, Stages stages)
@@ -82,7 +135,7 @@ DeepScanEngine::DeepScanEngine(Configuration configuration, Stages stages)
       fileSystem_(configuration.fileSystem ? std::move(configuration.fileSystem) : makeDefaultFileSystem()),
       thermalGovernor_(configuration.thermalGovernor ? std::move(configuration.thermalGovernor)
                                                      : ThermalGovernor::makeDefault()),
-      stages_(std::move(stages)) {}
+      ruleRegistry_(std::move(configuration.ruleRegistry)), stages_(std::move(stages)) {}
 
 ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, const ScanProgressHandler& progress,
                                 StopToken stop) const {
@@ -98,17 +151,23 @@ ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, co
 
     // Each stage runs inside one permit. A stage's own failure becomes a
     // warning in its words; cancellation ends the scan with no result.
-    auto runStage = [&](const CategorySet& stageSet, const char* failurePrefix, auto&& body) {
-        const CategorySet stageCategories = intersect(stageSet, targets);
-        if (stageCategories.empty()) return;
+    auto runGuarded = [&](const char* failurePrefix, auto&& body) {
         thermalGovernor_->checkpoint(stop);
         try {
-            thermalGovernor_->withPermit([&] { body(stageCategories); }, stop);
+            thermalGovernor_->withPermit(body, stop);
         } catch (const CancellationError&) {
             throw CancellationError{};
         } catch (const std::exception& error) {
             warnings.push_back(std::string(failurePrefix) + error.what());
         }
+    };
+    auto runStage = [&](const CategorySet& stageSet, const char* failurePrefix, auto&& body) {
+        const CategorySet stageCategories = intersect(stageSet, targets);
+        if (stageCategories.empty()) return;
+        runGuarded(failurePrefix, [&] { body(stageCategories); });
+    };
+    auto appendItems = [&](std::vector<DiscoveredItem> found) {
+        items.insert(items.end(), std::make_move_iterator(found.begin()), std::make_move_iterator(found.end()));
     };
 
     runStage(developerCategories(), "Developer targets scan error: ", [&](const CategorySet& stageCategories) {
@@ -123,6 +182,14 @@ ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, co
                      std::make_move_iterator(output.items.end()));
         warnings.insert(warnings.end(), output.warnings.begin(), output.warnings.end());
     });
+    if (ruleRegistry_ &&
+        (targets.contains(StorageCategory::unknownAnomaly) || targets.contains(StorageCategory::dynamicRule))) {
+        runGuarded("Anomaly scan error: ", [&] { appendItems(scanAnomalies(progress)); });
+    }
+    if (ruleRegistry_) {
+        runGuarded("Dynamic rules scan error: ",
+                   [&] { appendItems(scanRegistryRules(*ruleRegistry_, targets, progress, stop)); });
+    }
 
     // A stage may return normally after stop was requested (a stage that never
     // looks at its token, or a stop that came in during its last item). No
@@ -141,12 +208,71 @@ ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, co
     return result;
 }
 
+std::vector<DiscoveredItem> DeepScanEngine::scanAnomalies(const ScanProgressHandler& progress) const {
+    auto config = AnomalyDetectorConfiguration::make(104'857'600, 2, homeURL_);
+    const AnomalyDetector detector(std::move(config), ruleRegistry_, fileSystem_);
+    std::vector<DiscoveredItem> found;
+    for (const auto& anomaly : detector.detectAnomalies()) {
+        found.push_back(anomaly.toDiscoveredItem());
+        reportItem(progress, found.back());
+    }
+    return found;
+}
+
+std::vector<DiscoveredItem> DeepScanEngine::scanRegistryRules(const RuleRegistry& registry,
+                                                              const CategorySet& categories,
+                                                              const ScanProgressHandler& progress,
+                                                              StopToken stop) const {
+    std::vector<DiscoveredItem> found;
+    // Listing and measuring block between checkpoints, so there is one before
+    // each rule, each pattern and each path.
+    auto pause = [&] {
+        throwIfCancelled(stop);
+        thermalGovernor_->checkpoint(stop);
+    };
+    for (const auto& rule : registry.activeRules()) {
+        pause();
+        if (!categories.contains(rule.category) || isServedNatively(rule)) continue;
+        for (const auto& pattern : rule.patterns) {
+            pause();
+            for (const auto& url : RulePathResolver::resolveMatchingPaths(pattern, homeURL_, *fileSystem_)) {
+                pause();
+                const bool excluded =
+                    std::any_of(rule.excludedPatterns.begin(), rule.excludedPatterns.end(),
+                                [&](const std::string& excludedPattern) {
+                                    return GlobMatcher::matches(excludedPattern, url.path(), homeURL_);
+                                });
+                if (excluded) continue;
+                // The developer targets' measure.
+                const MeasuredMetrics metrics = ItemMeasurer::measureItem(*fileSystem_, url.path());
+                if (metrics.fileCount <= 0 && metrics.logicalBytes < 1) continue;
+                found.push_back(DiscoveredItem::make({
+                    .url = url,
+                    .category = rule.category,
+                    .riskTier = rule.riskTier,
+                    .logicalSizeBytes = metrics.logicalBytes,
+                    .allocatedSizeBytes = metrics.allocatedBytes,
+                    .fileCount = metrics.fileCount,
+                    .lastAccessedDate = metrics.lastAccessedDate,
+                    .lastModifiedDate = metrics.lastModifiedDate,
+                    .requiresFullDiskAccess = metrics.requiresFullDiskAccess,
+                    .itemDescription = rule.name,
+                    .ruleId = rule.id,
+                }));
+                reportItem(progress, found.back());
+            }
+        }
+    }
+    return found;
+}
+
 ScanEventStream DeepScanEngine::scanStream(std::optional<CategorySet> categories) const {
     return ScanEventStream([engine = *this, categories = std::move(categories)](
                                StopToken stop, const std::function<void(ScanProgressEvent)>& yield) {
         ScanResult result = engine.scan(
             categories, [&](const ScanProgress& progress) { yield(progress); }, stop);
-        for (const auto& item : result.items) yield(item);
+        for (const auto& item : result.items)
+            yield(item);
         yield(std::move(result));
     });
 }

@@ -33,7 +33,9 @@ public:
         std::shared_ptr<FileSystem> fileSystem;
         std::optional<std::vector<FileURL>> applicationsURLs; // default: /Applications, ~/Applications
         std::optional<std::vector<FileURL>> projectRoots;
-        std::shared_ptr<const RuleRegistry> ruleRegistry; // handed to the targets' classifiers
+        // Handed to the targets' classifiers. With a registry the scan also
+        // looks for anomalies and resolves the registry's rules on disk.
+        std::shared_ptr<const RuleRegistry> ruleRegistry;
         ProcessRunningCheck isProcessRunning;
         std::shared_ptr<ThermalGovernor> thermalGovernor; // default: the machine's providers
     };
@@ -70,10 +72,15 @@ public:
     static const CategorySet& systemCategories();
 
 private:
+    std::vector<DiscoveredItem> scanAnomalies(const ScanProgressHandler& progress) const;
+    std::vector<DiscoveredItem> scanRegistryRules(const RuleRegistry& registry, const CategorySet& categories,
+                                                  const ScanProgressHandler& progress, StopToken stop) const;
+
     FileURL homeURL_;
     std::vector<FileURL> applicationsURLs_;
     std::shared_ptr<FileSystem> fileSystem_;
     std::shared_ptr<ThermalGovernor> thermalGovernor_;
+    std::shared_ptr<const RuleRegistry> ruleRegistry_;
     Stages stages_;
 };
 
