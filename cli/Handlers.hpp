@@ -23,4 +23,8 @@ int handleRules(const Arguments& args);
 // Cannot fail: whatever happens, the status is 0.
 int handleFDA(const Arguments& args);
 
+// mcp: the agent server on standard input and output until input ends (every
+// word behind it is ignored).
+int handleMCP(const Arguments& args);
+
 } // namespace unbulk::cli

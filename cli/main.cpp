@@ -30,6 +30,7 @@ constexpr std::array commands{
     Command{"clean", &unbulk::cli::handleClean},
     Command{"rules", &unbulk::cli::handleRules},
     Command{"fda", &unbulk::cli::handleFDA},
+    Command{"mcp", &unbulk::cli::handleMCP},
 };
 
 constexpr std::string_view helpText =

@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <system_error>
 #include <utility>
 
@@ -41,6 +42,26 @@ struct Pipe {
     Descriptor read, write;
 };
 
+// An unlinked temporary file holding `contents`, positioned at its start: a
+// child reads it as standard input however large it is, and nothing here has
+// to feed a pipe while reading the child's output.
+int inputFile(const std::string& contents) {
+    std::string name = "/tmp/unbulk-stdin-XXXXXX";
+    const int fd = ::mkstemp(name.data());
+    if (fd < 0) fail("mkstemp");
+    ::unlink(name.c_str());
+    ::fcntl(fd, F_SETFD, FD_CLOEXEC);
+    std::string_view rest = contents;
+    while (!rest.empty()) {
+        const ssize_t n = ::write(fd, rest.data(), rest.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) fail("write");
+        rest.remove_prefix(static_cast<std::size_t>(n));
+    }
+    if (::lseek(fd, 0, SEEK_SET) != 0) fail("lseek");
+    return fd;
+}
+
 // The environment as "NAME=value" strings: ours, with the overrides applied.
 std::vector<std::string> childEnvironment(const std::map<std::string, std::string>& overrides) {
     std::vector<std::string> result;
@@ -71,8 +92,9 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
     std::vector<std::string> envStrings = childEnvironment(options.environment);
     std::vector<char*> argv = pointers(argvStrings), envp = pointers(envStrings);
 
-    Descriptor devNull(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    if (devNull.fd < 0) fail("open /dev/null");
+    Descriptor input(options.standardInput ? inputFile(*options.standardInput)
+                                             : ::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (input.fd < 0) fail("open standard input");
     Pipe out, err;
 
     const pid_t pid = ::fork();
@@ -80,7 +102,7 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
     if (pid == 0) {
         // dup2 clears close-on-exec on the targets; every other descriptor
         // of ours closes at execve.
-        if (::dup2(devNull.fd, STDIN_FILENO) >= 0 && ::dup2(out.write.fd, STDOUT_FILENO) >= 0 &&
+        if (::dup2(input.fd, STDIN_FILENO) >= 0 && ::dup2(out.write.fd, STDOUT_FILENO) >= 0 &&
             ::dup2(err.write.fd, STDERR_FILENO) >= 0) {
             ::execve(program.c_str(), argv.data(), envp.data());
         }
@@ -88,7 +110,7 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
     }
     out.write.reset();
     err.write.reset();
-    devNull.reset();
+    input.reset();
 
     ProcessResult result;
     const auto deadline = std::chrono::steady_clock::now() + options.timeout;

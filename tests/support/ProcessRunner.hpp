@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,10 +25,12 @@ struct ProcessOptions {
     std::map<std::string, std::string> environment;
     // After this, the child is killed and the result says timedOut.
     std::chrono::milliseconds timeout{60'000};
+    // What the child reads on standard input; /dev/null when absent.
+    std::optional<std::string> standardInput;
 };
 
 // Runs `program` with `arguments` (argv[1]...) directly through execve, with
-// no shell in between, standard input from /dev/null, and standard output and
+// no shell in between, standard input from options.standardInput, and standard output and
 // standard error captured on pipes of their own. Waits for the end.
 ProcessResult runProcess(const std::string& program, const std::vector<std::string>& arguments,
                          const ProcessOptions& options = {});

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "MCP/JSONValue.hpp"
+#include "Support/Json.hpp"
+
+// The Model Context Protocol records this server speaks, JSON-coded under
+// their field names. They are one vocabulary, so they share a file.
+namespace unbulk {
+
+struct MCPImplementationInfo {
+    std::string name;
+    std::string version;
+};
+
+// The server does not read initialize's parameters; the record completes the
+// vocabulary.
+struct MCPInitializeParams {
+    std::string protocolVersion;
+    std::optional<JSONValue> capabilities;
+    std::optional<MCPImplementationInfo> clientInfo;
+};
+
+struct MCPServerCapabilities {
+    std::map<std::string, bool> tools;
+};
+
+struct MCPInitializeResult {
+    std::string protocolVersion;
+    MCPServerCapabilities capabilities;
+    MCPImplementationInfo serverInfo;
+};
+
+struct MCPTool {
+    std::string name;
+    std::string description;
+    JSONValue inputSchema;
+};
+
+struct MCPToolsListResult {
+    std::vector<MCPTool> tools;
+};
+
+// Likewise vocabulary: the server picks name and arguments out of the raw
+// parameters itself.
+struct MCPCallToolParams {
+    std::string name;
+    std::optional<JSONValue::Object> arguments;
+};
+
+struct MCPToolContent {
+    std::string type = "text";
+    std::string text;
+};
+
+struct MCPCallToolResult {
+    std::vector<MCPToolContent> content;
+    bool isError = false;
+
+    // One text item.
+    static MCPCallToolResult text(std::string text, bool isError = false) {
+        return {{MCPToolContent{"text", std::move(text)}}, isError};
+    }
+};
+
+Json toJson(const MCPImplementationInfo& info);
+Json toJson(const MCPInitializeParams& params);
+Json toJson(const MCPServerCapabilities& capabilities);
+Json toJson(const MCPInitializeResult& result);
+Json toJson(const MCPTool& tool);
+Json toJson(const MCPToolsListResult& result);
+Json toJson(const MCPCallToolParams& params);
+Json toJson(const MCPToolContent& content);
+Json toJson(const MCPCallToolResult& result);
+
+} // namespace unbulk

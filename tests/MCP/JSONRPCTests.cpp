@@ -1,0 +1,60 @@
+#include <gtest/gtest.h>
+
+#include "MCP/JSONRPC.hpp"
+
+namespace unbulk {
+namespace {
+
+JSONRPCRequest request(const char* text) { return jsonRpcRequestFromJson(Json::parse(text)); }
+
+TEST(JSONValueTest, DecodesEachCaseAndEncodesBackToEqualJson) {
+    const Json json = Json::parse(R"({"a": [1, "x", null, true, 2.5, {"b": false}]})");
+    const JSONValue value = jsonValueFromJson(json);
+    const JSONValue::Array& array = *value.objectValue()->at("a").arrayValue();
+    EXPECT_EQ(array[0], JSONValue(1.0));
+    EXPECT_EQ(array[1], JSONValue("x"));
+    EXPECT_TRUE(array[2].isNull());
+    EXPECT_EQ(array[3], JSONValue(true)); // a boolean, never the number 1
+    EXPECT_EQ(array[5], JSONValue(JSONValue::Object{{"b", JSONValue(false)}}));
+    EXPECT_EQ(toJson(value), json);
+    EXPECT_EQ(toJson(JSONValue(3.0)).dump(), "3"); // whole numbers without a fraction
+    EXPECT_EQ(toJson(JSONValue(-0.5)).dump(), "-0.5");
+}
+
+TEST(JSONRPCIdTest, IntegersThenStringsAndNothingElse) {
+    EXPECT_EQ(jsonRpcIdFromJson(Json(7)), JSONRPCId{std::int64_t{7}});
+    EXPECT_EQ(jsonRpcIdFromJson(Json("7")), JSONRPCId{std::string("7")});
+    for (const char* bad : {"1.5", "true", "null", "[1]", "{}"}) {
+        try {
+            jsonRpcIdFromJson(Json::parse(bad));
+            ADD_FAILURE() << bad << " read as an id";
+        } catch (const JSONRPCDecodingError& error) {
+            EXPECT_STREQ(error.what(), "Expected String or Int id") << bad;
+        }
+    }
+}
+
+TEST(JSONRPCRequestTest, MethodAndVersionAreRequiredButTheVersionIsNotTested) {
+    EXPECT_THROW(request(R"({"jsonrpc":"2.0","id":1})"), JSONRPCDecodingError);
+    EXPECT_THROW(request(R"({"id":1,"method":"ping"})"), JSONRPCDecodingError);
+    EXPECT_THROW(request(R"({"jsonrpc":"2.0","method":"ping","id":true})"), JSONRPCDecodingError);
+    EXPECT_THROW(request("[]"), JSONRPCDecodingError);
+    EXPECT_EQ(request(R"({"jsonrpc":"1.0","method":"ping"})").jsonrpc, "1.0");
+}
+
+TEST(JSONRPCRequestTest, NullIdAndNullParamsReadAsAbsent) {
+    const JSONRPCRequest decoded = request(R"({"jsonrpc":"2.0","id":null,"method":"m","params":null})");
+    EXPECT_FALSE(decoded.id);
+    EXPECT_FALSE(decoded.params);
+    EXPECT_EQ(request(R"({"jsonrpc":"2.0","id":"abc","method":"m"})").id, JSONRPCId{std::string("abc")});
+}
+
+TEST(JSONRPCResponseTest, AbsentFieldsWriteNoKey) {
+    EXPECT_EQ(toJson(JSONRPCResponse::withResult(std::nullopt, JSONValue(JSONValue::Object{}))),
+              Json::parse(R"({"jsonrpc":"2.0","result":{}})"));
+    EXPECT_EQ(toJson(JSONRPCResponse::withError(JSONRPCId{std::string("x")}, JSONRPCError::methodNotFound())),
+              Json::parse(R"({"jsonrpc":"2.0","id":"x","error":{"code":-32601,"message":"Method not found"}})"));
+}
+
+} // namespace
+} // namespace unbulk
