@@ -1,6 +1,6 @@
 # The README's commands. `make run` and `make test` each install what is
 # missing first, so a fresh clone needs nothing but these.
-.PHONY: run test build bench deps format clean asan tsan check-macos
+.PHONY: run test build bench deps format clean asan tsan check-macos fuzz
 
 JOBS ?= $(shell nproc 2>/dev/null || sysctl -n hw.ncpu 2>/dev/null || echo 2)
 
@@ -24,10 +24,17 @@ asan: deps
 	@cmake --build --preset asan -j $(JOBS)
 	@ctest --preset asan -j $(JOBS)
 
+# TSAN_TESTS narrows the run to the tests whose names match (a ctest -R
+# expression); CI gives it the threaded ones.
+TSAN_TESTS ?=
 tsan: deps
 	@cmake --preset tsan >/dev/null
 	@cmake --build --preset tsan -j $(JOBS)
-	@ctest --preset tsan -j $(JOBS)
+	@ctest --preset tsan -j $(JOBS) $(if $(TSAN_TESTS),-R '$(TSAN_TESTS)')
+
+# libFuzzer targets with clang 16, each run for FUZZ_SECONDS (default 30).
+fuzz: deps
+	@scripts/fuzz
 
 # clang 16 with libc++ 16 over every source; with MACOS_SDK set, also every
 # .cpp and .mm for arm64 and x86_64 macOS 13 against that SDK.
