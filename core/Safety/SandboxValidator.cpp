@@ -4,19 +4,18 @@
 
 #include "Platform/CurrentDirectory.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Unicode.hpp"
 
 namespace unbulk::SandboxValidator {
 namespace {
 
-// Case is ignored in ASCII only: the names we protect are ASCII, and folding
-// anything else could make two different non-ASCII names look the same.
-std::string lowercased(std::string_view text) {
-    std::string out(text);
-    for (char& c : out) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return out;
-}
+// Names are compared by what they look like, not only ASCII-insensitively:
+// on a case-insensitive disk "Des\u212Atop" (KELVIN SIGN) is the Desktop and
+// "/Sy\u017Ftem" (LONG S) is /System, and a name that merely looks like a
+// protected one ("D\u043Ecuments" with a Cyrillic o, a fullwidth letter, a
+// zero-width space) is refused as well: no person could tell it apart in a
+// confirmation. Stricter than matching names alone, on purpose.
+std::string lowercased(std::string_view text) { return unicode::nameSkeleton(text); }
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) { return lowercased(a) == lowercased(b); }
 
@@ -131,10 +130,29 @@ void checkPlace(const std::string& path, const std::string& homePath) {
     checkPathDepth(path, homePath);
 }
 
+// The path with every link resolved in the part of it that exists. A missing
+// tail below a link names a place inside the link's target, and is judged
+// there: "cache/link/x" with link -> /etc is "/etc/x" whether x exists yet
+// or not.
+std::string resolvingExistingPart(const std::string& path, const FileSystem& fileSystem) {
+    std::string existing = path;
+    std::string tail;
+    std::error_code error;
+    while (existing != "/" && !fileSystem.linkStatus(existing, error)) {
+        const std::string last = paths::lastComponent(existing);
+        tail = tail.empty() ? last : last + "/" + tail;
+        existing = paths::deletingLastComponent(existing);
+        if (existing.empty()) return path;
+    }
+    const std::string resolved = fileSystem.resolvingSymlinks(existing);
+    return tail.empty() ? resolved : paths::appending(resolved, tail);
+}
+
 std::string replacingAll(std::string text, std::string_view target) {
     if (target.empty()) return text;
     std::size_t at = 0;
-    while ((at = text.find(target, at)) != std::string::npos) text.erase(at, target.size());
+    while ((at = text.find(target, at)) != std::string::npos)
+        text.erase(at, target.size());
     return text;
 }
 
@@ -160,7 +178,7 @@ void validatePath(std::string_view path, const FileURL& homeURL, const FileSyste
     checkPlace(candidate, homePath);
 
     // A link may lead somewhere the path itself would never be allowed.
-    const std::string resolved = paths::standardizingPath(fileSystem.resolvingSymlinks(candidate), homePath);
+    const std::string resolved = paths::standardizingPath(resolvingExistingPart(candidate, fileSystem), homePath);
     if (resolved != candidate) {
         if (resolved == "/") {
             throw SandboxSecurityError::symlinkEscapedSandbox(candidate, resolved, "Symlink points to root directory");
@@ -254,7 +272,8 @@ void validatePattern(std::string_view pattern, const std::optional<FileURL>& bas
 }
 
 void validateRule(const RuleDefinition& rule, const FileURL& homeURL, const FileSystem& fileSystem) {
-    for (const auto& pattern : rule.patterns) validatePattern(pattern, std::nullopt, homeURL, fileSystem);
+    for (const auto& pattern : rule.patterns)
+        validatePattern(pattern, std::nullopt, homeURL, fileSystem);
 }
 
 void validateRule(const RuleDefinition& rule, const FileURL& homeURL) {

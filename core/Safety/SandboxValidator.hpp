@@ -34,8 +34,10 @@ inline constexpr std::array<std::string_view, 10> forbiddenUserDirectories{
 #if defined(__linux__)
 // Home directories of other users, refused unless the path lies in our own.
 inline constexpr std::array<std::string_view, 2> linuxUserRoots{"/home", "/root"};
-// Kernel and boot file systems.
-inline constexpr std::array<std::string_view, 4> linuxSystemPrefixes{"/proc", "/sys", "/run", "/boot"};
+// Kernel and boot file systems, and the mount points of other disks (what
+// /Volumes is on the Mac).
+inline constexpr std::array<std::string_view, 7> linuxSystemPrefixes{"/proc", "/sys",   "/run", "/boot",
+                                                                     "/mnt",  "/media", "/srv"};
 #endif
 
 // A path as a user or a caller gives it: "~" and "~/" are read against the

@@ -27,8 +27,8 @@ std::vector<std::string> graphemeClusters(std::string_view utf8) {
 
     auto closeCluster = [&](utf8proc_ssize_t end) {
         if (end > clusterStart) {
-            clusters.emplace_back(utf8.substr(static_cast<std::size_t>(clusterStart),
-                                              static_cast<std::size_t>(end - clusterStart)));
+            clusters.emplace_back(
+                utf8.substr(static_cast<std::size_t>(clusterStart), static_cast<std::size_t>(end - clusterStart)));
         }
         clusterStart = end;
     };
@@ -63,9 +63,8 @@ std::string nfc(std::string_view utf8) {
     // input needs no terminating copy and an embedded NUL does not cut it short.
     utf8proc_uint8_t* mapped = nullptr;
     utf8proc_ssize_t length =
-        utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(utf8.data()),
-                     static_cast<utf8proc_ssize_t>(utf8.size()), &mapped,
-                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+        utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(utf8.data()), static_cast<utf8proc_ssize_t>(utf8.size()),
+                     &mapped, static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
     if (length < 0 || mapped == nullptr) {
         std::free(mapped);
         return std::string(utf8);
@@ -128,6 +127,60 @@ std::string lowercased(std::string_view text) {
     return out;
 }
 
+std::string caseFolded(std::string_view text) {
+    if (!isAscii(text) && !scalars(text)) {
+        std::string out(text);
+        for (char& c : out) {
+            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        }
+        return out;
+    }
+    utf8proc_uint8_t* folded = nullptr;
+    const auto length =
+        utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()), static_cast<utf8proc_ssize_t>(text.size()),
+                     &folded, static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD));
+    if (length < 0) return std::string(text);
+    std::string out(reinterpret_cast<const char*>(folded), static_cast<std::size_t>(length));
+    std::free(folded);
+    return out;
+}
+
+std::string nameSkeleton(std::string_view text) {
+    if (!isAscii(text) && !scalars(text)) return caseFolded(text);
+    utf8proc_uint8_t* mapped = nullptr;
+    const auto length = utf8proc_map(
+        reinterpret_cast<const utf8proc_uint8_t*>(text.data()), static_cast<utf8proc_ssize_t>(text.size()), &mapped,
+        static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_COMPAT | UTF8PROC_CASEFOLD |
+                                       UTF8PROC_IGNORE));
+    if (length < 0) return caseFolded(text);
+    const std::string folded(reinterpret_cast<const char*>(mapped), static_cast<std::size_t>(length));
+    std::free(mapped);
+
+    // Letters of other scripts that are drawn like Latin ones (after folding,
+    // so lower case only).
+    static constexpr std::pair<char32_t, char> lookAlikes[] = {
+        {U'\u0131', 'i'}, {U'\u0237', 'j'}, // dotless i and j
+        {U'\u0430', 'a'}, {U'\u0435', 'e'}, {U'\u043E', 'o'}, {U'\u0440', 'p'}, {U'\u0441', 'c'},
+        {U'\u0443', 'y'}, {U'\u0445', 'x'}, {U'\u0455', 's'}, {U'\u0456', 'i'}, {U'\u0458', 'j'},
+        {U'\u04CF', 'l'}, {U'\u0501', 'd'}, {U'\u043A', 'k'}, // Cyrillic
+        {U'\u03B1', 'a'}, {U'\u03B5', 'e'}, {U'\u03B9', 'i'}, {U'\u03BA', 'k'}, {U'\u03BD', 'v'},
+        {U'\u03BF', 'o'}, {U'\u03C1', 'p'}, {U'\u03C5', 'u'}, // Greek
+    };
+    std::string out;
+    out.reserve(folded.size());
+    const std::u32string foldedScalars = scalars(folded).value_or(std::u32string());
+    for (char32_t scalar : foldedScalars) {
+        auto it = std::find_if(std::begin(lookAlikes), std::end(lookAlikes),
+                               [&](const auto& entry) { return entry.first == scalar; });
+        if (it != std::end(lookAlikes)) {
+            out += it->second;
+        } else {
+            appendUtf8(out, scalar);
+        }
+    }
+    return out;
+}
+
 bool isAlphanumeric(char32_t scalar) {
     switch (utf8proc_category(static_cast<utf8proc_int32_t>(scalar))) {
     case UTF8PROC_CATEGORY_LU:
@@ -140,10 +193,8 @@ bool isAlphanumeric(char32_t scalar) {
     case UTF8PROC_CATEGORY_ME:
     case UTF8PROC_CATEGORY_ND:
     case UTF8PROC_CATEGORY_NL:
-    case UTF8PROC_CATEGORY_NO:
-        return true;
-    default:
-        return false;
+    case UTF8PROC_CATEGORY_NO: return true;
+    default: return false;
     }
 }
 

@@ -43,6 +43,21 @@ void appendUtf8(std::string& out, char32_t scalar);
 // the Unicode data: one scalar each). Bytes that are not valid UTF-8 stay.
 std::string lowercased(std::string_view text);
 
+// The text as a case-insensitive, normalisation-insensitive file system
+// compares names: Unicode case folding (the KELVIN SIGN folds to "k", LONG S
+// to "s") on the composed form. Bytes that are not valid UTF-8 stay, with
+// ASCII letters lowered.
+std::string caseFolded(std::string_view text);
+
+// What a name looks like, for refusing look-alikes of protected names: the
+// compatibility-composed, case-folded text (fullwidth and ligature forms
+// become their letters, the KELVIN SIGN "k", LONG S "s") without
+// default-ignorable characters (zero-width spaces and joiners), with the
+// Cyrillic, Greek and dotless letters that look like Latin ones replaced by
+// those. Two names with one skeleton look the same to a person. Bytes that are
+// not valid UTF-8 stay, with ASCII letters lowered.
+std::string nameSkeleton(std::string_view text);
+
 // Letters, marks and digits of any script (general categories L*, M*, N*).
 bool isAlphanumeric(char32_t scalar);
 

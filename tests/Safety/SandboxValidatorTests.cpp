@@ -104,13 +104,14 @@ TEST(SandboxValidatorTest, PathsAndPatterns) {
             {path, "../x", E::directoryTraversalDetected("../x")},
             {path, "~/a/..", E::directoryTraversalDetected("~/a/..")}, {path, "/x/y..z", passes},
             {pattern, "/x/y..z", E::directoryTraversalDetected("/x/y..z")},
-            // Links are judged where they lead; a path that does not exist,
-            // links followed, is judged as written: nothing is there to take.
+            // Links are judged where they lead, also for a name below a link
+            // that does not exist (yet): it names a place in the target.
             {path, "~/cache/root", E::symlinkEscapedSandbox(home + "/cache/root", "/", toRoot)},
             {path, "~/cache/home",
              E::symlinkEscapedSandbox(home + "/cache/home", home, "Symlink points to home directory")},
             {path, "~/cache/documents", E::forbiddenUserDirectory(home + "/Documents", "Documents")},
-            {path, "~/cache/root/x", passes}, {path, "~/cache/harmless", passes},
+            {path, "~/cache/root/x", E::insufficientPathDepth("/x", 1)},
+            {path, "~/cache/harmless/x", passes}, {path, "~/cache/harmless", passes},
             {pattern, "~/Library/Caches/**", passes},
             {pattern, "/*", E::wildcardTargetsForbiddenScope("/*", "Root filesystem")},
             {pattern, "*", E::wildcardTargetsForbiddenScope("*", "Root filesystem")},
