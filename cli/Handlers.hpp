@@ -16,6 +16,12 @@ int handleScan(const Arguments& args);
 //       [--category <raw value>]
 int handleClean(const Arguments& args);
 
+// maintenance [dns | purgeable | spotlight | all]: any other word runs all.
+int handleMaintenance(const Arguments& args);
+
+// vitals [--json]
+int handleVitals(const Arguments& args);
+
 // rules (every word behind it is ignored)
 int handleRules(const Arguments& args);
 

@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 
+#include "Maintenance/VitalsMonitor.hpp"
 #include "Models/Categories.hpp"
 #include "Models/ScanItem.hpp"
 #include "Platform/CurrentDirectory.hpp"
@@ -139,6 +140,10 @@ MCPCallToolResult cleanStorage(const Arguments& arguments) {
     return jsonResult(toJson(summary, DateEncoding::iso8601));
 }
 
+MCPCallToolResult getSystemVitals(const Arguments&) {
+    return jsonResult(toJson(VitalsMonitor::getSystemVitals(), DateEncoding::iso8601));
+}
+
 MCPCallToolResult listRules(const Arguments&) {
     const Context context;
     const RuleRegistry registry(std::nullopt, context.homeURL, context.fileSystem);
@@ -233,6 +238,12 @@ const std::vector<ToolRow>& toolTable() {
           {"permanent", "boolean", "If true and confirmed, purges permanently bypassing Trash (default: false)"}},
          {},
          &cleanStorage},
+        {"get_system_vitals",
+         "Returns real-time Mach kernel CPU percentage, memory pressure status, free disk capacity, battery health, "
+         "and thermal state.",
+         {},
+         {},
+         &getSystemVitals},
         {"list_rules",
          "Returns all active built-in and dynamic cleanup rules from the rule registry.",
          {},

@@ -39,8 +39,8 @@ TEST_F(MCPToolsTest, ListsItsToolsInOrderWithTheirSchemas) {
         names.push_back(tool.name);
         schemas[tool.name] = toJson(tool.inputSchema);
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"scan_storage", "clean_storage", "list_rules", "register_rule",
-                                               "inspect_anomalies"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"scan_storage", "clean_storage", "get_system_vitals", "list_rules",
+                                               "register_rule", "inspect_anomalies"}));
     EXPECT_EQ(schemas["list_rules"], Json::parse(R"({"type":"object","properties":{}})"));
     EXPECT_EQ(schemas["scan_storage"]["properties"]["categories"]["items"], Json::parse(R"({"type":"string"})"));
     EXPECT_EQ(schemas["register_rule"]["required"], Json::parse(R"(["id","name","pattern","category","risk_tier"])"));
@@ -128,6 +128,12 @@ TEST_F(MCPToolsTest, RegisterRuleNeedsItsArgumentsAndThePassOfTheSandbox) {
     EXPECT_ANY_THROW(call("register_rule", R"({"id":"all","name":"All","pattern":"~/*","category":"x",
         "risk_tier":"KEEP"})"));
     EXPECT_FALSE(std::filesystem::exists(home.at(".unbulk/rules.json")));
+}
+
+TEST_F(MCPToolsTest, SystemVitalsComeWithIsoDates) {
+    const Json vitals = document(call("get_system_vitals", R"({"ignored":true})"));
+    EXPECT_TRUE(vitals["timestamp"].is_string());
+    EXPECT_GT(vitals["memory"]["totalBytes"].get<std::int64_t>(), 0);
 }
 
 TEST_F(MCPToolsTest, InspectAnomaliesUsesItsSizeThreshold) {
