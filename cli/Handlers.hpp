@@ -16,6 +16,9 @@ int handleScan(const Arguments& args);
 //       [--category <raw value>]
 int handleClean(const Arguments& args);
 
+// spacelens (and space) [--path <dir>] [--depth <n>] [--json]
+int handleSpaceLens(const Arguments& args);
+
 // maintenance [dns | purgeable | spotlight | all]: any other word runs all.
 int handleMaintenance(const Arguments& args);
 

@@ -1,5 +1,6 @@
 #include "MCP/MCPTools.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <functional>
@@ -18,6 +19,7 @@
 #include "Safety/TrashPipeline.hpp"
 #include "Scanner/AnomalyDetector.hpp"
 #include "Scanner/DeepScanEngine.hpp"
+#include "SpaceLens/SpaceLensEngine.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk::MCPTools {
@@ -140,6 +142,17 @@ MCPCallToolResult cleanStorage(const Arguments& arguments) {
     return jsonResult(toJson(summary, DateEncoding::iso8601));
 }
 
+MCPCallToolResult inspectDirectory(const Arguments& arguments) {
+    const auto path = stringArgument(arguments, "path");
+    if (!path) return MCPCallToolResult::text("Missing required argument 'path'", true);
+    // A number, truncated: 1.9 searches one level.
+    const double depth = numberArgument(arguments, "depth").value_or(3);
+    const int maxDepth = std::isfinite(depth) ? static_cast<int>(std::clamp(std::trunc(depth), -1e9, 1e9)) : 3;
+    const Context context;
+    const SpaceLensEngine engine(context.fileSystem);
+    return jsonResult(toJson(engine.scanDirectory(fileURLWithPath(*path, *context.fileSystem), maxDepth)));
+}
+
 MCPCallToolResult getSystemVitals(const Arguments&) {
     return jsonResult(toJson(VitalsMonitor::getSystemVitals(), DateEncoding::iso8601));
 }
@@ -238,6 +251,12 @@ const std::vector<ToolRow>& toolTable() {
           {"permanent", "boolean", "If true and confirmed, purges permanently bypassing Trash (default: false)"}},
          {},
          &cleanStorage},
+        {"inspect_directory",
+         "Performs high-speed hierarchical directory breakdown by physical and logical storage size.",
+         {{"path", "string", "Absolute path of the directory to inspect"},
+          {"depth", "integer", "Maximum search depth (default: 3)"}},
+         {"path"},
+         &inspectDirectory},
         {"get_system_vitals",
          "Returns real-time Mach kernel CPU percentage, memory pressure status, free disk capacity, battery health, "
          "and thermal state.",

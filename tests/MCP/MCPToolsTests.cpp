@@ -39,8 +39,11 @@ TEST_F(MCPToolsTest, ListsItsToolsInOrderWithTheirSchemas) {
         names.push_back(tool.name);
         schemas[tool.name] = toJson(tool.inputSchema);
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"scan_storage", "clean_storage", "get_system_vitals", "list_rules",
-                                               "register_rule", "inspect_anomalies"}));
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"scan_storage", "clean_storage", "inspect_directory", "get_system_vitals",
+                                        "list_rules", "register_rule", "inspect_anomalies"}));
+    EXPECT_EQ(schemas["inspect_directory"]["required"], Json::parse(R"(["path"])"));
+    EXPECT_EQ(schemas["inspect_directory"]["properties"]["depth"]["type"], "integer");
     EXPECT_EQ(schemas["list_rules"], Json::parse(R"({"type":"object","properties":{}})"));
     EXPECT_EQ(schemas["scan_storage"]["properties"]["categories"]["items"], Json::parse(R"({"type":"string"})"));
     EXPECT_EQ(schemas["register_rule"]["required"], Json::parse(R"(["id","name","pattern","category","risk_tier"])"));
@@ -128,6 +131,19 @@ TEST_F(MCPToolsTest, RegisterRuleNeedsItsArgumentsAndThePassOfTheSandbox) {
     EXPECT_ANY_THROW(call("register_rule", R"({"id":"all","name":"All","pattern":"~/*","category":"x",
         "risk_tier":"KEEP"})"));
     EXPECT_FALSE(std::filesystem::exists(home.at(".unbulk/rules.json")));
+}
+
+TEST_F(MCPToolsTest, InspectDirectoryTruncatesItsDepthAndNeedsAPath) {
+    home.writeFile("tree/a/b/file", "x");
+    const Json node =
+        document(call("inspect_directory", (R"({"path":")" + home.at("tree") + R"(","depth":1.9})").c_str()));
+    ASSERT_EQ(node["children"].size(), 1u);
+    EXPECT_FALSE(node["children"][0].contains("children")); // cut off at depth 1
+    EXPECT_EQ(node["children"][0]["itemCount"], 1);
+    const auto missing = call("inspect_directory", R"({"path":7})");
+    EXPECT_TRUE(missing.isError);
+    EXPECT_EQ(missing.content.at(0).text, "Missing required argument 'path'");
+    EXPECT_ANY_THROW(call("inspect_directory", R"({"path":"/no/such/place"})"));
 }
 
 TEST_F(MCPToolsTest, SystemVitalsComeWithIsoDates) {

@@ -1,0 +1,172 @@
+#include "SpaceLens/SpaceLensEngine.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+
+#include <tbb/task_group.h>
+
+#include "SpaceLens/FileCategorizer.hpp"
+#include "Support/CheckedMath.hpp"
+#include "Support/Paths.hpp"
+
+namespace unbulk {
+
+SpaceLensError::SpaceLensError(const std::string& missingPath)
+    : std::runtime_error("The file \u201C" + paths::lastComponent(missingPath) +
+                         "\u201D couldn\u2019t be opened because there is no such file. (" + missingPath + ")"),
+      path(missingPath) {}
+
+SpaceLensEngine::SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<FileTypes> fileTypes)
+    : fileSystem_(std::move(fileSystem)), fileTypes_(std::move(fileTypes)) {}
+
+SpaceNode SpaceLensEngine::scanDirectory(const FileURL& url, int maxDepth, StopToken stop) const {
+    return buildNode(url, 0, maxDepth, stop);
+}
+
+SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& path) const {
+    Measure measure;
+    std::error_code error;
+    const auto status = fileSystem_->linkStatus(path, error);
+    if (!status) return measure;
+    if (status->kind != FileKind::directory) {
+        measure.allocated = status->kind == FileKind::regular ? status->allocatedSize : 0;
+        measure.logical = status->kind == FileKind::regular ? status->size : 0;
+        measure.count = 1;
+        return measure;
+    }
+    WalkCallbacks callbacks;
+    callbacks.visit = [&](const WalkEntry& entry) {
+        if (entry.kind == FileKind::regular && entry.status) {
+            measure.count = checkedAdd(measure.count, 1);
+            measure.allocated = checkedAdd(measure.allocated, entry.status->allocatedSize);
+            measure.logical = checkedAdd(measure.logical, entry.status->size);
+        }
+        return WalkAction::proceed;
+    };
+    callbacks.onError = [](const std::string&, std::error_code, WalkFailure) {};
+    fileSystem_->walk(path, {.status = WalkStatus::regularFiles, .descendIntoPackages = false}, callbacks);
+    measure.count = std::max<std::int64_t>(measure.count, 1);
+    return measure;
+}
+
+SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int maxDepth, StopToken stop) const {
+    // The root is taken as asked, links followed; below it a link is a leaf
+    // of its own size, so no walk can loop or leave the tree.
+    std::error_code error;
+    const auto followed =
+        currentDepth == 0 ? fileSystem_->status(url.path(), error) : fileSystem_->linkStatus(url.path(), error);
+    if (!followed) throw SpaceLensError(url.path());
+    const bool isDirectory = followed->kind == FileKind::directory;
+    const bool isPackage = isDirectory && fileSystem_->isPackage(url.path());
+
+    SpaceNode node = SpaceNode::make(FileURL(url.path(), isDirectory), isDirectory);
+    node.lastAccessedDate = followed->accessDate;
+    node.lastModifiedDate = followed->modificationDate;
+
+    if (!isDirectory || (isPackage && currentDepth > 0)) {
+        if (isPackage) {
+            const Measure measure = recursiveMeasure(url.path());
+            node.allocatedSizeBytes = measure.allocated;
+            node.logicalSizeBytes = measure.logical;
+        } else if (followed->kind == FileKind::regular || followed->kind == FileKind::symbolicLink) {
+            node.allocatedSizeBytes = followed->allocatedSize;
+            node.logicalSizeBytes = followed->size;
+        }
+        node.itemCount = 1;
+        node.fileCategory = FileCategorizer::categorize(node.url, *fileTypes_);
+        return node;
+    }
+
+    const auto entries = fileSystem_->contentsOfDirectory(url.path(), {.skipHiddenFiles = true}, error);
+    if (error) {
+        node.children = std::vector<SpaceNode>{};
+        return node;
+    }
+
+    std::int64_t allocated = 0, logical = 0, count = 0;
+    if (currentDepth < maxDepth) {
+        // One task per entry; children are gathered as they finish, and the
+        // sort below keeps that order among equals.
+        std::vector<SpaceNode> children;
+        std::mutex gathered;
+        bool cancelled = false;
+        tbb::task_group group;
+        for (const auto& entry : entries) {
+            group.run([&, childURL = FileURL(paths::appending(url.path(), entry.name))] {
+                if (stop.stopRequested()) {
+                    std::lock_guard lock(gathered);
+                    cancelled = true;
+                    return;
+                }
+                try {
+                    SpaceNode child = buildNode(childURL, currentDepth + 1, maxDepth, stop);
+                    std::lock_guard lock(gathered);
+                    children.push_back(std::move(child));
+                } catch (const SpaceLensError&) {
+                    // Vanished since the listing: left out.
+                } catch (const CancellationError&) {
+                    std::lock_guard lock(gathered);
+                    cancelled = true;
+                }
+            });
+        }
+        group.wait();
+        if (cancelled) throw CancellationError{};
+        std::stable_sort(children.begin(), children.end(), [](const SpaceNode& a, const SpaceNode& b) {
+            return a.allocatedSizeBytes > b.allocatedSizeBytes;
+        });
+        for (const auto& child : children) {
+            allocated = checkedAdd(allocated, child.allocatedSizeBytes);
+            logical = checkedAdd(logical, child.logicalSizeBytes);
+            count = checkedAdd(count, child.itemCount);
+        }
+        node.children = std::move(children);
+    } else {
+        for (const auto& entry : entries) {
+            throwIfCancelled(stop);
+            const Measure measure = recursiveMeasure(paths::appending(url.path(), entry.name));
+            allocated = checkedAdd(allocated, measure.allocated);
+            logical = checkedAdd(logical, measure.logical);
+            count = checkedAdd(count, measure.count);
+        }
+    }
+    node.allocatedSizeBytes = allocated;
+    node.logicalSizeBytes = logical;
+    node.itemCount = std::max<std::int64_t>(count, 1);
+    return node;
+}
+
+std::vector<SpaceNode> SpaceLensEngine::filter(const SpaceNode& root, std::optional<std::int64_t> minSize,
+                                               std::optional<double> minAgeSeconds,
+                                               std::optional<FileCategory> category) {
+    const Date now = std::chrono::system_clock::now();
+    std::vector<SpaceNode> result;
+    std::vector<const SpaceNode*> pending{&root};
+    while (!pending.empty()) {
+        const SpaceNode* node = pending.back();
+        pending.pop_back();
+        bool passes = !minSize || node->allocatedSizeBytes >= *minSize || node->logicalSizeBytes >= *minSize;
+        if (passes && minAgeSeconds) {
+            const auto date = node->lastAccessedDate ? node->lastAccessedDate : node->lastModifiedDate;
+            passes = date && std::chrono::duration<double>(now - *date).count() >= *minAgeSeconds;
+        }
+        if (passes && category) passes = node->fileCategory == category;
+        const bool opened = node->isDirectory && node->children;
+        if (passes && !opened) {
+            SpaceNode found = *node;
+            result.push_back(std::move(found));
+        }
+        // Depth first, each node before its children, in their order.
+        if (node->children) {
+            for (auto it = node->children->rbegin(); it != node->children->rend(); ++it)
+                pending.push_back(&*it);
+        }
+    }
+    std::stable_sort(result.begin(), result.end(), [](const SpaceNode& a, const SpaceNode& b) {
+        return a.allocatedSizeBytes > b.allocatedSizeBytes;
+    });
+    return result;
+}
+
+} // namespace unbulk

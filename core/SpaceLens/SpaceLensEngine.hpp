@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Models/SpaceNode.hpp"
+#include "Platform/FileSystem.hpp"
+#include "Platform/FileTypes.hpp"
+#include "Support/Cancellation.hpp"
+
+namespace unbulk {
+
+// Nothing exists where a space lens was pointed.
+struct SpaceLensError : std::runtime_error {
+    explicit SpaceLensError(const std::string& path);
+    std::string path;
+};
+
+// Measures a directory as a tree for disk-usage analysis: nodes down to a
+// depth limit, sizes rolled up from the leaves, children largest first,
+// every leaf classified. Below the limit it builds no nodes but still
+// measures everything, so the sizes at the visible level are true. Each
+// opened directory measures its entries in parallel. Hard links count every
+// time they are met; links are never followed below the root.
+class SpaceLensEngine {
+public:
+    explicit SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
+                             std::shared_ptr<FileTypes> fileTypes = makeDefaultFileTypes());
+
+    // The root at depth 0. Throws SpaceLensError when nothing is at `url`, and
+    // CancellationError when stop is requested.
+    SpaceNode scanDirectory(const FileURL& url, int maxDepth, StopToken stop = {}) const;
+
+    // Files, package leaves and directories cut off by depth (never an opened
+    // directory) that are at least `minSize` (allocated or logical), whose
+    // last access (else modification) is at least `minAgeSeconds` ago, and of
+    // `category`; largest first.
+    static std::vector<SpaceNode> filter(const SpaceNode& root, std::optional<std::int64_t> minSize,
+                                         std::optional<double> minAgeSeconds, std::optional<FileCategory> category);
+
+    struct Measure {
+        std::int64_t allocated = 0;
+        std::int64_t logical = 0;
+        std::int64_t count = 0;
+    };
+
+    // Every regular file below `path`, package contents aside (a package
+    // inside is skipped whole), hidden files included; the count at least 1.
+    Measure recursiveMeasure(const std::string& path) const;
+
+private:
+    SpaceNode buildNode(const FileURL& url, int currentDepth, int maxDepth, StopToken stop) const;
+
+    std::shared_ptr<FileSystem> fileSystem_;
+    std::shared_ptr<FileTypes> fileTypes_;
+};
+
+} // namespace unbulk
