@@ -16,6 +16,10 @@ int handleScan(const Arguments& args);
 //       [--category <raw value>]
 int handleClean(const Arguments& args);
 
+// uninstaller (and uninstall) [list [--json] | remove|uninstall <bundle id or
+// name> [--execute] [--force] [--json]]
+int handleUninstaller(const Arguments& args);
+
 // spacelens (and space) [--path <dir>] [--depth <n>] [--json]
 int handleSpaceLens(const Arguments& args);
 

@@ -28,6 +28,8 @@ struct Command {
 constexpr std::array commands{
     Command{"scan", &unbulk::cli::handleScan},
     Command{"clean", &unbulk::cli::handleClean},
+    Command{"uninstaller", &unbulk::cli::handleUninstaller},
+    Command{"uninstall", &unbulk::cli::handleUninstaller},
     Command{"spacelens", &unbulk::cli::handleSpaceLens},
     Command{"space", &unbulk::cli::handleSpaceLens},
     Command{"maintenance", &unbulk::cli::handleMaintenance},

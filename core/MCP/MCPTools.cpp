@@ -21,6 +21,10 @@
 #include "Scanner/DeepScanEngine.hpp"
 #include "SpaceLens/SpaceLensEngine.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Unicode.hpp"
+#include "Uninstaller/AppScanner.hpp"
+#include "Uninstaller/AppUninstaller.hpp"
+#include "Uninstaller/LeftoversHunter.hpp"
 
 namespace unbulk::MCPTools {
 namespace {
@@ -153,6 +157,48 @@ MCPCallToolResult inspectDirectory(const Arguments& arguments) {
     return jsonResult(toJson(engine.scanDirectory(fileURLWithPath(*path, *context.fileSystem), maxDepth)));
 }
 
+AppScanner appScanner(const Context& context) {
+    return AppScanner({.fileSystem = context.fileSystem, .homeURL = context.homeURL});
+}
+
+MCPCallToolResult listApps(const Arguments& arguments) {
+    const Context context;
+    const auto apps = appScanner(context).scanInstalledApps(false);
+    std::vector<AppLeftover> leftovers;
+    if (boolArgument(arguments, "include_leftovers", true)) {
+        leftovers = LeftoversHunter(context.homeURL, context.fileSystem).scanForLeftovers(apps);
+    }
+    Json installed = Json::array(), orphans = Json::array();
+    for (const auto& app : apps)
+        installed.push_back(toJson(app));
+    for (const auto& leftover : leftovers)
+        orphans.push_back(toJson(leftover));
+    return jsonResult(Json{{"installedApps", installed}, {"leftovers", orphans}});
+}
+
+MCPCallToolResult uninstallApp(const Arguments& arguments) {
+    const auto target = stringArgument(arguments, "bundle_id_or_name");
+    if (!target) return MCPCallToolResult::text("Missing required argument 'bundle_id_or_name'", true);
+    const bool dryRun = boolArgument(arguments, "dry_run", true);
+    const bool force = boolArgument(arguments, "force", false);
+    const Context context;
+    const std::string wanted = unicode::lowercased(*target);
+    for (const auto& app : appScanner(context).scanInstalledApps(false)) {
+        if (unicode::lowercased(app.bundleIdentifier) != wanted && unicode::lowercased(app.displayName) != wanted) {
+            continue;
+        }
+        auto logger = std::make_shared<AuditLogger>(std::nullopt, context.homeURL, context.fileSystem);
+        const AppUninstaller uninstaller({.fileSystem = context.fileSystem,
+                                          .trashPipeline = std::make_shared<const TrashPipeline>(
+                                              context.fileSystem, makeDefaultTrash(), logger, context.homeURL),
+                                          .auditLogger = logger,
+                                          .homeURL = context.homeURL});
+        return jsonResult(toJson(
+            uninstaller.uninstall(app, dryRun, {.force = force, .includeBundle = true, .includeDependencies = true})));
+    }
+    return MCPCallToolResult::text("Application not found matching '" + *target + "'", true);
+}
+
 MCPCallToolResult getSystemVitals(const Arguments&) {
     return jsonResult(toJson(VitalsMonitor::getSystemVitals(), DateEncoding::iso8601));
 }
@@ -257,6 +303,20 @@ const std::vector<ToolRow>& toolTable() {
           {"depth", "integer", "Maximum search depth (default: 3)"}},
          {"path"},
          &inspectDirectory},
+        {"list_apps",
+         "Lists installed applications in /Applications and ~/Applications along with orphaned leftovers from "
+         "previously deleted apps.",
+         {{"include_leftovers", "boolean", "Include orphaned leftover files from deleted apps (default: true)"}},
+         {},
+         &listApps},
+        {"uninstall_app",
+         "Completely uninstalls an application by moving its bundle, preferences, Application Support, caches, and "
+         "LaunchAgents to macOS Trash.",
+         {{"bundle_id_or_name", "string", "Bundle identifier (e.g. com.docker.docker) or display name (e.g. Docker)"},
+          {"dry_run", "boolean", "Simulate uninstallation without trashing files (default: true)"},
+          {"force", "boolean", "Force uninstall even if application is running (default: false)"}},
+         {"bundle_id_or_name"},
+         &uninstallApp},
         {"get_system_vitals",
          "Returns real-time Mach kernel CPU percentage, memory pressure status, free disk capacity, battery health, "
          "and thermal state.",

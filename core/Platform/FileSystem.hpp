@@ -35,6 +35,7 @@ struct FileStatus {
     std::uint64_t linkCount = 0;
     std::uint32_t permissions = 0; // the low 12 mode bits
     std::uint32_t ownerId = 0;
+    std::uint32_t flags = 0; // st_flags where the system has them (SF_RESTRICTED, ...); 0 elsewhere
     Date accessDate{};
     Date modificationDate{};
     Date statusChangeDate{};

@@ -5,6 +5,7 @@
 
 #include "MCP/MCPTools.hpp"
 #include "Support/Json.hpp"
+#include "support/AppBundles.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -39,9 +40,10 @@ TEST_F(MCPToolsTest, ListsItsToolsInOrderWithTheirSchemas) {
         names.push_back(tool.name);
         schemas[tool.name] = toJson(tool.inputSchema);
     }
-    EXPECT_EQ(names,
-              (std::vector<std::string>{"scan_storage", "clean_storage", "inspect_directory", "get_system_vitals",
-                                        "list_rules", "register_rule", "inspect_anomalies"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"scan_storage", "clean_storage", "inspect_directory", "list_apps",
+                                               "uninstall_app", "get_system_vitals", "list_rules", "register_rule",
+                                               "inspect_anomalies"}));
+    EXPECT_EQ(schemas["uninstall_app"]["required"], Json::parse(R"(["bundle_id_or_name"])"));
     EXPECT_EQ(schemas["inspect_directory"]["required"], Json::parse(R"(["path"])"));
     EXPECT_EQ(schemas["inspect_directory"]["properties"]["depth"]["type"], "integer");
     EXPECT_EQ(schemas["list_rules"], Json::parse(R"({"type":"object","properties":{}})"));
@@ -144,6 +146,21 @@ TEST_F(MCPToolsTest, InspectDirectoryTruncatesItsDepthAndNeedsAPath) {
     EXPECT_TRUE(missing.isError);
     EXPECT_EQ(missing.content.at(0).text, "Missing required argument 'path'");
     EXPECT_ANY_THROW(call("inspect_directory", R"({"path":"/no/such/place"})"));
+}
+
+TEST_F(MCPToolsTest, UninstallAppFindsByNameWithoutCaseAndIsADryRunByDefault) {
+    const std::string bundle =
+        testing::makeBundle(home, "Applications/Docker.app", {{"CFBundleIdentifier", "com.docker.docker"}});
+    const Json apps = document(call("list_apps", R"({"include_leftovers":false})"));
+    EXPECT_EQ(apps["installedApps"][0]["displayName"], "Docker");
+    EXPECT_TRUE(apps["leftovers"].empty());
+    const Json summary = document(call("uninstall_app", R"({"bundle_id_or_name":"DOCKER"})"));
+    EXPECT_TRUE(summary["dryRun"].get<bool>());
+    EXPECT_TRUE(std::filesystem::exists(bundle));
+    const auto missing = call("uninstall_app", R"({"bundle_id_or_name":"Nope"})");
+    EXPECT_TRUE(missing.isError);
+    EXPECT_EQ(missing.content.at(0).text, "Application not found matching 'Nope'");
+    EXPECT_EQ(call("uninstall_app", "{}").content.at(0).text, "Missing required argument 'bundle_id_or_name'");
 }
 
 TEST_F(MCPToolsTest, SystemVitalsComeWithIsoDates) {

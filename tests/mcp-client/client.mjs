@@ -42,7 +42,8 @@ for (const tool of tools) {
     assert.ok(required in tool.inputSchema.properties, `${tool.name}: required ${required} is a property`);
   }
 }
-for (const expected of ["scan_storage", "clean_storage", "list_rules", "register_rule", "inspect_anomalies"]) {
+for (const expected of ["scan_storage", "clean_storage", "inspect_directory", "list_apps", "uninstall_app",
+                        "get_system_vitals", "list_rules", "register_rule", "inspect_anomalies"]) {
   assert.ok(names.includes(expected), `tools/list offers ${expected}`);
 }
 
@@ -70,12 +71,14 @@ assert.ok(fs.existsSync(junk), "a dry run touches nothing");
 const anomalies = await callJson("inspect_anomalies", { min_size_mb: 0 });
 assert.ok(Array.isArray(anomalies));
 
-if (names.includes("inspect_directory")) {
-  const node = await callJson("inspect_directory", { path: path.join(home, "junk"), depth: 1 });
-  assert.ok(typeof node === "object" && node !== null);
-}
-if (names.includes("get_system_vitals")) await callJson("get_system_vitals", {});
-if (names.includes("list_apps")) await callJson("list_apps", { include_leftovers: false });
+const node = await callJson("inspect_directory", { path: path.join(home, "junk"), depth: 1 });
+assert.equal(node.children[0].name, "old.log");
+const vitals = await callJson("get_system_vitals", {});
+assert.ok(vitals.memory.totalBytes > 0);
+const apps = await callJson("list_apps", { include_leftovers: false });
+assert.deepEqual(apps.leftovers, []);
+const notFound = await client.callTool({ name: "uninstall_app", arguments: { bundle_id_or_name: "No Such App" } });
+assert.equal(notFound.isError, true);
 
 const unknown = await client.callTool({ name: "no_such_tool", arguments: {} });
 assert.equal(unknown.isError, true);

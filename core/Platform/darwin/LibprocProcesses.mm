@@ -1,3 +1,5 @@
+#import <AppKit/AppKit.h>
+
 #include "Platform/Processes.hpp"
 
 #include <libproc.h>
@@ -27,6 +29,40 @@ public:
             if (proc_name(pid, buffer, sizeof buffer) >= 1) names.emplace_back(buffer);
         }
         return names;
+    }
+
+    std::size_t runningApplicationCount(const std::string& bundleIdentifier) const override {
+        @autoreleasepool {
+            return [running(bundleIdentifier) count];
+        }
+    }
+
+    void terminateApplications(const std::string& bundleIdentifier, bool force) const override {
+        @autoreleasepool {
+            for (NSRunningApplication* application in running(bundleIdentifier)) {
+                if (force) {
+                    [application forceTerminate];
+                } else {
+                    [application terminate];
+                }
+            }
+        }
+    }
+
+    bool applicationsTerminated(const std::string& bundleIdentifier) const override {
+        @autoreleasepool {
+            for (NSRunningApplication* application in running(bundleIdentifier)) {
+                if (!application.terminated) return false;
+            }
+            return true;
+        }
+    }
+
+private:
+    static NSArray<NSRunningApplication*>* running(const std::string& bundleIdentifier) {
+        NSString* identifier = [NSString stringWithUTF8String:bundleIdentifier.c_str()];
+        if (identifier == nil) return @[];
+        return [NSRunningApplication runningApplicationsWithBundleIdentifier:identifier];
     }
 };
 

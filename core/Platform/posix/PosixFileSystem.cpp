@@ -53,6 +53,9 @@ FileStatus fromStat(const struct stat& st) {
     out.permissions = static_cast<std::uint32_t>(st.st_mode & 07777);
     out.ownerId = static_cast<std::uint32_t>(st.st_uid);
 #if defined(__APPLE__)
+    out.flags = static_cast<std::uint32_t>(st.st_flags);
+#endif
+#if defined(__APPLE__)
     out.accessDate = toDate(st.st_atimespec);
     out.modificationDate = toDate(st.st_mtimespec);
     out.statusChangeDate = toDate(st.st_ctimespec);

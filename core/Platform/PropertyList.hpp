@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "Support/Json.hpp"
+
+// Property lists, XML or binary, read through libplist on every platform.
+namespace unbulk::PropertyList {
+
+// The document as JSON: dictionaries as objects, arrays, strings, booleans,
+// integers and reals as themselves; dates, data and UIDs are left out (no
+// reader here needs them). Nothing when the bytes are no property list.
+std::optional<Json> parse(std::string_view bytes);
+
+// The top-level dictionary; anything else (unreadable bytes, an array at the
+// top) reads as an empty one.
+Json parseDictionary(std::string_view bytes);
+
+} // namespace unbulk::PropertyList

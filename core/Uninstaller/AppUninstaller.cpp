@@ -1,0 +1,131 @@
+#include "Uninstaller/AppUninstaller.hpp"
+
+#include <algorithm>
+#include <chrono>
+
+#include "Platform/Processes.hpp"
+#include "Platform/Trash.hpp"
+#include "Uninstaller/UninstallerError.hpp"
+
+namespace unbulk {
+namespace {
+
+std::string lowercased(std::string text) {
+    for (char& c : text) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return text;
+}
+
+bool went(const TrashItemRecord& record) {
+    return record.status == TrashItemStatus::success || record.status == TrashItemStatus::simulated;
+}
+
+} // namespace
+
+AppUninstaller::AppUninstaller(Configuration c)
+    : fileSystem_(c.fileSystem ? std::move(c.fileSystem) : makeDefaultFileSystem()), homeURL_(std::move(c.homeURL)) {
+    pipeline_ = c.trashPipeline
+                    ? std::move(c.trashPipeline)
+                    : std::make_shared<const TrashPipeline>(fileSystem_, makeDefaultTrash(), c.auditLogger, homeURL_);
+    resolver_ = c.dependencyResolver ? std::move(c.dependencyResolver)
+                                     : std::make_shared<const DependencyResolver>(homeURL_, fileSystem_);
+    scanner_ = std::move(c.appScanner);
+    if (c.runningAppsProvider) {
+        runningAppsProvider_ = std::move(c.runningAppsProvider);
+    } else {
+        runningAppsProvider_ = [processes = makeDefaultProcesses()](const std::string& bundleIdentifier) {
+            return processes->runningApplicationCount(bundleIdentifier) > 0;
+        };
+    }
+    guard_ = c.protectedAppGuard ? std::move(c.protectedAppGuard)
+                                 : std::make_shared<const ProtectedAppGuard>(fileSystem_, runningAppsProvider_);
+}
+
+UninstallSummary AppUninstaller::uninstall(const std::string& bundleIdentifier, bool dryRun,
+                                           const UninstallOptions& options) const {
+    if (!scanner_) {
+        throw AppUninstallerError::applicationNotFound(
+            "AppScanner dependency is required to resolve bundle identifier '" + bundleIdentifier + "'.");
+    }
+    for (const auto& app : scanner_->listInstalledApps()) {
+        if (app.bundleIdentifier == bundleIdentifier) return uninstall(app, dryRun, options);
+    }
+    throw AppUninstallerError::applicationNotFound("No installed application with bundle identifier '" +
+                                                   bundleIdentifier + "' was found.");
+}
+
+// Protection holds for a dry run too, and force does not lift it. The guard
+// reads the bundle afresh, so a stale or hand-made record gains nothing; an
+// Apple identifier may go only from within the user's home.
+void AppUninstaller::checkProtection(const InstalledApp& app) const {
+    auto refuse = [&] { throw AppUninstallerError::systemAppProtected(app.displayName, app.bundleIdentifier); };
+    if (app.isSystemApp || app.isProtected) refuse();
+    if (guard_->evaluateProtection(app.bundleURL, app.bundleIdentifier, std::nullopt).isProtected) refuse();
+    const std::string path = lowercased(app.bundleURL.path());
+    if (path == "/system" || path.starts_with("/system/")) refuse();
+    if (app.bundleIdentifier.starts_with("com.apple.") && !path.starts_with(lowercased(homeURL_.path()))) refuse();
+}
+
+UninstallSummary AppUninstaller::uninstall(const InstalledApp& app, bool dryRun,
+                                           const UninstallOptions& options) const {
+    checkProtection(app);
+    const bool running =
+        app.isRunning || runningAppsProvider_(app.bundleIdentifier) || guard_->isRunning(app.bundleIdentifier);
+    if (running) {
+        // A dry run terminates too when forced: the caller asked for it.
+        if (!options.force) throw AppUninstallerError::applicationIsRunning(app.displayName, app.bundleIdentifier);
+        guard_->terminate(app.bundleIdentifier, true);
+    }
+    const AppFootprint footprint = resolver_->resolveDependencies(app);
+    if (!footprint.canUninstall && !options.force) {
+        throw AppUninstallerError::uninstallationBlocked(
+            footprint.blockingReason.value_or("Application cannot be uninstalled."));
+    }
+
+    std::vector<FileURL> urls;
+    const bool bundleExists = fileSystem_->fileExists(app.bundleURL.path());
+    if (options.includeBundle && bundleExists) urls.push_back(app.bundleURL);
+    if (options.includeDependencies) {
+        for (const auto& dependency : footprint.dependencies) {
+            if (dependency.url.path() != app.bundleURL.path() && fileSystem_->fileExists(dependency.url.path())) {
+                urls.push_back(dependency.url);
+            }
+        }
+    }
+
+    UninstallSummary summary;
+    summary.id = Uuid::random();
+    summary.appName = app.displayName;
+    summary.bundleIdentifier = app.bundleIdentifier;
+    summary.bundleURL = app.bundleURL;
+    summary.dryRun = dryRun;
+    if (urls.empty()) {
+        summary.timestamp = std::chrono::system_clock::now();
+        return summary;
+    }
+
+    const TrashSummary result = dryRun                   ? pipeline_->trash(urls, true, "uninstaller")
+                                : options.permanentPurge ? pipeline_->purgePermanently(urls, true, "uninstaller")
+                                                         : pipeline_->trash(urls, false, "uninstaller");
+    if (options.includeBundle && !urls.empty() && urls.front().path() == app.bundleURL.path()) {
+        for (const auto& record : result.records) {
+            if (record.sourceURL.path() != app.bundleURL.path()) continue;
+            if (!went(record)) {
+                throw UninstallerError::deletionFailed(
+                    app.bundleURL.path(), record.errorMessage.value_or("Failed to delete application bundle."));
+            }
+            break;
+        }
+    }
+    for (const auto& record : result.records) {
+        if (went(record)) summary.deletedURLs.push_back(record.sourceURL);
+    }
+    summary.unbulkedAllocatedBytes = result.totalAllocatedBytesUnbulked;
+    summary.unbulkedLogicalBytes = result.totalLogicalBytesUnbulked;
+    summary.records = result.records;
+    summary.timestamp = result.completedAt;
+    return summary;
+}
+
+} // namespace unbulk

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Models/AppModel.hpp"
+#include "Platform/FileSystem.hpp"
+#include "Safety/AuditLogger.hpp"
+#include "Safety/TrashPipeline.hpp"
+#include "Uninstaller/AppScanner.hpp"
+#include "Uninstaller/DependencyResolver.hpp"
+#include "Uninstaller/ProtectedAppGuard.hpp"
+
+namespace unbulk {
+
+struct UninstallOptions {
+    bool force = false;
+    bool includeBundle = true;
+    bool includeDependencies = true;
+    bool permanentPurge = false;
+};
+
+// Removes one application with what belongs to it: refuses what is
+// protected, deals with a running process, asks the resolver for the
+// footprint and hands the chosen items to the pipeline, which sandboxes,
+// moves or purges and writes the audit log under "uninstaller". It touches
+// nothing itself.
+class AppUninstaller {
+public:
+    struct Configuration {
+        std::shared_ptr<FileSystem> fileSystem;             // default: the real one
+        std::shared_ptr<const TrashPipeline> trashPipeline; // default: one over the same file system and logger
+        std::shared_ptr<AuditLogger> auditLogger;
+        std::shared_ptr<const DependencyResolver> dependencyResolver;
+        std::shared_ptr<const AppScanner> appScanner;               // needed only to look up a bundle identifier
+        ProtectedAppGuard::RunningAppsProvider runningAppsProvider; // default: the running applications
+        FileURL homeURL;
+        std::shared_ptr<const ProtectedAppGuard> protectedAppGuard;
+    };
+
+    explicit AppUninstaller(Configuration configuration);
+
+    UninstallSummary uninstall(const InstalledApp& app, bool dryRun, const UninstallOptions& options = {}) const;
+    UninstallSummary uninstall(const std::string& bundleIdentifier, bool dryRun,
+                               const UninstallOptions& options = {}) const;
+
+private:
+    void checkProtection(const InstalledApp& app) const;
+
+    std::shared_ptr<FileSystem> fileSystem_;
+    std::shared_ptr<const TrashPipeline> pipeline_;
+    std::shared_ptr<const DependencyResolver> resolver_;
+    std::shared_ptr<const AppScanner> scanner_;
+    ProtectedAppGuard::RunningAppsProvider runningAppsProvider_;
+    FileURL homeURL_;
+    std::shared_ptr<const ProtectedAppGuard> guard_;
+};
+
+} // namespace unbulk

@@ -1,0 +1,57 @@
+#include <gtest/gtest.h>
+
+#include "Models/AppModel.hpp"
+
+namespace unbulk {
+namespace {
+
+InstalledApp app(bool protectedApp = false, bool running = false) {
+    return InstalledApp::make({.bundleIdentifier = "com.acme.x",
+                               .bundleURL = FileURL("/Applications/X.app", true),
+                               .displayName = "X",
+                               .isRunning = running,
+                               .bundleSizeBytes = 4096,
+                               .protectionReason = protectedApp ? std::optional<std::string>("SIP") : std::nullopt},
+                              protectedApp);
+}
+
+ResolvedDependency dependency(const std::string& path, DependencyLocation location, std::int64_t size) {
+    return ResolvedDependency::make({.url = FileURL(path), .location = location, .allocatedSizeBytes = size});
+}
+
+TEST(AppRecordsTest, AFootprintCountsTheBundleOnceAndProtectionOutranksRunning) {
+    const AppFootprint alone = AppFootprint::make(app(), {});
+    EXPECT_EQ(std::tuple(alone.totalItemCount, alone.totalAllocatedSizeBytes, alone.totalLogicalSizeBytes),
+              std::tuple(1L, 4096L, 4096L));
+    EXPECT_EQ(alone.itemCountByLocation,
+              (std::map<DependencyLocation, std::int64_t>{{DependencyLocation::applicationBundle, 1}}));
+
+    const AppFootprint withBundle =
+        AppFootprint::make(app(), {dependency("/Applications/X.app", DependencyLocation::applicationBundle, 4096),
+                                   dependency("/h/Library/Caches/x", DependencyLocation::caches, 100)});
+    EXPECT_EQ(withBundle.totalItemCount, 2);
+    EXPECT_EQ(withBundle.totalAllocatedSizeBytes, 4196);
+    EXPECT_EQ(withBundle.allURLs().size(), 2u); // the bundle once
+    EXPECT_EQ(toJson(withBundle)["itemCountByLocation"], Json::parse(R"(["APPLICATION_BUNDLE", 1, "CACHES", 1])"));
+
+    EXPECT_EQ(AppFootprint::make(app(true, true), {}).blockingReason, "SIP");
+    EXPECT_EQ(AppFootprint::make(app(false, true), {}).blockingReason, "Application is currently running");
+    EXPECT_TRUE(AppFootprint::make(app(), {}).canUninstall);
+}
+
+TEST(AppRecordsTest, InitialiserRulesAndArchitectureReading) {
+    InstalledApp arm = app();
+    EXPECT_EQ(arm.logicalSizeBytes, 4096); // below 1 becomes the bundle size
+    EXPECT_FALSE(arm.isProtected);         // defaults to isSystemApp
+    arm.architecture = "arm64e";
+    EXPECT_EQ(arm.archType(), AppArchitecture::unknown);
+    arm.architecture = "Universal";
+    EXPECT_EQ(arm.archType(), AppArchitecture::universal);
+    EXPECT_EQ(dependency("/x", DependencyLocation::caches, 4096).logicalSizeBytes, 4096);
+    const Json json = toJson(app());
+    EXPECT_FALSE(json.contains("architecture"));
+    EXPECT_EQ(json["bundleURL"], "file:///Applications/X.app/");
+}
+
+} // namespace
+} // namespace unbulk

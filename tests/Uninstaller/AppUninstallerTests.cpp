@@ -1,0 +1,106 @@
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "Uninstaller/AppUninstaller.hpp"
+#include "Uninstaller/UninstallerError.hpp"
+#include "support/AppBundles.hpp"
+
+namespace unbulk {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct AppUninstallerTest : ::testing::Test {
+    AppUninstallerTest() {
+        bundle = testing::makeBundle(home, "Applications/Acme.app", {{"CFBundleIdentifier", "com.acme.app"}});
+        home.writeFile("Applications/Acme.app/Contents/MacOS/Acme", "binary");
+        home.writeFile("Library/Caches/com.acme.app/cache.db", "cache");
+        home.writeFile("Library/Preferences/com.acme.app.plist", "prefs");
+    }
+    AppUninstaller uninstaller(std::function<bool(const std::string&)> running = [](const std::string&) {
+        return false;
+    }) {
+        return AppUninstaller({.auditLogger = std::make_shared<AuditLogger>(std::nullopt, homeURL),
+                               .runningAppsProvider = std::move(running),
+                               .homeURL = homeURL});
+    }
+    InstalledApp acme(std::string id = "com.acme.app", std::optional<std::string> path = std::nullopt) {
+        return InstalledApp::make({.bundleIdentifier = std::move(id),
+                                   .bundleURL = FileURL(path.value_or(bundle), true),
+                                   .displayName = "Acme"});
+    }
+    testing::TempHome home;
+    FileURL homeURL{home.path(), true};
+    std::string bundle;
+};
+
+TEST_F(AppUninstallerTest, ADryRunRemovesNothingAndARealRunMovesEverythingToTheTrash) {
+    const UninstallSummary dry = uninstaller().uninstall(acme(), true);
+    EXPECT_TRUE(dry.dryRun);
+    EXPECT_EQ(dry.records.size(), 3u);
+    EXPECT_EQ(dry.deletedURLs.front().path(), bundle);
+    EXPECT_TRUE(fs::exists(bundle));
+
+    const UninstallSummary real = uninstaller().uninstall(acme(), false);
+    EXPECT_EQ(real.deletedURLs.size(), 3u);
+    EXPECT_GT(real.unbulkedAllocatedBytes, 0);
+    EXPECT_FALSE(fs::exists(bundle));
+    EXPECT_FALSE(fs::exists(home.at("Library/Caches/com.acme.app")));
+    EXPECT_TRUE(fs::exists(home.at(".local/share/Trash/files/Acme.app/Contents/MacOS/Acme")));
+    EXPECT_TRUE(fs::exists(home.at(".local/share/Trash/info/Acme.app.trashinfo")));
+    const auto entries = AuditLogger(std::nullopt, homeURL).readEntries();
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries.back().client, "uninstaller");
+    EXPECT_EQ(entries.back().itemsCount, 3);
+}
+
+TEST_F(AppUninstallerTest, OptionsChooseWhatGoes) {
+    const auto dependenciesOnly = uninstaller().uninstall(acme(), false, {.includeBundle = false});
+    EXPECT_EQ(dependenciesOnly.deletedURLs.size(), 2u);
+    EXPECT_TRUE(fs::exists(bundle));
+    const auto nothing = uninstaller().uninstall(acme(), false, {.includeBundle = false, .includeDependencies = false});
+    EXPECT_TRUE(nothing.records.empty());
+    EXPECT_TRUE(fs::exists(bundle));
+}
+
+TEST_F(AppUninstallerTest, RefusesProtectedAndRunningApplicationsBeforeTouchingAnything) {
+    // An Apple identifier outside the home is refused, where the guard alone would let /Applications through.
+    const std::string outside = home.root() + "/Applications/Xcode.app";
+    fs::create_directories(outside);
+    try {
+        uninstaller().uninstall(acme("com.apple.dt.Xcode", outside), true);
+        ADD_FAILURE() << "an Apple application outside the home was accepted";
+    } catch (const AppUninstallerError& error) {
+        EXPECT_STREQ(error.what(), "Application 'Acme' (com.apple.dt.Xcode) is a protected macOS system component and "
+                                   "cannot be uninstalled.");
+    }
+    try {
+        uninstaller([](const std::string&) { return true; }).uninstall(acme(), true);
+        ADD_FAILURE() << "a running application was uninstalled";
+    } catch (const AppUninstallerError& error) {
+        EXPECT_STREQ(error.what(), "Application 'Acme' (com.acme.app) is currently running. Please terminate the "
+                                   "process before uninstalling.");
+    }
+    EXPECT_TRUE(fs::exists(bundle));
+    EXPECT_FALSE(fs::exists(home.at(".unbulk/audit.jsonl"))) << "a refusal leaves no audit entry";
+}
+
+TEST_F(AppUninstallerTest, LookingUpAnIdentifierNeedsAScannerAndAMatch) {
+    EXPECT_THROW(uninstaller().uninstall(std::string("com.acme.app"), true), AppUninstallerError);
+    auto scanner = std::make_shared<const AppScanner>(AppScanner::Configuration{
+        .applicationsURLs = std::vector<FileURL>{FileURL(home.at("Applications"), true)}, .homeURL = homeURL});
+    const AppUninstaller withScanner(
+        {.appScanner = scanner, .runningAppsProvider = [](const std::string&) { return false; }, .homeURL = homeURL});
+    EXPECT_EQ(withScanner.uninstall(std::string("com.acme.app"), true).appName, "Acme");
+    try {
+        withScanner.uninstall(std::string("com.acme.none"), true);
+        ADD_FAILURE();
+    } catch (const AppUninstallerError& error) {
+        EXPECT_STREQ(error.what(), "Application bundle not found: No installed application with bundle identifier "
+                                   "'com.acme.none' was found.");
+    }
+}
+
+} // namespace
+} // namespace unbulk

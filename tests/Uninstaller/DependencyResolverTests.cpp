@@ -1,0 +1,122 @@
+#include <filesystem>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "Uninstaller/DependencyResolver.hpp"
+#include "support/AppBundles.hpp"
+
+namespace unbulk {
+namespace {
+
+using Strings = std::set<std::string>;
+using L = DependencyLocation;
+
+InstalledApp app(std::string id, std::string name, std::optional<std::string> bundleName = std::nullopt,
+                 FileURL bundleURL = FileURL("/Applications/X.app", true)) {
+    return InstalledApp::make({.bundleIdentifier = std::move(id),
+                               .bundleURL = std::move(bundleURL),
+                               .displayName = std::move(name),
+                               .bundleName = std::move(bundleName)});
+}
+
+TEST(DependencyResolverCandidatesTest, NamesIdentifiersAndVendorPaths) {
+    const DependencyResolver resolver(FileURL("/h", true));
+    const auto chrome = resolver.makeCandidates(app("com.google.Chrome", "Google Chrome"));
+    EXPECT_EQ(chrome.candidateNames,
+              (Strings{"Google Chrome", "GoogleChrome", "google chrome", "google-chrome", "google_chrome", "Chrome"}));
+    EXPECT_EQ(chrome.candidateBundleIds, (Strings{"com.google.Chrome", "com.google.chrome"}));
+    EXPECT_EQ(chrome.vendorSubpaths, (Strings{"Google/Chrome", "Google/Google Chrome"}));
+    EXPECT_EQ(chrome.appGroupIds, (Strings{"group.com.google.Chrome"}));
+
+    EXPECT_EQ(resolver.makeCandidates(app("com.foo.bar", "bar")).vendorSubpaths, (Strings{"Foo/bar"}));
+    EXPECT_EQ(resolver.makeCandidates(app("com.foo.bar", "Bar")).vendorSubpaths, (Strings{"Foo/bar", "Foo/Bar"}));
+    const auto twoPieces = resolver.makeCandidates(app("acme.tool", "X"));
+    EXPECT_TRUE(twoPieces.vendorSubpaths.empty());
+    EXPECT_TRUE(twoPieces.candidateNames.empty()); // "X" is too short
+    const auto pages = resolver.makeCandidates(app("com.apple.Pages", "Pages"));
+    EXPECT_TRUE(pages.candidateBundleIds.empty());
+    EXPECT_EQ(pages.appGroupIds, (Strings{"group.com.apple.Pages"}));
+    EXPECT_EQ(resolver.makeCandidates(app("com.acme.x", "Foo Bar Baz", " Baz Tool ")).candidateNames.count("BazTool"),
+              1u);
+    EXPECT_EQ(resolver.makeCandidates(app("com.acme.x", "Foo Bar Baz")).vendorSubpaths.count("Foo/Bar Baz"), 1u);
+}
+
+struct DependencyResolverTest : ::testing::Test {
+    testing::TempHome home;
+    FileURL homeURL{home.path(), true};
+};
+
+TEST_F(DependencyResolverTest, FindsTheApplicationsDataInEveryLibraryPlace) {
+    const std::string bundle =
+        testing::makeBundle(home, "Applications/Acme Tool.app", {{"CFBundleIdentifier", "com.acme.tool"}});
+    home.writeFile("Library/Application Support/com.acme.tool/db", "1");
+    home.writeFile("Library/Application Support/Acme/tool/state", "1"); // vendor subpath
+    home.writeFile("Library/Caches/com.acme.tool.ShipIt/update", "1");
+    home.writeFile("Library/Preferences/com.acme.tool.plist", "1");
+    home.writeFile("Library/Preferences/com.acme.tool.helper.plist", "1");
+    home.writeFile("Library/Preferences/ByHost/com.acme.tool.ABCD.plist", "1");
+    home.writeFile("Library/Preferences/.GlobalPreferences.plist", "1");
+    home.writeFile("Library/Saved Application State/com.acme.tool.savedState/x", "1");
+    home.writeFile("Library/HTTPStorages/com.acme.tool.binarycookies", "1");
+    home.writeFile("Library/Group Containers/TEAM123.group.com.acme.tool/x", "1");
+    home.writeFile("Library/LaunchAgents/com.acme.toolhelper.plist", "1"); // no boundary after the identifier
+    home.writeFile("Library/Logs/DiagnosticReports/Acme Tool-2024-01-01-101010.ips", "1");
+    home.writeFile("Library/Logs/DiagnosticReports/Other-2024.ips", "1");
+    home.writeFile("Library/Caches/unrelated/x", "1");
+
+    const AppFootprint footprint = DependencyResolver(homeURL).resolveDependencies(
+        app("com.acme.tool", "Acme Tool", std::nullopt, FileURL(bundle, true)));
+    std::multiset<std::string> found;
+    for (const auto& dependency : footprint.dependencies) {
+        found.insert(std::string(rawValue(dependency.location)) + " " +
+                     std::filesystem::path(dependency.path).lexically_relative(home.path()).string());
+    }
+    EXPECT_EQ(found,
+              (std::multiset<std::string>{
+                  "APPLICATION_BUNDLE Applications/Acme Tool.app",
+                  "APPLICATION_SUPPORT Library/Application Support/com.acme.tool",
+                  "APPLICATION_SUPPORT Library/Application Support/Acme/tool",
+                  "CACHES Library/Caches/com.acme.tool.ShipIt", "PREFERENCES Library/Preferences/com.acme.tool.plist",
+                  "PREFERENCES Library/Preferences/ByHost/com.acme.tool.ABCD.plist",
+                  "PREFERENCES Library/Preferences/com.acme.tool.helper.plist",
+                  "SAVED_APPLICATION_STATE Library/Saved Application State/com.acme.tool.savedState",
+                  "HTTP_STORAGES Library/HTTPStorages/com.acme.tool.binarycookies",
+                  "GROUP_CONTAINERS Library/Group Containers/TEAM123.group.com.acme.tool",
+                  "LAUNCH_AGENTS Library/LaunchAgents/com.acme.toolhelper.plist",
+                  "CRASH_REPORTS Library/Logs/DiagnosticReports/Acme Tool-2024-01-01-101010.ips"}));
+    EXPECT_EQ(footprint.dependencies.front().location, L::applicationBundle);
+    EXPECT_EQ(footprint.totalItemCount, 12);
+    EXPECT_EQ(footprint.itemCountByLocation.at(L::preferences), 3);
+    EXPECT_TRUE(footprint.canUninstall);
+}
+
+TEST_F(DependencyResolverTest, AHardLinkBetweenTwoItemsIsChargedOnceAndALinkedFolderIsALink) {
+    const std::string a = home.writeFile("Library/Application Support/Linky/blob", std::string(9000, 'x'));
+    std::filesystem::create_directories(home.at("Library/Caches/Linky"));
+    std::filesystem::create_hard_link(a, home.at("Library/Caches/Linky/blob"));
+    home.writeFile("outside/data", std::string(5000, 'y'));
+    home.makeSymlink("Library/Application Support/com.acme.linky", home.at("outside"));
+    struct stat st {};
+    ::lstat(a.c_str(), &st);
+
+    const AppFootprint footprint = DependencyResolver(homeURL).resolveDependencies(app("com.acme.linky", "Linky"));
+    std::map<std::string, ResolvedDependency> byPath;
+    for (const auto& dependency : footprint.dependencies)
+        byPath[dependency.path] = dependency;
+    ASSERT_EQ(byPath.size(), 3u);
+    const auto& support = byPath.at(home.at("Library/Application Support/Linky"));
+    const auto& caches = byPath.at(home.at("Library/Caches/Linky"));
+    EXPECT_EQ(support.allocatedSizeBytes + caches.allocatedSizeBytes, st.st_blocks * 512);
+    EXPECT_EQ(support.fileCount + caches.fileCount, 2);
+    EXPECT_EQ(caches.logicalSizeBytes, 9000);
+    const auto& linked = byPath.at(home.at("Library/Application Support/com.acme.linky"));
+    EXPECT_TRUE(linked.isSymlink);
+    EXPECT_EQ(linked.allocatedSizeBytes, 0);
+    // No bundle on disk: the footprint counts it as one more item of its sizes.
+    EXPECT_EQ(footprint.totalItemCount, 4);
+    EXPECT_EQ(footprint.itemCountByLocation.at(L::applicationBundle), 1);
+}
+
+} // namespace
+} // namespace unbulk
