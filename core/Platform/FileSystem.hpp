@@ -169,6 +169,10 @@ public:
                                  const std::function<std::optional<std::string>(std::string_view contents)>& compose,
                                  std::error_code& error) = 0;
 
+    // Renames a file, link or directory (nothing is followed) and never
+    // replaces what is at the destination: that fails with EEXIST.
+    virtual bool renameItem(const std::string& from, const std::string& to, std::error_code& error) = 0;
+
     // A directory the system shows as one file (an .app bundle and the like).
     virtual bool isPackage(const std::string& path) const = 0;
 

@@ -12,11 +12,6 @@
 
 namespace unbulk {
 
-SpaceLensError::SpaceLensError(const std::string& missingPath)
-    : std::runtime_error("The file \u201C" + paths::lastComponent(missingPath) +
-                         "\u201D couldn\u2019t be opened because there is no such file. (" + missingPath + ")"),
-      path(missingPath) {}
-
 SpaceLensEngine::SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<FileTypes> fileTypes)
     : fileSystem_(std::move(fileSystem)), fileTypes_(std::move(fileTypes)) {}
 
@@ -56,7 +51,7 @@ SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int m
     std::error_code error;
     const auto followed =
         currentDepth == 0 ? fileSystem_->status(url.path(), error) : fileSystem_->linkStatus(url.path(), error);
-    if (!followed) throw SpaceLensError(url.path());
+    if (!followed) throw NoSuchFileError(url.path());
     const bool isDirectory = followed->kind == FileKind::directory;
     const bool isPackage = isDirectory && fileSystem_->isPackage(url.path());
 
@@ -103,7 +98,7 @@ SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int m
                     SpaceNode child = buildNode(childURL, currentDepth + 1, maxDepth, stop);
                     std::lock_guard lock(gathered);
                     children.push_back(std::move(child));
-                } catch (const SpaceLensError&) {
+                } catch (const NoSuchFileError&) {
                     // Vanished since the listing: left out.
                 } catch (const CancellationError&) {
                     std::lock_guard lock(gathered);

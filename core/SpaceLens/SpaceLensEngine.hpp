@@ -11,14 +11,9 @@
 #include "Platform/FileSystem.hpp"
 #include "Platform/FileTypes.hpp"
 #include "Support/Cancellation.hpp"
+#include "Support/NoSuchFileError.hpp"
 
 namespace unbulk {
-
-// Nothing exists where a space lens was pointed.
-struct SpaceLensError : std::runtime_error {
-    explicit SpaceLensError(const std::string& path);
-    std::string path;
-};
 
 // Measures a directory as a tree for disk-usage analysis: nodes down to a
 // depth limit, sizes rolled up from the leaves, children largest first,
@@ -31,7 +26,7 @@ public:
     explicit SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
                              std::shared_ptr<FileTypes> fileTypes = makeDefaultFileTypes());
 
-    // The root at depth 0. Throws SpaceLensError when nothing is at `url`, and
+    // The root at depth 0. Throws NoSuchFileError when nothing is at `url`, and
     // CancellationError when stop is requested.
     SpaceNode scanDirectory(const FileURL& url, int maxDepth, StopToken stop = {}) const;
 

@@ -126,7 +126,7 @@ TEST_F(SpaceLensEngineTest, UnreadableDirectoriesAreEmptyAndAMissingRootFails) {
     try {
         scan("nowhere", 2);
         ADD_FAILURE() << "a missing root was analysed";
-    } catch (const SpaceLensError& error) {
+    } catch (const NoSuchFileError& error) {
         EXPECT_STREQ(error.what(), ("The file \u201Cnowhere\u201D couldn\u2019t be opened because there is no "
                                     "such file. (" +
                                     home.at("nowhere") + ")")

@@ -4,7 +4,7 @@
 
 namespace unbulk::testing {
 
-static_assert(static_cast<std::size_t>(FileSystemCall::isPackage) + 1 == fileSystemCallCount);
+static_assert(static_cast<std::size_t>(FileSystemCall::renameItem) + 1 == fileSystemCallCount);
 
 FaultyFileSystem::FaultyFileSystem(std::shared_ptr<FileSystem> inner) : inner_(std::move(inner)) {}
 
@@ -120,6 +120,10 @@ bool FaultyFileSystem::writeFileAtomically(const std::string& path, std::string_
                                            std::uint32_t permissions, std::error_code& error) {
     return !fails(FileSystemCall::writeFileAtomically, path, error) &&
            inner_->writeFileAtomically(path, contents, permissions, error);
+}
+
+bool FaultyFileSystem::renameItem(const std::string& from, const std::string& to, std::error_code& error) {
+    return !fails(FileSystemCall::renameItem, from, error) && inner_->renameItem(from, to, error);
 }
 
 bool FaultyFileSystem::createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,

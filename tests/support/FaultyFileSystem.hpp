@@ -17,10 +17,10 @@ namespace unbulk::testing {
 // The calls of FileSystem, one per virtual function.
 enum class FileSystemCall {
     status, linkStatus, contentsOfDirectory, walk, destinationOfSymbolicLink, resolvingSymlinks, readFile,
-    writeFileAtomically, createDirectory, removeItem, appendUnderLock, isPackage,
+    writeFileAtomically, createDirectory, removeItem, appendUnderLock, isPackage, renameItem,
 };
 
-inline constexpr std::size_t fileSystemCallCount = 12;
+inline constexpr std::size_t fileSystemCallCount = 13;
 
 // A FileSystem that forwards every call to another one (the real one unless
 // told otherwise) and fails the calls a test chooses with the errno it
@@ -74,6 +74,8 @@ public:
                                         std::error_code& error) const override;
     bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
                              std::error_code& error) override;
+    // Fails when the source matches.
+    bool renameItem(const std::string& from, const std::string& to, std::error_code& error) override;
     bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                          std::error_code& error) override;
     bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,

@@ -39,6 +39,9 @@ public:
                              std::error_code& error) override {
         return inner_->writeFileAtomically(path, contents, permissions, error);
     }
+    bool renameItem(const std::string& from, const std::string& to, std::error_code& error) override {
+        return inner_->renameItem(from, to, error);
+    }
     bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                          std::error_code& error) override {
         return inner_->createDirectory(path, permissions, withIntermediates, error);

@@ -21,18 +21,6 @@
 namespace unbulk {
 namespace {
 
-// renameat that fails with EEXIST instead of replacing what is at the
-// destination. Where the file system cannot do that atomically, a plain
-// renameat is the fallback: the name was reserved through its .trashinfo
-// just before.
-int moveWithoutReplacing(int fromDirectory, const char* fromName, int toDirectory, const char* toName) {
-#if defined(RENAME_NOREPLACE)
-    if (::renameat2(fromDirectory, fromName, toDirectory, toName, RENAME_NOREPLACE) == 0) return 0;
-    if (errno != EINVAL && errno != ENOSYS) return -1;
-#endif
-    return ::renameat(fromDirectory, fromName, toDirectory, toName);
-}
-
 constexpr std::string_view kInfoExtension = ".trashinfo";
 // The longest name a directory entry may have on the file systems that matter
 // (NAME_MAX); the info file's name is the trash name plus ".trashinfo".
@@ -295,7 +283,7 @@ bool FreedesktopTrash::trashItem(const std::string& path, const Identity& expect
 
         // The move never replaces: a name taken in files/ since the look
         // above (by another process) sends us on to the next name.
-        if (moveWithoutReplacing(parent.get(), name.c_str(), files.get(), trashName.c_str()) == 0) {
+        if (posix::renameWithoutReplacing(parent.get(), name.c_str(), files.get(), trashName.c_str()) == 0) {
             landedPath = paths::appending(filesDirectory, trashName);
             return true;
         }

@@ -9,6 +9,8 @@
 #include <utility>
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <stdio.h> // renameat, renameat2, renameatx_np
 #include <unistd.h>
 
 namespace unbulk::posix {
@@ -54,6 +56,22 @@ public:
 private:
     DIR* dir_;
 };
+
+// renameat that fails with EEXIST instead of replacing what is at the
+// destination (renameat2 RENAME_NOREPLACE on Linux, renameatx_np RENAME_EXCL
+// on the Mac). Where a Linux file system cannot do that atomically, a plain
+// renameat is the fallback; callers reserve or check the name first.
+inline int renameWithoutReplacing(int fromDirectory, const char* fromName, int toDirectory, const char* toName) {
+#if defined(__APPLE__)
+    return ::renameatx_np(fromDirectory, fromName, toDirectory, toName, RENAME_EXCL);
+#else
+#if defined(RENAME_NOREPLACE)
+    if (::renameat2(fromDirectory, fromName, toDirectory, toName, RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS) return -1;
+#endif
+    return ::renameat(fromDirectory, fromName, toDirectory, toName);
+#endif
+}
 
 // Writes all of `contents`, going on after short writes and interruptions.
 inline bool writeAll(int fd, std::string_view contents, std::error_code& error) {

@@ -293,6 +293,12 @@ bool PosixFileSystem::writeFileAtomically(const std::string& path, std::string_v
     return ok;
 }
 
+bool PosixFileSystem::renameItem(const std::string& from, const std::string& to, std::error_code& error) {
+    if (posix::renameWithoutReplacing(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str()) == 0) return true;
+    error = lastError();
+    return false;
+}
+
 bool PosixFileSystem::createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                                       std::error_code& error) {
     auto makeOne = [&](const std::string& directory, bool mustBeNew) {

@@ -21,6 +21,7 @@ public:
                                         std::error_code& error) const override;
     bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
                              std::error_code& error) override;
+    bool renameItem(const std::string& from, const std::string& to, std::error_code& error) override;
     bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                          std::error_code& error) override;
     bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,

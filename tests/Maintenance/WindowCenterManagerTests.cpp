@@ -1,0 +1,141 @@
+#include <array>
+
+#include <gtest/gtest.h>
+
+#include "Maintenance/WindowCenterManager.hpp"
+
+namespace unbulk {
+namespace {
+
+class FakeWindow final : public Window {
+public:
+    explicit FakeWindow(std::string name = "NSWindow", WindowPoint centred = {100, 100})
+        : name_(std::move(name)), centred_(centred) {}
+    std::string className() const override { return name_; }
+    bool isPanel() const override { return panel; }
+    bool canBecomeKey() const override { return keyable; }
+    std::uint64_t styleMask() const override { return style; }
+    bool isMiniaturized() const override { return miniaturized; }
+    void deminiaturize() override { miniaturized = false; }
+    bool isVisible() const override { return visible; }
+    void makeKeyAndOrderFront() override { visible = true; }
+    WindowPoint frameOrigin() const override { return origin; }
+    void center() override { origin = centred_; }
+    void setFrameOrigin(WindowPoint point) override { origin = point; }
+    void animateFrameOrigin(WindowPoint point, double seconds) override {
+        animations.push_back({point.x, point.y, seconds});
+        origin = point;
+    }
+    bool panel = false, keyable = true, miniaturized = false, visible = true;
+    std::uint64_t style = 0;
+    WindowPoint origin{0, 0};
+    std::vector<std::array<double, 3>> animations;
+
+private:
+    std::string name_;
+    WindowPoint centred_;
+};
+
+class FakeWindowSystem final : public WindowSystem {
+public:
+    std::shared_ptr<Window> keyWindow() const override { return key; }
+    std::shared_ptr<Window> mainWindow() const override { return main; }
+    std::vector<std::shared_ptr<Window>> windows() const override { return all; }
+    std::uintptr_t addKeyDownMonitor(KeyHandler h) override {
+        handlers.push_back(std::move(h));
+        return handlers.size();
+    }
+    void removeKeyDownMonitor(std::uintptr_t token) override { handlers.at(token - 1) = nullptr; }
+    std::shared_ptr<Window> key, main;
+    std::vector<std::shared_ptr<Window>> all;
+    std::vector<WindowSystem::KeyHandler> handlers;
+};
+
+KeyEvent key(std::uint64_t flags, std::uint16_t code = 8, std::string chars = "c") {
+    return {10, flags, code, chars, chars};
+}
+
+TEST(WindowCenterManagerTest, TheShortcutIsFunctionAndControlWithC) {
+    constexpr std::uint64_t fn = 0x800000, control = 0x40000, command = 0x100000, option = 0x80000, shift = 0x20000;
+    EXPECT_TRUE(WindowCenterManager::isCenterShortcut(key(fn | control)));
+    EXPECT_TRUE(WindowCenterManager::isCenterShortcut(key(fn | control | shift, 99, "C")));
+    EXPECT_TRUE(WindowCenterManager::isCenterShortcut(key(fn | control, 99, "\x03")));
+    EXPECT_FALSE(WindowCenterManager::isCenterShortcut(key(control)));
+    EXPECT_FALSE(WindowCenterManager::isCenterShortcut(key(fn | control | command)));
+    EXPECT_FALSE(WindowCenterManager::isCenterShortcut(key(fn | control | option)));
+    EXPECT_FALSE(WindowCenterManager::isCenterShortcut(key(fn | control, 9, "v")));
+    KeyEvent up = key(fn | control);
+    up.type = 11;
+    EXPECT_FALSE(WindowCenterManager::isCenterShortcut(up));
+}
+
+TEST(WindowCenterManagerTest, ResolvesTheFirstValidWindowInOrder) {
+    auto system = std::make_shared<FakeWindowSystem>();
+    WindowCenterManager manager(system);
+    auto menu = std::make_shared<FakeWindow>("NSMenuWindowManagerWindow");
+    auto panel = std::make_shared<FakeWindow>("NSPanel");
+    panel->panel = true;
+    panel->keyable = false;
+    auto tracked = std::make_shared<FakeWindow>("TrackedWindow");
+    auto main = std::make_shared<FakeWindow>("MainWindow");
+    auto plain = std::make_shared<FakeWindow>("PlainWindow");
+    EXPECT_EQ(manager.resolveTargetWindow(), nullptr);
+    EXPECT_FALSE(manager.centerActiveWindow(true));
+    system->all = {menu, panel, plain};
+    EXPECT_EQ(manager.resolveTargetWindow(), plain);
+    system->main = main;
+    EXPECT_EQ(manager.resolveTargetWindow(), main);
+    manager.trackedWindow = tracked;
+    EXPECT_EQ(manager.resolveTargetWindow(), tracked);
+    system->key = menu; // invalid: passed over
+    EXPECT_EQ(manager.resolveTargetWindow(), tracked);
+}
+
+TEST(WindowCenterManagerTest, CentresWithAnimationOnlyWhenTheWindowMoves) {
+    FakeWindow window("NSWindow", {100, 100});
+    WindowCenterManager manager(nullptr);
+    window.miniaturized = true;
+    window.visible = false;
+    manager.center(window, true);
+    EXPECT_FALSE(window.miniaturized);
+    EXPECT_TRUE(window.visible);
+    ASSERT_EQ(window.animations.size(), 1u);
+    EXPECT_EQ(window.animations[0], (std::array<double, 3>{100, 100, 0.2}));
+    manager.center(window, true); // already centred
+    EXPECT_EQ(window.animations.size(), 1u);
+    FakeWindow fullScreen;
+    fullScreen.style = 1u << 14;
+    manager.center(fullScreen, true);
+    EXPECT_EQ(fullScreen.origin, (WindowPoint{0, 0}));
+    FakeWindow still;
+    manager.center(still, false);
+    EXPECT_EQ(still.origin, (WindowPoint{100, 100}));
+    EXPECT_TRUE(still.animations.empty());
+    EXPECT_FALSE(WindowCenterManager(nullptr).centerActiveWindow(true)); // no window system
+}
+
+TEST(WindowCenterManagerTest, TheMonitorIsInstalledOnceAndSwallowsOnlyTheShortcut) {
+    auto system = std::make_shared<FakeWindowSystem>();
+    auto window = std::make_shared<FakeWindow>();
+    {
+        WindowCenterManager manager(system);
+        manager.startMonitoring();
+        manager.startMonitoring();
+        ASSERT_EQ(system->handlers.size(), 1u);
+        EXPECT_FALSE(system->handlers[0](key(0x40000))); // control-C alone passes
+        EXPECT_TRUE(system->handlers[0](key(0x840000))); // swallowed, though no window
+        system->key = window;
+        EXPECT_TRUE(system->handlers[0](key(0x840000)));
+        EXPECT_EQ(window->origin, (WindowPoint{100, 100}));
+        manager.stopMonitoring();
+        EXPECT_FALSE(manager.isMonitoring());
+        EXPECT_EQ(system->handlers[0], nullptr);
+        manager.startMonitoring();
+    }
+    // The manager is gone: its handler lets every event through.
+    ASSERT_EQ(system->handlers.size(), 2u);
+    EXPECT_EQ(system->handlers[1], nullptr); // removed when the manager went
+}
+
+} // namespace
+} // namespace unbulk
