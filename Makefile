@@ -1,6 +1,6 @@
 # The README's commands. `make run` and `make test` each install what is
 # missing first, so a fresh clone needs nothing but these.
-.PHONY: run test build bench deps format clean asan tsan check-macos fuzz
+.PHONY: run test build bench deps format clean asan tsan check-macos fuzz install uninstall
 
 JOBS ?= $(shell nproc 2>/dev/null || sysctl -n hw.ncpu 2>/dev/null || echo 2)
 
@@ -40,6 +40,17 @@ fuzz: deps
 # .cpp and .mm for arm64 and x86_64 macOS 13 against that SDK.
 check-macos: deps
 	@scripts/check-macos
+
+# PREFIX (default /usr/local) and DESTDIR as packagers expect. uninstall
+# removes exactly the files the last install wrote.
+PREFIX ?= /usr/local
+install: build
+	@cmake --install build/release --prefix "$(PREFIX)"
+
+uninstall:
+	@if [ -f build/release/install_manifest.txt ]; then \
+	  while IFS= read -r file || [ -n "$$file" ]; do rm -f "$(DESTDIR)$${file#"$(DESTDIR)"}" && echo "removed $(DESTDIR)$${file#"$(DESTDIR)"}"; done < build/release/install_manifest.txt; \
+	else echo "nothing installed from build/release"; fi
 
 bench: build
 	@bench/run-all build/release
