@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "CommandLine.hpp"
+#include "CommandLineDescription.hpp"
 #include "Handlers.hpp"
 #include "Output.hpp"
 
@@ -39,28 +40,6 @@ constexpr std::array commands{
     Command{"mcp", &unbulk::cli::handleMCP},
 };
 
-constexpr std::string_view helpText =
-    "Unbulk: High-performance, developer-aware macOS system cleaner\n"
-    "\n"
-    "USAGE:\n"
-    "  unbulk <command> [options]\n"
-    "\n"
-    "COMMANDS:\n"
-    "  scan          Scan disk for developer bloat, AI model weights, and system junk\n"
-    "  clean         Clean discovered bloat or specified paths (Trash-first safety)\n"
-    "  uninstaller   List installed apps, orphaned files, or uninstall an app\n"
-    "  spacelens     Contoura: hierarchical directory storage analyzer (subcommand: spacelens)\n"
-    "  maintenance   Execute system maintenance (flush DNS, APFS purgeable, Spotlight)\n"
-    "  vitals        Show real-time Mach kernel CPU, RAM, disk, and battery vitals\n"
-    "  rules         View and manage dynamic cleanup rules\n"
-    "  fda           Check Full Disk Access permissions or open System Settings\n"
-    "  mcp           Start Model Context Protocol (MCP) server over stdio\n"
-    "\n"
-    "GLOBAL FLAGS:\n"
-    "  --json        Output machine-readable JSON on stdout\n"
-    "  --dry-run     Simulate cleanup without touching files (default for clean)\n"
-    "  -h, --help    Show help information";
-
 Handler findHandler(std::string_view word) {
     for (const Command& command : commands) {
         if (command.word == word) return command.handler;
@@ -77,7 +56,8 @@ int main(int argc, char** argv) {
 
     // Help only in first position: "unbulk scan --help" is a scan.
     if (arguments.empty() || arguments.front() == "--help" || arguments.front() == "-h") {
-        printLine(helpText);
+        // The help lines come from the one description the shells complete from.
+        printLine(helpText());
         return 0;
     }
 

@@ -12,4 +12,10 @@ namespace unbulk {
 // when the file is missing or not executable, or the launch itself failed.
 bool launchDetached(const std::string& executable, const std::vector<std::string>& arguments);
 
+// Opens a URL with the system's handler (the Mac's /usr/bin/open). True when
+// the handler was started. Linux has no handler for the Mac's settings URLs,
+// and its /usr/bin/open, where one exists, is an unrelated program
+// (run-mailcap): nothing is started there and the answer is false.
+bool openURL(const std::string& url);
+
 } // namespace unbulk

@@ -23,6 +23,6 @@ bool hasFullDiskAccess() {
     return hasFullDiskAccess(FileURL(homeDirectory(), true), *makeDefaultFileSystem());
 }
 
-bool openSystemSettings() { return launchDetached("/usr/bin/open", {std::string(settingsURL())}); }
+bool openSystemSettings() { return openURL(std::string(settingsURL())); }
 
 } // namespace unbulk::FDAChecker

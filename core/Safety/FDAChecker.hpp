@@ -25,8 +25,9 @@ constexpr std::string_view settingsURL() {
     return "x-apple.systempreferences:com.apple.preference.security?Privacy_AllFiles";
 }
 
-// Launches "/usr/bin/open" with settingsURL() and does not wait for it. True
-// when the launch worked; where there is no such program (Linux), false.
+// Opens settingsURL() with the system's handler (the Mac's /usr/bin/open) and
+// does not wait for it. True when the launch worked; false on Linux, where
+// nothing can open the Mac's settings.
 bool openSystemSettings();
 
 } // namespace unbulk::FDAChecker
