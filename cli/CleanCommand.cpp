@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,12 +12,13 @@
 #include "Models/SafetyModels.hpp"
 #include "Models/ScanItem.hpp"
 #include "Output.hpp"
+#include "Platform/ByteCountFormatter.hpp"
 #include "Platform/FileSystem.hpp"
 #include "Platform/Trash.hpp"
+#include "ProgressLine.hpp"
 #include "Safety/AuditLogger.hpp"
 #include "Safety/TrashPipeline.hpp"
 #include "Scanner/DeepScanEngine.hpp"
-#include "Platform/ByteCountFormatter.hpp"
 #include "Support/Dates.hpp"
 #include "Support/FileURL.hpp"
 
@@ -74,7 +76,16 @@ int handleClean(const Arguments& args) {
 
     const FileURL homeURL = userHomeURL();
     const std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
-    const ScanResult result = makeScanEngine(fileSystem).scan(categories);
+    ScanResult result;
+    {
+        ProgressLine progress(!jsonOutput);
+        std::int64_t items = 0, bytes = 0;
+        result = makeScanEngine(fileSystem).scan(categories, [&](const ScanProgress& p) {
+            items = std::max(items, p.itemsFound);
+            bytes = std::max(bytes, p.totalAllocatedBytesScanned);
+            progress.show(p.currentPath, items, bytes);
+        });
+    }
 
     // Every item of a selected category goes; what must not go is refused
     // item by item by the pipeline's sandbox.

@@ -10,9 +10,10 @@
 #include "Models/Categories.hpp"
 #include "Models/ScanItem.hpp"
 #include "Output.hpp"
-#include "Platform/FileSystem.hpp"
-#include "Scanner/DeepScanEngine.hpp"
 #include "Platform/ByteCountFormatter.hpp"
+#include "Platform/FileSystem.hpp"
+#include "ProgressLine.hpp"
+#include "Scanner/DeepScanEngine.hpp"
 #include "Support/Dates.hpp"
 #include "Support/FileURL.hpp"
 
@@ -53,7 +54,18 @@ int handleScan(const Arguments& args) {
 
     if (!jsonOutput) printLine("Scanning storage for system junk, developer bloat, and AI models...");
 
-    const ScanResult result = engine.scan(categories);
+    // A live line on a terminal; the running totals are the largest the
+    // stages have reported.
+    ScanResult result;
+    {
+        ProgressLine progress(!jsonOutput);
+        std::int64_t items = 0, bytes = 0;
+        result = engine.scan(categories, [&](const ScanProgress& p) {
+            items = std::max(items, p.itemsFound);
+            bytes = std::max(bytes, p.totalAllocatedBytesScanned);
+            progress.show(p.currentPath, items, bytes);
+        });
+    }
 
     if (jsonOutput) {
         printJson(toJson(result, DateEncoding::iso8601));

@@ -27,4 +27,7 @@ std::unique_ptr<FileHandle> makeStandardInput();
 std::unique_ptr<FileHandle> makeStandardOutput();
 std::unique_ptr<FileHandle> makeStandardError();
 
+// Whether standard error is a terminal a person watches (not a pipe or file).
+bool standardErrorIsTerminal();
+
 } // namespace unbulk

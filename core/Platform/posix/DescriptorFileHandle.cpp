@@ -34,6 +34,8 @@ private:
 
 std::unique_ptr<FileHandle> makeStandardInput() { return std::make_unique<DescriptorFileHandle>(STDIN_FILENO); }
 std::unique_ptr<FileHandle> makeStandardOutput() { return std::make_unique<DescriptorFileHandle>(STDOUT_FILENO); }
+bool standardErrorIsTerminal() { return ::isatty(STDERR_FILENO) == 1; }
+
 std::unique_ptr<FileHandle> makeStandardError() { return std::make_unique<DescriptorFileHandle>(STDERR_FILENO); }
 
 } // namespace unbulk

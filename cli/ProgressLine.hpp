@@ -1,0 +1,32 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace unbulk::cli {
+
+// One live status line on standard error while a long command works: what
+// is being looked at, what was found so far, and the time spent. Only when
+// standard error is a terminal and the command prints text, so pipes,
+// scripts and --json see exactly the bytes they always did. Rewritten at
+// most ten times a second, and erased before the result is printed.
+class ProgressLine {
+public:
+    explicit ProgressLine(bool wanted);
+    ~ProgressLine();
+    ProgressLine(const ProgressLine&) = delete;
+    ProgressLine& operator=(const ProgressLine&) = delete;
+
+    void show(const std::string& where, std::int64_t items, std::int64_t bytes);
+    // Removes the line; the next show() draws it again.
+    void clear();
+
+private:
+    bool enabled_;
+    bool shown_ = false;
+    std::chrono::steady_clock::time_point start_;
+    std::chrono::steady_clock::time_point last_{};
+};
+
+} // namespace unbulk::cli
