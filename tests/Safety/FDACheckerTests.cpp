@@ -50,9 +50,11 @@ TEST(ProcessLauncher, LaunchesWhatCanRunAndRefusesWhatCannot) {
     EXPECT_FALSE(launchDetached(home.path(), {})) << "a directory";
     EXPECT_FALSE(launchDetached(home.writeFile("script.sh", "#!/bin/sh\nexit 0\n"), {})) << "not executable";
 
-    // Opening the settings launches /usr/bin/open, which Linux lacks.
-    ASSERT_FALSE(std::filesystem::exists("/usr/bin/open")) << "this test expects a machine without /usr/bin/open";
+#if !defined(__APPLE__)
+    // Nothing on Linux opens the Mac's settings, whatever /usr/bin/open is
+    // there (run-mailcap on many Debian machines): nothing is started.
     EXPECT_FALSE(FDAChecker::openSystemSettings());
+#endif
 }
 
 } // namespace
