@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "Platform/PropertyList.hpp"
+#include "support/AppBundles.hpp"
+#include "support/TempHome.hpp"
+
+namespace unbulk {
+namespace {
+
+using testing::PlistFormat;
+
+std::string writtenBy(const testing::TempHome& home, const Json& dictionary, PlistFormat format) {
+    const std::string path = home.at("Info.plist");
+    testing::writePlist(path, dictionary, format);
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST(PropertyListTest, ReadsTheSameDictionaryFromXmlAndBinary) {
+    testing::TempHome home;
+    const Json info = {{"CFBundleIdentifier", "com.acme.x"},
+                       {"LSUIElement", true},
+                       {"Count", 3},
+                       {"Ratio", 0.5},
+                       {"List", Json::array({"a", "b"})}};
+    EXPECT_EQ(PropertyList::parseDictionary(writtenBy(home, info, PlistFormat::xml)), info);
+    EXPECT_EQ(PropertyList::parseDictionary(writtenBy(home, info, PlistFormat::binary)), info);
+}
+
+TEST(PropertyListTest, ATopLevelThatIsNoDictionaryReadsAsEmpty) {
+    testing::TempHome home;
+    const std::string path = home.at("array.plist");
+    ASSERT_EQ(std::system(("/usr/bin/python3 -c \"import plistlib; plistlib.dump(['a'], open('" + path +
+                           "', 'wb'), fmt=plistlib.FMT_BINARY)\"")
+                              .c_str()),
+              0);
+    std::ifstream in(path, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    ASSERT_TRUE(PropertyList::parse(bytes).has_value());
+    EXPECT_EQ(PropertyList::parseDictionary(bytes), Json::object());
+    EXPECT_EQ(PropertyList::parseDictionary("not a property list"), Json::object());
+    EXPECT_EQ(PropertyList::parseDictionary(""), Json::object());
+}
+
+TEST(PropertyListTest, ReadsUtf16StringsInBinaryPlists) {
+    testing::TempHome home;
+    const Json info = {{"CFBundleName", "Caf\u00e9 \u2615"}, {"Cl\u00e9", "x"}};
+    EXPECT_EQ(PropertyList::parseDictionary(writtenBy(home, info, PlistFormat::binary)), info);
+}
+
+// Found by the info_plist fuzzer: libplist stops the process on an assertion
+// when a key (or, through its older getter, a string) holds a NUL, which a
+// binary plist encodes as a UTF-16 unit 0. Such a plist reads as unreadable.
+TEST(PropertyListTest, ABinaryPlistWithANulInAUtf16KeyReadsAsUnreadable) {
+    testing::TempHome home;
+    const std::string bytes = writtenBy(home, {{std::string("Cl\u00e9\0x", 5), "x"}}, PlistFormat::binary);
+    EXPECT_FALSE(PropertyList::parse(bytes).has_value());
+    EXPECT_EQ(PropertyList::parseDictionary(bytes), Json::object());
+}
+
+TEST(PropertyListTest, TheFuzzersBinaryPlistsWithNulsInsideReadWithoutStoppingTheProcess) {
+    for (const char* name : {"string-with-nuls.bplist", "key-with-nuls.bplist"}) {
+        std::ifstream in(std::string(UNBULK_SOURCE_DIR) + "/fuzz/corpus/info_plist/" + name, std::ios::binary);
+        ASSERT_TRUE(in) << name;
+        const std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        EXPECT_EQ(PropertyList::parseDictionary(bytes), Json::object()) << name;
+    }
+}
+
+} // namespace
+} // namespace unbulk
