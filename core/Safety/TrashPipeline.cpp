@@ -13,6 +13,7 @@
 #include "Support/CheckedMath.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Uuid.hpp"
+#include "Platform/TreeMeasure.hpp"
 
 namespace unbulk {
 
@@ -188,18 +189,11 @@ TrashPipeline::ItemMetrics TrashPipeline::metricsOf(const std::string& path, con
     // nothing, so an unreadable directory measures as an empty one. A link
     // to a directory is walked as that directory, as the existence test
     // followed it; what is removed later is still the link itself.
+    const TreeMeasure tree = fileSystem_->measureTree(path, {.status = WalkStatus::regularFiles});
     ItemMetrics metrics;
-    WalkCallbacks callbacks;
-    callbacks.visit = [&metrics](const WalkEntry& entry) {
-        if (entry.kind == FileKind::regular && entry.status != nullptr) {
-            metrics.fileCount += 1;
-            metrics.allocatedBytes += entry.status->allocatedSize;
-            metrics.logicalBytes += entry.status->size;
-        }
-        return WalkAction::proceed;
-    };
-    callbacks.onError = [](const std::string&, std::error_code, WalkFailure) {};
-    fileSystem_->walk(path, WalkOptions{.status = WalkStatus::regularFiles}, callbacks);
+    metrics.fileCount = tree.files.count;
+    metrics.allocatedBytes = tree.files.allocatedBytes;
+    metrics.logicalBytes = tree.files.logicalBytes;
 
     // An empty directory is still one item to remove.
     if (metrics.fileCount < 1) metrics.fileCount = 1;

@@ -9,6 +9,7 @@
 #include "Support/CheckedMath.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
+#include "Platform/TreeMeasure.hpp"
 
 namespace unbulk {
 namespace {
@@ -219,18 +220,11 @@ std::optional<StorageAnomaly> AnomalyDetector::analyzeCandidate(const FileURL& u
 // Every regular file below, hidden ones too, each at every name it has: a
 // rough figure for a threshold, not the deduplicated measure of a scan item.
 AnomalyDetector::DirectoryMetrics AnomalyDetector::computeDirectoryMetrics(const FileURL& url) const {
+    const TreeMeasure tree = fileSystem_->measureTree(url.path(), {.status = WalkStatus::regularFiles});
     DirectoryMetrics metrics;
-    WalkCallbacks callbacks;
-    callbacks.visit = [&](const WalkEntry& entry) {
-        if (entry.kind == FileKind::symbolicLink) return WalkAction::skipDescendants;
-        if (entry.kind != FileKind::regular || !entry.status) return WalkAction::proceed;
-        metrics.fileCount = checkedAdd(metrics.fileCount, 1);
-        metrics.allocatedBytes = checkedAdd(metrics.allocatedBytes, entry.status->allocatedSize);
-        metrics.logicalBytes = checkedAdd(metrics.logicalBytes, entry.status->size);
-        return WalkAction::proceed;
-    };
-    callbacks.onError = [](const std::string&, std::error_code, WalkFailure) {};
-    fileSystem_->walk(url.path(), {.status = WalkStatus::regularFiles}, callbacks);
+    metrics.fileCount = tree.files.count;
+    metrics.allocatedBytes = tree.files.allocatedBytes;
+    metrics.logicalBytes = tree.files.logicalBytes;
     return metrics;
 }
 

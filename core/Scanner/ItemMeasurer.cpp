@@ -1,27 +1,13 @@
 #include "Scanner/ItemMeasurer.hpp"
 
-#include <unordered_set>
+#include <algorithm>
 
+#include "Platform/InodeSet.hpp"
+#include "Platform/TreeMeasure.hpp"
 #include "Safety/TCCIsolationHelper.hpp"
 
 namespace unbulk::ItemMeasurer {
 namespace {
-
-struct InodeKey {
-    std::uint64_t dev;
-    std::uint64_t ino;
-    friend bool operator==(const InodeKey&, const InodeKey&) = default;
-};
-
-struct InodeKeyHash {
-    std::size_t operator()(const InodeKey& key) const noexcept {
-        return std::hash<std::uint64_t>{}(key.ino * 0x9E3779B97F4A7C15ull ^ key.dev);
-    }
-};
-
-void keepNewer(std::optional<Date>& newest, Date candidate) {
-    if (!newest || candidate > *newest) newest = candidate;
-}
 
 MeasuredMetrics singleFile(const std::optional<FileStatus>& status) {
     if (!status) return MeasuredMetrics{.fileCount = 1, .requiresFullDiskAccess = true};
@@ -58,37 +44,23 @@ MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& pat
     // A directory that cannot be read (the root among them) adds nothing and
     // stops nothing: an unreadable item measures as an empty directory, 0
     // bytes and one file with no dates, flagged only where the caller asks
-    // for permission errors to be.
-    MeasuredMetrics metrics;
-    std::unordered_set<InodeKey, InodeKeyHash> seen;
-    WalkCallbacks callbacks;
-    callbacks.visit = [&](const WalkEntry& entry) {
-        // Links are reported, never followed; directories add nothing.
-        if (entry.kind != FileKind::regular || !entry.status) return WalkAction::proceed;
-        ++metrics.fileCount; // every link to a file counts as a file
-        const FileStatus& file = *entry.status;
-        // A file with one link can be met only once, so only files with more
-        // links need the (device, inode) set: that keeps the set, and its
-        // allocations, to the few files that are hard-linked.
-        if (file.linkCount > 1 && !seen.insert(InodeKey{file.device, file.inode}).second) {
-            return WalkAction::proceed;
-        }
-        metrics.logicalBytes += file.size;
-        metrics.allocatedBytes += file.allocatedSize;
-        keepNewer(metrics.lastModifiedDate, file.modificationDate);
-        keepNewer(metrics.lastAccessedDate, file.accessDate);
-        return WalkAction::proceed;
+    // for permission errors to be. Every name of a file counts as a file;
+    // its bytes are charged once.
+    InodeSet inodes;
+    const TreeMeasure tree = fileSystem.measureTree(path, {.status = WalkStatus::regularFiles, .inodes = &inodes});
+    MeasuredMetrics metrics{
+        .allocatedBytes = tree.chargedAllocatedBytes,
+        .logicalBytes = tree.chargedLogicalBytes,
+        .fileCount = std::max<std::int64_t>(tree.files.count, 1),
+        .lastAccessedDate = tree.files.newestAccess,
+        .lastModifiedDate = tree.files.newestModification,
+        .requiresFullDiskAccess = tree.unexaminedEntries > 0,
     };
-    callbacks.onError = [&](const std::string&, std::error_code failure, WalkFailure kind) {
-        if (kind == WalkFailure::entry) {
-            metrics.requiresFullDiskAccess = true;
-        } else if (unreadable == UnreadableDirectories::flagPermissionErrors &&
-                   TCCIsolationHelper::isPermissionOrTCCError(failure)) {
-            metrics.requiresFullDiskAccess = true;
+    if (unreadable == UnreadableDirectories::flagPermissionErrors) {
+        for (const auto& failure : tree.directoryErrors) {
+            if (TCCIsolationHelper::isPermissionOrTCCError(failure)) metrics.requiresFullDiskAccess = true;
         }
-    };
-    fileSystem.walk(path, WalkOptions{.status = WalkStatus::regularFiles}, callbacks);
-    metrics.fileCount = std::max<std::int64_t>(metrics.fileCount, 1);
+    }
     return metrics;
 }
 

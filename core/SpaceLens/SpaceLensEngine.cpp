@@ -9,6 +9,7 @@
 #include "SpaceLens/FileCategorizer.hpp"
 #include "Support/CheckedMath.hpp"
 #include "Support/Paths.hpp"
+#include "Platform/TreeMeasure.hpp"
 
 namespace unbulk {
 
@@ -30,18 +31,12 @@ SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& pa
         measure.count = 1;
         return measure;
     }
-    WalkCallbacks callbacks;
-    callbacks.visit = [&](const WalkEntry& entry) {
-        if (entry.kind == FileKind::regular && entry.status) {
-            measure.count = checkedAdd(measure.count, 1);
-            measure.allocated = checkedAdd(measure.allocated, entry.status->allocatedSize);
-            measure.logical = checkedAdd(measure.logical, entry.status->size);
-        }
-        return WalkAction::proceed;
-    };
-    callbacks.onError = [](const std::string&, std::error_code, WalkFailure) {};
-    fileSystem_->walk(path, {.status = WalkStatus::regularFiles, .descendIntoPackages = false}, callbacks);
-    measure.count = std::max<std::int64_t>(measure.count, 1);
+    // Every name of a file counts, with its bytes (no inode set here).
+    const TreeMeasure tree =
+        fileSystem_->measureTree(path, {.status = WalkStatus::regularFiles, .descendIntoPackages = false});
+    measure.count = std::max<std::int64_t>(tree.files.count, 1);
+    measure.allocated = tree.files.allocatedBytes;
+    measure.logical = tree.files.logicalBytes;
     return measure;
 }
 

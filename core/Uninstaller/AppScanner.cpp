@@ -8,6 +8,8 @@
 #include <tbb/task_group.h>
 
 #include "Platform/PropertyList.hpp"
+#include "Platform/InodeSet.hpp"
+#include "Platform/TreeMeasure.hpp"
 #include "Support/CheckedMath.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
@@ -36,14 +38,6 @@ std::string baseName(const FileURL& bundleURL) {
     if (!extension.empty()) name.resize(name.size() - extension.size() - 1);
     return name;
 }
-
-struct InodeKey {
-    std::uint64_t dev;
-    std::uint64_t ino;
-    friend bool operator<(const InodeKey& a, const InodeKey& b) {
-        return a.dev != b.dev ? a.dev < b.dev : a.ino < b.ino;
-    }
-};
 
 } // namespace
 
@@ -199,20 +193,10 @@ std::optional<FileURL> AppScanner::iconURL(const FileURL& bundleURL, const Json&
 // Every regular file of the bundle, hidden ones and those of nested
 // packages too, each inode once; links add nothing.
 std::pair<std::int64_t, std::int64_t> AppScanner::measureBundle(const FileURL& bundleURL) const {
-    std::int64_t allocated = 0, logical = 0;
-    std::set<InodeKey> seen;
-    WalkCallbacks callbacks;
-    callbacks.visit = [&](const WalkEntry& entry) {
-        if (entry.kind == FileKind::symbolicLink) return WalkAction::skipDescendants;
-        if (entry.kind != FileKind::regular || !entry.status) return WalkAction::proceed;
-        if (!seen.insert({entry.status->device, entry.status->inode}).second) return WalkAction::proceed;
-        logical = checkedAdd(logical, entry.status->size);
-        allocated = checkedAdd(allocated, entry.status->allocatedSize);
-        return WalkAction::proceed;
-    };
-    callbacks.onError = [](const std::string&, std::error_code, WalkFailure) {};
-    fileSystem_->walk(bundleURL.path(), {.status = WalkStatus::regularFiles}, callbacks);
-    return {allocated, logical};
+    InodeSet inodes;
+    const TreeMeasure tree =
+        fileSystem_->measureTree(bundleURL.path(), {.status = WalkStatus::regularFiles, .inodes = &inodes});
+    return {tree.chargedAllocatedBytes, tree.chargedLogicalBytes};
 }
 
 } // namespace unbulk

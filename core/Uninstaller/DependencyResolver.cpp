@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "Platform/InodeSet.hpp"
+#include "Platform/TreeMeasure.hpp"
 #include "Support/CheckedMath.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
@@ -49,13 +51,6 @@ std::vector<std::string> splitNonEmpty(const std::string& text, char separator) 
     }
     return pieces;
 }
-
-struct InodeKey {
-    std::uint64_t dev, ino;
-    friend bool operator<(const InodeKey& a, const InodeKey& b) {
-        return a.dev != b.dev ? a.dev < b.dev : a.ino < b.ino;
-    }
-};
 
 struct SizingMetrics {
     std::int64_t allocatedBytes = 0;
@@ -243,7 +238,7 @@ private:
         const auto status = fs_.linkStatus(path, error);
         if (!status) return m;
         auto charge = [&](const FileStatus& st) {
-            return seen_.insert({st.device, st.inode}).second ? st.allocatedSize : std::int64_t{0};
+            return seen_.firstTime(st) ? st.allocatedSize : std::int64_t{0};
         };
         if (status->kind == FileKind::symbolicLink) {
             m.logicalBytes = status->size;
@@ -260,28 +255,17 @@ private:
             return m;
         }
         m.isDirectory = true;
-        bool unreadable = false;
+        // Links count as files and add nothing; fifos, sockets and devices
+        // count with their bytes, as regular files do.
+        const TreeMeasure tree = fs_.measureTree(path, {.status = WalkStatus::all, .inodes = &seen_});
+        if (tree.rootUnreadable) return SizingMetrics{.fileCount = 1, .isDirectory = true};
+        m.fileCount = std::max<std::int64_t>(checkedAdd(checkedAdd(tree.files.count, tree.links.count), tree.others.count), 1);
+        m.logicalBytes = checkedAdd(tree.files.logicalBytes, tree.others.logicalBytes);
+        m.allocatedBytes = checkedAdd(tree.chargedAllocatedBytes, tree.others.allocatedBytes);
         Date newest = status->modificationDate;
-        WalkCallbacks callbacks;
-        callbacks.visit = [&](const WalkEntry& entry) {
-            if (!entry.status) return WalkAction::proceed;
-            if (entry.kind == FileKind::symbolicLink) {
-                m.fileCount += 1;
-                return WalkAction::skipDescendants;
-            }
-            if (entry.kind == FileKind::directory) return WalkAction::proceed;
-            m.fileCount += 1;
-            m.logicalBytes = checkedAdd(m.logicalBytes, entry.status->size);
-            m.allocatedBytes = checkedAdd(m.allocatedBytes, charge(*entry.status));
-            newest = std::max(newest, entry.status->modificationDate);
-            return WalkAction::proceed;
-        };
-        callbacks.onError = [&](const std::string& failed, std::error_code, WalkFailure) {
-            if (failed == path) unreadable = true;
-        };
-        fs_.walk(path, {.status = WalkStatus::all}, callbacks);
-        if (unreadable) return SizingMetrics{.fileCount = 1, .isDirectory = true};
-        m.fileCount = std::max<std::int64_t>(m.fileCount, 1);
+        for (const auto& candidate : {tree.files.newestModification, tree.others.newestModification}) {
+            if (candidate) newest = std::max(newest, *candidate);
+        }
         m.lastModifiedDate = newest;
         return m;
     }
@@ -292,7 +276,7 @@ private:
     std::string home_, resolvedHome_, bundle_, resolvedBundle_;
     std::vector<ResolvedDependency> results_;
     std::set<std::string> visited_;
-    std::set<InodeKey> seen_;
+    InodeSet seen_{InodeSet::Keeps::everyFile};
 };
 
 const std::set<std::string>& DependencyResolver::genericNames() {

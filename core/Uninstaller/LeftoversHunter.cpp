@@ -6,6 +6,7 @@
 #include "Support/Paths.hpp"
 #include "Uninstaller/InstalledAppsIndex.hpp"
 #include "Uninstaller/LeftoversWhitelist.hpp"
+#include "Platform/TreeMeasure.hpp"
 
 namespace unbulk {
 namespace {
@@ -174,18 +175,10 @@ LeftoversHunter::Measure LeftoversHunter::measure(const std::string& path) const
         m.modified = status->modificationDate;
         return m;
     }
-    WalkCallbacks callbacks;
-    callbacks.visit = [&](const WalkEntry& entry) {
-        if (entry.kind == FileKind::symbolicLink) return WalkAction::skipDescendants;
-        if (entry.kind != FileKind::regular || !entry.status) return WalkAction::proceed;
-        m.logical = checkedAdd(m.logical, entry.status->size);
-        m.allocated = checkedAdd(m.allocated, entry.status->allocatedSize);
-        m.modified =
-            m.modified ? std::max(*m.modified, entry.status->modificationDate) : entry.status->modificationDate;
-        return WalkAction::proceed;
-    };
-    callbacks.onError = [](const std::string&, std::error_code, WalkFailure) {};
-    fileSystem_->walk(path, {.status = WalkStatus::regularFiles}, callbacks);
+    const TreeMeasure tree = fileSystem_->measureTree(path, {.status = WalkStatus::regularFiles});
+    m.logical = tree.files.logicalBytes;
+    m.allocated = tree.files.allocatedBytes;
+    m.modified = tree.files.newestModification;
     return m;
 }
 

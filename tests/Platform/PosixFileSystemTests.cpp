@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "Platform/Home.hpp"
+#include "Platform/TreeMeasure.hpp"
 #include "Platform/posix/PosixFileSystem.hpp"
 #include "Support/Paths.hpp"
 #include "support/DeepTree.hpp"
@@ -282,7 +283,7 @@ TEST_F(PosixFileSystemTest, ARemovalStoppedByAnErrorReportsWhatItHadRemoved) {
     EXPECT_TRUE(stdfs::exists(report.failedPath));
 }
 
-TEST_F(PosixFileSystemTest, ATreeOneHundredThousandDeepIsWalkedAndRemovedWholeWithFewDescriptors) {
+TEST_F(PosixFileSystemTest, ATreeOneHundredThousandDeepIsWalkedMeasuredAndRemovedWholeWithFewDescriptors) {
     const std::string root = home.makeDirectory("deep");
     const std::int64_t files = testing::makeDeepChain(root, 100'000, 1000, 10);
     testing::DescriptorLimit limit(256); // what macOS gives a process
@@ -301,6 +302,11 @@ TEST_F(PosixFileSystemTest, ATreeOneHundredThousandDeepIsWalkedAndRemovedWholeWi
     EXPECT_EQ(seen, files);
     EXPECT_EQ(bytes, files * 10);
     EXPECT_EQ(directories, 100'000);
+
+    // The parallel measure of the same tree: exact, and within the same limit.
+    const TreeMeasure measure = fs.measureTree(root, {.status = WalkStatus::regularFiles});
+    EXPECT_EQ(std::tuple(measure.files.count, measure.files.logicalBytes, measure.unreadableDirectories),
+              std::tuple(files, files * 10, 0));
 
     RemovalReport report;
     std::error_code error;

@@ -14,6 +14,13 @@ namespace {
 
 [[noreturn]] void fail(const char* what) { throw std::system_error(errno, std::generic_category(), what); }
 
+void writeFileAt(int directory, const char* name, const std::string& contents) {
+    const int file = ::openat(directory, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (file < 0) fail("create file");
+    if (::write(file, contents.data(), contents.size()) != static_cast<ssize_t>(contents.size())) fail("write");
+    ::close(file);
+}
+
 } // namespace
 
 std::int64_t makeDeepChain(const std::string& root, int depth, int fileEvery, std::int64_t fileSize) {
@@ -28,14 +35,34 @@ std::int64_t makeDeepChain(const std::string& root, int depth, int fileEvery, st
         ::close(current);
         current = next;
         if (fileEvery > 0 && level % fileEvery == 0) {
-            const int file = ::openat(current, "f", O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-            if (file < 0) fail("create file");
-            if (::write(file, contents.data(), contents.size()) != static_cast<ssize_t>(contents.size())) {
-                fail("write");
-            }
-            ::close(file);
+            writeFileAt(current, "f", contents);
             ++files;
         }
+    }
+    ::close(current);
+    return files;
+}
+
+std::int64_t makeComb(const std::string& root, int depth, int leavesPerLevel, std::int64_t fileSize) {
+    int current = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (current < 0) fail("open root");
+    const std::string contents(static_cast<std::size_t>(fileSize), 'x');
+    std::int64_t files = 0;
+    for (int level = 1; level <= depth; ++level) {
+        for (int leaf = 0; leaf < leavesPerLevel; ++leaf) {
+            const std::string name = "l" + std::to_string(level * 7919 % 1000) + "-" + std::to_string(leaf);
+            if (::mkdirat(current, name.c_str(), 0700) != 0) fail("mkdirat leaf");
+            const int directory = ::openat(current, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            if (directory < 0) fail("openat leaf");
+            writeFileAt(directory, "f", contents);
+            ::close(directory);
+            ++files;
+        }
+        if (::mkdirat(current, "d", 0700) != 0) fail("mkdirat");
+        const int next = ::openat(current, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (next < 0) fail("openat");
+        ::close(current);
+        current = next;
     }
     ::close(current);
     return files;

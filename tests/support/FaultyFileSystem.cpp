@@ -98,6 +98,10 @@ void FaultyFileSystem::walk(const std::string& root, const WalkOptions& options,
     inner_->walk(root, options, wrapped);
 }
 
+TreeMeasure FaultyFileSystem::measureTree(const std::string& root, const TreeMeasureOptions& options) const {
+    return measureTreeSerially(*this, root, options);
+}
+
 std::optional<std::string> FaultyFileSystem::destinationOfSymbolicLink(const std::string& path,
                                                                        std::error_code& error) const {
     if (fails(FileSystemCall::destinationOfSymbolicLink, path, error)) return std::nullopt;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Platform/FileSystem.hpp"
+#include "Platform/TreeMeasure.hpp"
 
 namespace unbulk::testing {
 
@@ -67,6 +68,9 @@ public:
     std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
                                                     std::error_code& error) const override;
     void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override;
+    // The serial definition over this file system's own walk, so that every
+    // fault a walk meets reaches the measures too.
+    TreeMeasure measureTree(const std::string& root, const TreeMeasureOptions& options) const override;
     std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
                                                          std::error_code& error) const override;
     std::string resolvingSymlinks(const std::string& path) const override;

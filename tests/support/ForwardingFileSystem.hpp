@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "Platform/FileSystem.hpp"
+#include "Platform/TreeMeasure.hpp"
 
 namespace unbulk::testing {
 
@@ -25,6 +26,11 @@ public:
     }
     void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override {
         inner_->walk(root, options, callbacks);
+    }
+    // The serial definition over this object's walk, so that a double that
+    // changes walks changes what measures see too.
+    TreeMeasure measureTree(const std::string& root, const TreeMeasureOptions& options) const override {
+        return measureTreeSerially(*this, root, options);
     }
     std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
                                                          std::error_code& error) const override {

@@ -17,7 +17,10 @@
 
 #include "Platform/posix/AnchoredDirectory.hpp"
 #include "Platform/posix/Descriptors.hpp"
+#include "Platform/posix/EntryKinds.hpp"
+#include "Platform/posix/ParallelTreeMeasure.hpp"
 #include "Platform/posix/TreeWalker.hpp"
+#include "Platform/TreeMeasure.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk {
@@ -25,6 +28,8 @@ namespace unbulk {
 using posix::DirGuard;
 using posix::FdGuard;
 using posix::isDotOrDotDot;
+using posix::kindFromDirent;
+using posix::kindFromMode;
 using posix::lastError;
 using posix::writeAll;
 
@@ -33,13 +38,6 @@ namespace {
 Date toDate(const struct timespec& ts) {
     return Date{std::chrono::duration_cast<Date::duration>(std::chrono::seconds{ts.tv_sec} +
                                                            std::chrono::nanoseconds{ts.tv_nsec})};
-}
-
-FileKind kindFromMode(mode_t mode) {
-    if (S_ISREG(mode)) return FileKind::regular;
-    if (S_ISDIR(mode)) return FileKind::directory;
-    if (S_ISLNK(mode)) return FileKind::symbolicLink;
-    return FileKind::other;
 }
 
 FileStatus fromStat(const struct stat& st) {
@@ -67,15 +65,6 @@ FileStatus fromStat(const struct stat& st) {
     return out;
 }
 
-FileKind kindFromDirent(unsigned char type) {
-    switch (type) {
-    case DT_REG: return FileKind::regular;
-    case DT_DIR: return FileKind::directory;
-    case DT_LNK: return FileKind::symbolicLink;
-    default: return FileKind::other;
-    }
-}
-
 std::string temporarySibling(const std::string& path) {
     std::random_device device;
     std::uniform_int_distribution<unsigned long long> distribution;
@@ -90,6 +79,8 @@ constexpr std::array<std::string_view, 20> packageExtensions{
     "saver", "wdgt",   "xcodeproj", "xcworkspace", "playground", "rtfd", "photoslibrary", "musiclibrary", "component", "pkg"};
 
 } // namespace
+
+FileStatus posix::fileStatusOf(const struct stat& st) { return fromStat(st); }
 
 std::optional<FileStatus> PosixFileSystem::status(const std::string& path, std::error_code& error) const {
     struct stat st;
@@ -166,6 +157,17 @@ void PosixFileSystem::walk(const std::string& root, const WalkOptions& options, 
     };
     hooks.onError = callbacks.onError;
     walker.run(fd, root, hooks);
+}
+
+TreeMeasure PosixFileSystem::measureTree(const std::string& root, const TreeMeasureOptions& options) const {
+    // As in walk, the root is the one place a link is followed.
+    const int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        TreeMeasure measure;
+        measure.addFailure(WalkFailure::directory, lastError(), true);
+        return measure;
+    }
+    return posix::measureInParallel(fd, options);
 }
 
 std::optional<std::string> PosixFileSystem::destinationOfSymbolicLink(const std::string& path,

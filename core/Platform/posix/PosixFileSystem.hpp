@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include "Platform/FileSystem.hpp"
 
 namespace unbulk {
@@ -14,6 +16,7 @@ public:
     std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
                                                     std::error_code& error) const override;
     void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override;
+    TreeMeasure measureTree(const std::string& root, const TreeMeasureOptions& options) const override;
     std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
                                                          std::error_code& error) const override;
     std::string resolvingSymlinks(const std::string& path) const override;
@@ -31,6 +34,11 @@ public:
                          std::error_code& error) override;
     bool isPackage(const std::string& path) const override;
 };
+
+namespace posix {
+// The status of an lstat or fstat as the core sees it.
+FileStatus fileStatusOf(const struct stat& st);
+} // namespace posix
 
 // Extensions of directories that macOS shows as single files.
 bool isPackageExtension(std::string_view extension);

@@ -4,46 +4,11 @@
 #include <unistd.h>
 
 #include "Platform/posix/Descriptors.hpp"
+#include "Platform/posix/EntryKinds.hpp"
 #include "Platform/posix/PosixFileSystem.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk::posix {
-namespace {
-
-FileKind kindFromDirent(unsigned char type) {
-    switch (type) {
-    case DT_REG: return FileKind::regular;
-    case DT_DIR: return FileKind::directory;
-    case DT_LNK: return FileKind::symbolicLink;
-    default: return FileKind::other;
-    }
-}
-
-FileKind kindFromMode(mode_t mode) {
-    if (S_ISREG(mode)) return FileKind::regular;
-    if (S_ISDIR(mode)) return FileKind::directory;
-    if (S_ISLNK(mode)) return FileKind::symbolicLink;
-    return FileKind::other;
-}
-
-bool needsStatus(WalkStatus wanted, unsigned char type) {
-    switch (wanted) {
-    case WalkStatus::all: return true;
-    case WalkStatus::regularFiles: return type == DT_REG || type == DT_UNKNOWN;
-    case WalkStatus::none: return type == DT_UNKNOWN;
-    }
-    return true;
-}
-
-// The extension of a name without allocating: what follows its last dot,
-// when the dot is neither first nor last.
-std::string_view extensionOf(std::string_view name) {
-    const std::size_t dot = name.rfind('.');
-    if (dot == std::string_view::npos || dot == 0 || dot + 1 == name.size()) return {};
-    return name.substr(dot + 1);
-}
-
-} // namespace
 
 int TreeWalker::Frame::descriptor() const { return dir != nullptr ? dirfd(dir) : fd; }
 
