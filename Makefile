@@ -24,13 +24,20 @@ asan: deps
 	@cmake --build --preset asan -j $(JOBS)
 	@ctest --preset asan -j $(JOBS)
 
-# TSAN_TESTS narrows the run to the tests whose names match (a ctest -R
-# expression); CI gives it the threaded ones.
-TSAN_TESTS ?=
+# The threaded code under ThreadSanitizer, against a oneTBB built with it
+# (scripts/tsan-tbb): the governor, the scan's event stream and stages, the
+# audit logger, the app scanner, the space lens and the parallel measure.
+# TSAN_TESTS is the ctest -R expression of the tests run.
+TSAN_TARGETS ?= test_Scanner_ThermalGovernorTests test_Scanner_DeepScanEngineTests \
+  test_Scanner_RegistryStagesTests test_Safety_AuditLoggerTests test_Uninstaller_AppScannerTests \
+  test_SpaceLens_SpaceLensEngineTests test_Platform_ParallelTreeMeasureTests test_Scanner_ItemMeasurerTests
+TSAN_TESTS ?= ThermalGovernor|ScanEventStream|DeepScanEngine|RegistryStages|AuditLogger|AppScanner|SpaceLens|ParallelTreeMeasure|ItemMeasurer
 tsan: deps
+	@scripts/tsan-tbb
 	@cmake --preset tsan >/dev/null
-	@cmake --build --preset tsan -j $(JOBS)
-	@ctest --preset tsan -j $(JOBS) $(if $(TSAN_TESTS),-R '$(TSAN_TESTS)')
+	@cmake --build --preset tsan -j $(JOBS) --target $(TSAN_TARGETS)
+	@ctest --preset tsan -j $(JOBS) -R '$(TSAN_TESTS)'
+
 
 # libFuzzer targets with clang 16, each run for FUZZ_SECONDS (default 30).
 fuzz: deps
