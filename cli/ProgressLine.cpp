@@ -39,6 +39,16 @@ void ProgressLine::show(const std::string& where, std::int64_t items, std::int64
                            formatByteCount(bytes), seconds));
 }
 
+ItemProgress ProgressLine::countingItems() {
+    if (!enabled_) return {};
+    return [this](const std::string& path, std::int64_t bytes) {
+        std::lock_guard lock(mutex_);
+        ++items_;
+        bytes_ += bytes;
+        show(path, items_, bytes_);
+    };
+}
+
 void ProgressLine::clear() {
     if (!shown_) return;
     writeError(eraseLine);

@@ -2,7 +2,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <string>
+
+#include "Support/ItemProgress.hpp"
 
 namespace unbulk::cli {
 
@@ -19,11 +22,17 @@ public:
     ProgressLine& operator=(const ProgressLine&) = delete;
 
     void show(const std::string& where, std::int64_t items, std::int64_t bytes);
+    // Counts each finished item and adds its bytes, then shows the totals;
+    // safe to call from several threads, as the parallel engines do.
+    ItemProgress countingItems();
     // Removes the line; the next show() draws it again.
     void clear();
 
 private:
     bool enabled_;
+    std::mutex mutex_; // for countingItems
+    std::int64_t items_ = 0;
+    std::int64_t bytes_ = 0;
     bool shown_ = false;
     std::chrono::steady_clock::time_point start_;
     std::chrono::steady_clock::time_point last_{};

@@ -5,6 +5,7 @@
 #include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Output.hpp"
+#include "ProgressLine.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Platform/CurrentDirectory.hpp"
 #include "SpaceLens/SpaceLensEngine.hpp"
@@ -33,7 +34,10 @@ int handleSpaceLens(const Arguments& args) {
     // the working directory, as a file URL made of it would be.
     const std::string path = optionValue(args, "--path").value_or(userHomeURL().path());
     const std::string absolute = paths::isAbsolute(path) ? path : paths::appending(currentDirectory(), path);
-    const SpaceNode root = SpaceLensEngine().scanDirectory(FileURL(absolute), depthOf(args));
+    const SpaceNode root = [&] {
+        ProgressLine progress(!hasFlag(args, "--json"));
+        return SpaceLensEngine().scanDirectory(FileURL(absolute), depthOf(args), {}, progress.countingItems());
+    }();
 
     if (hasFlag(args, "--json")) {
         printJson(toJson(root));

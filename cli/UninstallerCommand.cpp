@@ -3,6 +3,7 @@
 #include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Output.hpp"
+#include "ProgressLine.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Safety/AuditLogger.hpp"
 #include "Support/Unicode.hpp"
@@ -19,11 +20,16 @@ AppScanner makeScanner(const FileURL& homeURL) {
 
 int list(const Arguments& args) {
     const FileURL homeURL = userHomeURL();
-    const auto apps = makeScanner(homeURL).scanInstalledApps(false);
-    // The hunter gets neither the list nor a way to make one, so its index is
-    // empty and it reports every library item that is not whitelisted. That
-    // is how this listing has always behaved, and it is kept.
-    const auto leftovers = LeftoversHunter(homeURL).scanForLeftovers(std::nullopt);
+    std::vector<InstalledApp> apps;
+    std::vector<AppLeftover> leftovers;
+    {
+        ProgressLine progress(!hasFlag(args, "--json"));
+        apps = makeScanner(homeURL).scanInstalledApps(false, {}, progress.countingItems());
+        // The hunter gets neither the list nor a way to make one, so its index
+        // is empty and it reports every library item that is not whitelisted.
+        // That is how this listing has always behaved, and it is kept.
+        leftovers = LeftoversHunter(homeURL).scanForLeftovers(std::nullopt);
+    }
 
     if (hasFlag(args, "--json")) {
         Json installed = Json::array(), orphans = Json::array();

@@ -16,8 +16,9 @@ namespace unbulk {
 SpaceLensEngine::SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<FileTypes> fileTypes)
     : fileSystem_(std::move(fileSystem)), fileTypes_(std::move(fileTypes)) {}
 
-SpaceNode SpaceLensEngine::scanDirectory(const FileURL& url, int maxDepth, StopToken stop) const {
-    return buildNode(url, 0, maxDepth, stop);
+SpaceNode SpaceLensEngine::scanDirectory(const FileURL& url, int maxDepth, StopToken stop,
+                                         const ItemProgress& progress) const {
+    return buildNode(url, 0, maxDepth, stop, progress);
 }
 
 SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& path) const {
@@ -40,7 +41,8 @@ SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& pa
     return measure;
 }
 
-SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int maxDepth, StopToken stop) const {
+SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int maxDepth, StopToken stop,
+                                     const ItemProgress& progress) const {
     // The root is taken as asked, links followed; below it a link is a leaf
     // of its own size, so no walk can loop or leave the tree.
     std::error_code error;
@@ -65,6 +67,7 @@ SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int m
         }
         node.itemCount = 1;
         node.fileCategory = FileCategorizer::categorize(node.url, *fileTypes_);
+        if (progress) progress(url.path(), node.allocatedSizeBytes);
         return node;
     }
 
@@ -90,7 +93,7 @@ SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int m
                     return;
                 }
                 try {
-                    SpaceNode child = buildNode(childURL, currentDepth + 1, maxDepth, stop);
+                    SpaceNode child = buildNode(childURL, currentDepth + 1, maxDepth, stop, progress);
                     std::lock_guard lock(gathered);
                     children.push_back(std::move(child));
                 } catch (const NoSuchFileError&) {
@@ -102,9 +105,7 @@ SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int m
             });
         }
         group.wait();
-        // The tasks are done; taking their lock once more also tells the
-        // thread sanitizer, which cannot see into oneTBB, that their writes
-        // happened before these reads.
+        // The tasks are done; what they gathered is read under their lock all the same.
         std::lock_guard lock(gathered);
         if (cancelled) throw CancellationError{};
         std::stable_sort(children.begin(), children.end(), [](const SpaceNode& a, const SpaceNode& b) {
@@ -119,7 +120,9 @@ SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int m
     } else {
         for (const auto& entry : entries) {
             throwIfCancelled(stop);
-            const Measure measure = recursiveMeasure(paths::appending(url.path(), entry.name));
+            const std::string entryPath = paths::appending(url.path(), entry.name);
+            const Measure measure = recursiveMeasure(entryPath);
+            if (progress) progress(entryPath, measure.allocated);
             allocated = checkedAdd(allocated, measure.allocated);
             logical = checkedAdd(logical, measure.logical);
             count = checkedAdd(count, measure.count);

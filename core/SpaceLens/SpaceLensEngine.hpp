@@ -12,6 +12,7 @@
 #include "Platform/FileTypes.hpp"
 #include "Support/Cancellation.hpp"
 #include "Support/NoSuchFileError.hpp"
+#include "Support/ItemProgress.hpp"
 
 namespace unbulk {
 
@@ -27,8 +28,10 @@ public:
                              std::shared_ptr<FileTypes> fileTypes = makeDefaultFileTypes());
 
     // The root at depth 0. Throws NoSuchFileError when nothing is at `url`, and
-    // CancellationError when stop is requested.
-    SpaceNode scanDirectory(const FileURL& url, int maxDepth, StopToken stop = {}) const;
+    // CancellationError when stop is requested. `progress` hears of every
+    // leaf and every measured entry below the opened levels.
+    SpaceNode scanDirectory(const FileURL& url, int maxDepth, StopToken stop = {},
+                            const ItemProgress& progress = {}) const;
 
     // Files, package leaves and directories cut off by depth (never an opened
     // directory) that are at least `minSize` (allocated or logical), whose
@@ -48,7 +51,8 @@ public:
     Measure recursiveMeasure(const std::string& path) const;
 
 private:
-    SpaceNode buildNode(const FileURL& url, int currentDepth, int maxDepth, StopToken stop) const;
+    SpaceNode buildNode(const FileURL& url, int currentDepth, int maxDepth, StopToken stop,
+                        const ItemProgress& progress) const;
 
     std::shared_ptr<FileSystem> fileSystem_;
     std::shared_ptr<FileTypes> fileTypes_;

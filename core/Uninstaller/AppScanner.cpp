@@ -57,7 +57,8 @@ AppScanner::AppScanner(Configuration c)
 
 std::vector<InstalledApp> AppScanner::listInstalledApps(StopToken stop) const { return scanInstalledApps(false, stop); }
 
-std::vector<InstalledApp> AppScanner::scanInstalledApps(bool includeSystemApps, StopToken stop) const {
+std::vector<InstalledApp> AppScanner::scanInstalledApps(bool includeSystemApps, StopToken stop,
+                                                        const ItemProgress& progress) const {
     std::vector<FileURL> roots = applicationsURLs_;
     if (includeSystemApps) roots.insert(roots.end(), systemApplicationsURLs_.begin(), systemApplicationsURLs_.end());
     const std::vector<FileURL> bundles = discoverBundles(roots, 2);
@@ -75,13 +76,13 @@ std::vector<InstalledApp> AppScanner::scanInstalledApps(bool includeSystemApps, 
             }
             auto app = inspectBundle(bundle);
             if (!app) return;
+            if (progress) progress(bundle.path(), app->bundleSizeBytes);
             std::lock_guard lock(gathered);
             apps.push_back(std::move(*app));
         });
     }
     group.wait();
-    // The tasks are done; their lock, taken once more, also shows the thread
-    // sanitizer (which cannot see into oneTBB) that their writes came first.
+    // The tasks are done; what they gathered is read under their lock all the same.
     std::lock_guard lock(gathered);
     if (cancelled) throw CancellationError{};
     std::stable_sort(apps.begin(), apps.end(), [](const InstalledApp& a, const InstalledApp& b) {

@@ -8,6 +8,7 @@
 #include "Platform/FileSystem.hpp"
 #include "Support/Cancellation.hpp"
 #include "Uninstaller/ProtectedAppGuard.hpp"
+#include "Support/ItemProgress.hpp"
 
 namespace unbulk {
 
@@ -31,8 +32,10 @@ public:
 
     std::vector<InstalledApp> listInstalledApps(StopToken stop = {}) const;
     // Sorted by display name without regard to case; equal names keep the
-    // order their inspections finished in.
-    std::vector<InstalledApp> scanInstalledApps(bool includeSystemApps, StopToken stop = {}) const;
+    // order their inspections finished in. `progress` hears of each bundle
+    // once it is inspected.
+    std::vector<InstalledApp> scanInstalledApps(bool includeSystemApps, StopToken stop = {},
+                                                const ItemProgress& progress = {}) const;
     // Nothing when nothing is at the path; a bundle without a readable
     // Info.plist is still reported.
     std::optional<InstalledApp> inspectBundle(const FileURL& bundleURL) const;

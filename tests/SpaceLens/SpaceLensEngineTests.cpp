@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <map>
+#include <mutex>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -178,6 +179,29 @@ TEST(SpaceLensFilterTest, ResultsAreNeverOpenedDirectoriesAndPassEveryGivenTest)
               (Names{"old.zip", "cut"}));
     EXPECT_EQ(names(SpaceLensEngine::filter(root, std::nullopt, std::nullopt, FileCategory::archives)),
               (Names{"old.zip", "fresh.zip"}));
+}
+
+// Progress hears of every leaf of the opened levels and every entry measured
+// below them, once each, from whichever thread finished it; their bytes add
+// up to the root's.
+TEST_F(SpaceLensEngineTest, ProgressHearsOfEveryLeafAndMeasuredEntryOnce) {
+    home.writeFile("t/big/deep/a.bin", 20000);
+    home.writeFile("t/big/b.bin", 10000);
+    home.writeFile("t/small.txt", 100);
+    home.writeFile("t/Tool.app/Contents/bin", 5000);
+    std::mutex mutex;
+    std::map<std::string, std::int64_t> heard;
+    const SpaceNode root = SpaceLensEngine(makeDefaultFileSystem(), std::make_shared<NoFileTypes>())
+                               .scanDirectory(FileURL(home.at("t")), 1, {},
+                                              [&](const std::string& path, std::int64_t bytes) {
+                                                  std::lock_guard lock(mutex);
+                                                  EXPECT_TRUE(heard.emplace(path, bytes).second) << path;
+                                              });
+    std::int64_t total = 0;
+    for (const auto& [path, bytes] : heard) total += bytes;
+    EXPECT_EQ(heard.size(), 4u); // small.txt, Tool.app, and big's two entries
+    EXPECT_TRUE(heard.count(home.at("t/big/deep")) && heard.count(home.at("t/Tool.app")));
+    EXPECT_EQ(total, root.allocatedSizeBytes);
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <filesystem>
+#include <map>
+#include <mutex>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -128,6 +130,20 @@ TEST_F(AppScannerTest, RunningAndProtectionComeFromTheGuard) {
     EXPECT_TRUE(apps.at("Mail").isProtected);
     EXPECT_TRUE(apps.at("Mail").isSystemApp);
     EXPECT_EQ(apps.at("Mail").protectionReason, "Protected Apple core operating system bundle 'com.apple.mail'");
+}
+
+TEST_F(AppScannerTest, ProgressHearsOfEachInspectedBundleWithItsSize) {
+    makeBundle(home, "Applications/Alpha.app", {{"CFBundleIdentifier", "com.acme.alpha"}});
+    makeBundle(home, "Applications/Group/Beta.app", {{"CFBundleIdentifier", "com.acme.beta"}});
+    std::mutex mutex;
+    std::map<std::string, std::int64_t> heard;
+    const auto apps = scanner().scanInstalledApps(false, {}, [&](const std::string& path, std::int64_t bytes) {
+        std::lock_guard lock(mutex);
+        heard[path] += bytes;
+    });
+    ASSERT_EQ(apps.size(), 2u);
+    EXPECT_EQ(heard.size(), 2u);
+    for (const auto& app : apps) EXPECT_EQ(heard[app.bundleURL.path()], app.bundleSizeBytes) << app.displayName;
 }
 
 } // namespace
