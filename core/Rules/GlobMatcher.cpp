@@ -70,33 +70,58 @@ private:
     std::vector<std::string_view> spill_;
 };
 
-// The recursive walk over segments. Each segment but "**" matches exactly one
-// path segment; "**" tries to swallow zero, one, two... segments, shortest
-// first, and is the only thing that recurses.
-bool matchSegments(Segments& pattern, Segments& path, std::size_t p, std::size_t s) {
-    while (true) {
-        const bool patternLeft = pattern.has(p);
-        const bool pathLeft = path.has(s);
-        if (!patternLeft && !pathLeft) return true;
-        if (!pathLeft) {
-            // The path is used up: only "**" segments may remain.
-            for (; pattern.has(p); ++p) {
-                if (pattern[p] != globstar) return false;
+// The walk over segments. Each segment but "**" matches exactly one path
+// segment; "**" tries to swallow zero, one, two... segments, shortest first,
+// and is the only thing that recurses. Whether the rest matches from a pair
+// of positions depends on nothing else, so a pair that failed once is never
+// tried again: without that, k "**" segments against n path segments that
+// end in a mismatch cost n^k tries, and a rule with a dozen of them against
+// a deep path would never finish.
+class SegmentMatch {
+public:
+    SegmentMatch(Segments& pattern, Segments& path) : pattern_(pattern), path_(path) {}
+
+    bool from(std::size_t p, std::size_t s) {
+        while (true) {
+            const bool patternLeft = pattern_.has(p);
+            const bool pathLeft = path_.has(s);
+            if (!patternLeft && !pathLeft) return true;
+            if (!pathLeft) {
+                // The path is used up: only "**" segments may remain.
+                for (; pattern_.has(p); ++p) {
+                    if (pattern_[p] != globstar) return false;
+                }
+                return true;
             }
-            return true;
+            if (!patternLeft) return false;
+            if (pattern_[p] == globstar) break;
+            if (!matchWildcard(pattern_[p], path_[s])) return false;
+            ++p;
+            ++s;
         }
-        if (!patternLeft) return false;
-        if (pattern[p] == globstar) break;
-        if (!matchWildcard(pattern[p], path[s])) return false;
-        ++p;
-        ++s;
+        const std::size_t pathCount = path_.size();
+        if (failed_.empty()) {
+            columns_ = pathCount + 1;
+            failed_.assign((pattern_.size() + 1) * columns_, false);
+        }
+        for (std::size_t k = s; k <= pathCount; ++k) {
+            const std::size_t state = (p + 1) * columns_ + k;
+            if (failed_[state]) continue;
+            if (from(p + 1, k)) return true;
+            failed_[state] = true;
+        }
+        return false;
     }
-    const std::size_t pathCount = path.size();
-    for (std::size_t k = s; k <= pathCount; ++k) {
-        if (matchSegments(pattern, path, p + 1, k)) return true;
-    }
-    return false;
-}
+
+private:
+    Segments& pattern_;
+    Segments& path_;
+    // (pattern index, path index) pairs known not to match, a row per
+    // pattern segment; sized when the first "**" is met, since patterns
+    // without one never need it.
+    std::vector<bool> failed_;
+    std::size_t columns_ = 0;
+};
 
 bool isWildcardOne(char c) { return c == '?'; }
 bool isWildcardRun(char c) { return c == '*'; }
@@ -206,11 +231,11 @@ bool matches(std::string_view pattern, std::string_view path, const FileURL& hom
     // copied and standardised only when that changes something.
     if (paths::isStandardizedPath(path)) {
         Segments pathSegments(path);
-        return matchSegments(patternSegments, pathSegments, 0, 0);
+        return SegmentMatch(patternSegments, pathSegments).from(0, 0);
     }
     const std::string normalized = normalizePath(path);
     Segments pathSegments(normalized);
-    return matchSegments(patternSegments, pathSegments, 0, 0);
+    return SegmentMatch(patternSegments, pathSegments).from(0, 0);
 }
 
 } // namespace unbulk::GlobMatcher

@@ -68,6 +68,19 @@ TEST(GlobMatcherTest, MatchesWholePaths) {
     EXPECT_FALSE(GlobMatcher::matchWildcard("?", ""));
 }
 
+// Twenty "**" segments against a path 60 deep that fails only at its last
+// segment: trying every way of sharing the segments out would not finish in
+// a lifetime, so this returns at all only because each failed split is
+// remembered.
+TEST(GlobMatcherTest, ManyGlobstarsAgainstADeepPathFinish) {
+    std::string pattern, path;
+    for (int i = 0; i < 20; ++i) pattern += "/**/a";
+    for (int i = 0; i < 60; ++i) path += "/a";
+    EXPECT_TRUE(GlobMatcher::matches(pattern + "/b", path + "/b", home));
+    EXPECT_FALSE(GlobMatcher::matches(pattern + "/b", path + "/c", home));
+    EXPECT_FALSE(GlobMatcher::matches(pattern + "/a", "/a/a/a", home));
+}
+
 TEST(GlobMatcherTest, ExpandHomeAndNormalizePath) {
     const TextCases cases = {
         {"~", "/Users/me"},
