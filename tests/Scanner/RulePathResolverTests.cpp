@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <map>
 
 #include <gtest/gtest.h>
 
 #include "Scanner/RulePathResolver.hpp"
+#include "support/ForwardingFileSystem.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -70,6 +72,29 @@ TEST_F(RulePathResolverTest, APathReachedTwiceIsReportedOnce) {
     home.writeFile("p/cache/x", "x");
     // "**" as zero directories and "*" as "cache" reach the same path.
     EXPECT_EQ(resolve("~/p/**/*"), (Paths{"p/cache", "p/cache/x"}));
+}
+
+// Counts the walks that start at each directory.
+class WalkCounter : public testing::ForwardingFileSystem {
+public:
+    using ForwardingFileSystem::ForwardingFileSystem;
+    void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override {
+        ++walksFrom[root];
+        ForwardingFileSystem::walk(root, options, callbacks);
+    }
+    mutable std::map<std::string, int> walksFrom;
+};
+
+TEST_F(RulePathResolverTest, SeveralDoubleStarsWalkEachDirectoryOnceForEachOfThem) {
+    std::string deep = "t";
+    for (int i = 0; i < 8; ++i) deep += "/d";
+    home.writeFile(deep + "/leaf", "x");
+    home.writeFile("t/leaf", "x");
+    const auto counter = std::make_shared<WalkCounter>(fileSystem);
+    fileSystem = counter;
+    EXPECT_EQ(sorted(resolve("~/t/**/**/**/**/leaf")), (Paths{deep + "/leaf", "t/leaf"}));
+    ASSERT_FALSE(counter->walksFrom.empty());
+    for (const auto& [root, walks] : counter->walksFrom) EXPECT_LE(walks, 4) << root;
 }
 
 TEST_F(RulePathResolverTest, AMissingLiteralPrefixOrAnUnreadableBranchYieldsNothing) {
