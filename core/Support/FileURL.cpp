@@ -62,8 +62,10 @@ std::optional<FileURL> FileURL::parse(std::string_view text) {
     if (!host.empty() && host != "localhost") return std::nullopt;
     auto decoded = percentDecode(text.substr(slash));
     if (!decoded) return std::nullopt;
-    bool directory = decoded->size() > 1 && decoded->back() == '/';
-    return FileURL(std::move(*decoded), directory || *decoded == "/");
+    // Decided before the path is moved into the URL: the order in which
+    // arguments are evaluated is the compiler's choice.
+    const bool directory = *decoded == "/" || decoded->back() == '/';
+    return FileURL(std::move(*decoded), directory);
 }
 
 std::string percentEncodePath(std::string_view path) {

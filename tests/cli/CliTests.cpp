@@ -231,7 +231,7 @@ TEST_F(CliTest, CleanIsRefusedThenADryRunThenMovesToTheTrash) {
     for (const auto& line : linesOf(listed.standardOutput)) trashed.insert(std::regex_replace(line, form, "$1"));
     EXPECT_EQ(trashed, safe) << listed.standardOutput << listed.standardError;
 
-    EXPECT_EQ(auditLogger().readEntries().at(1).operationId, summary["operationId"]);
+    EXPECT_EQ(auditLogger().readEntries().at(1).operationId, summary["operationId"].get<std::string>());
     EXPECT_EQ(auditLogger().verifyIntegrity(), (unbulk::AuditVerificationResult{.isValid = true, .totalEntries = 2}));
 }
 
