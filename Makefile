@@ -19,6 +19,8 @@ test: deps
 	@cmake --build --preset debug -j $(JOBS)
 	@ctest --preset debug -j $(JOBS)
 
+# The whole suite under ASan and UBSan, built with clang 16: with the GCC
+# build of make test, every file is compiled by both, warnings as errors.
 asan: deps
 	@cmake --preset asan >/dev/null
 	@cmake --build --preset asan -j $(JOBS)
