@@ -15,9 +15,9 @@ namespace {
 // protected one ("D\u043Ecuments" with a Cyrillic o, a fullwidth letter, a
 // zero-width space) is refused as well: no person could tell it apart in a
 // confirmation. Stricter than matching names alone, on purpose.
-std::string lowercased(std::string_view text) { return unicode::nameSkeleton(text); }
+std::string skeleton(std::string_view text) { return unicode::nameSkeleton(text); }
 
-bool equalsIgnoringCase(std::string_view a, std::string_view b) { return lowercased(a) == lowercased(b); }
+bool equalsIgnoringCase(std::string_view a, std::string_view b) { return skeleton(a) == skeleton(b); }
 
 bool startsWith(std::string_view text, std::string_view prefix) {
     return text.size() >= prefix.size() && text.substr(0, prefix.size()) == prefix;
@@ -59,7 +59,7 @@ bool hasTraversal(std::string_view path) {
 }
 
 void checkForbiddenSystemPrefixes(const std::string& path, const std::string& homePath) {
-    const std::string lower = lowercased(path);
+    const std::string lower = skeleton(path);
     const bool inHome = isHomeOrInside(path, homePath);
     auto refuse = [&](std::string_view matched) {
         throw SandboxSecurityError::forbiddenSystemPath(path, std::string(matched));
@@ -70,12 +70,12 @@ void checkForbiddenSystemPrefixes(const std::string& path, const std::string& ho
 
 #if defined(__linux__)
     for (std::string_view root : linuxUserRoots) {
-        const std::string lowerRoot = lowercased(root);
+        const std::string lowerRoot = skeleton(root);
         if (lower == lowerRoot || lower == lowerRoot + "/") refuse(root);
         if (startsWith(lower, lowerRoot + "/") && !inHome) refuse(root);
     }
     for (std::string_view prefix : linuxSystemPrefixes) {
-        if (equalsIgnoringCase(path, prefix) || startsWith(lower, lowercased(prefix) + "/")) refuse(prefix);
+        if (equalsIgnoringCase(path, prefix) || startsWith(lower, skeleton(prefix) + "/")) refuse(prefix);
     }
 #endif
 
@@ -103,15 +103,15 @@ void checkForbiddenSystemPrefixes(const std::string& path, const std::string& ho
     // "/System" through "/dev"; the last five entries were judged above.
     for (std::size_t i = 0; i < 9; ++i) {
         const std::string_view prefix = forbiddenSystemPrefixes[i];
-        if (equalsIgnoringCase(path, prefix) || startsWith(lower, lowercased(prefix) + "/")) refuse(prefix);
+        if (equalsIgnoringCase(path, prefix) || startsWith(lower, skeleton(prefix) + "/")) refuse(prefix);
     }
 }
 
 void checkForbiddenUserDirectories(const std::string& path, const std::string& homePath) {
-    const std::string lower = lowercased(path);
+    const std::string lower = skeleton(path);
     for (std::string_view directory : forbiddenUserDirectories) {
         const std::string protectedPath = paths::appending(homePath, directory);
-        if (equalsIgnoringCase(path, protectedPath) || startsWith(lower, lowercased(protectedPath) + "/")) {
+        if (equalsIgnoringCase(path, protectedPath) || startsWith(lower, skeleton(protectedPath) + "/")) {
             throw SandboxSecurityError::forbiddenUserDirectory(path, std::string(directory));
         }
     }

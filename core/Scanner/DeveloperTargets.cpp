@@ -5,6 +5,7 @@
 #include "Platform/Processes.hpp"
 #include "Support/Cancellation.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Unicode.hpp"
 
 namespace unbulk {
 namespace {
@@ -15,12 +16,6 @@ std::vector<FileURL> defaultProjectRoots(const FileURL& homeURL) {
         roots.push_back(homeURL.appending(name, true));
     }
     return roots;
-}
-
-std::string lowercased(std::string_view text) {
-    std::string out(text);
-    for (auto& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
 }
 
 template <typename Items>
@@ -75,11 +70,11 @@ MeasuredMetrics DeveloperTargets::measureItem(const FileURL& url) const {
 
 ProcessRunningCheck DeveloperTargets::defaultProcessChecker() {
     return [](const std::string& name) {
-        const std::string wanted = lowercased(name);
+        const std::string wanted = unicode::lowercased(name);
         if (wanted.empty()) return false; // as the platform's "contains" answers for an empty text
         auto processes = makeDefaultProcesses();
         for (const auto& running : processes->runningProcessNames()) {
-            if (lowercased(running).find(wanted) != std::string::npos) return true;
+            if (unicode::lowercased(running).find(wanted) != std::string::npos) return true;
         }
         return false;
     };
@@ -126,7 +121,7 @@ bool endsWith(std::string_view text, std::string_view suffix) {
 // a name that ends in ".incomplete" exactly (which also catches a hidden
 // file of that name, whose extension is empty).
 bool isIncompleteDownload(const std::string& name) {
-    return lowercased(paths::pathExtension(name)) == "incomplete" || endsWith(name, ".incomplete");
+    return unicode::lowercased(paths::pathExtension(name)) == "incomplete" || endsWith(name, ".incomplete");
 }
 
 void keepNewer(std::optional<Date>& newest, const std::optional<Date>& candidate) {

@@ -7,6 +7,7 @@
 #include "Rules/CacheDirTagDetector.hpp"
 #include "Rules/RuleRegistry.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Unicode.hpp"
 
 namespace unbulk {
 namespace {
@@ -20,12 +21,6 @@ constexpr std::array<std::string_view, 6> credentials{".ssh", ".gnupg", "library
                                                       ".cargo/credentials.toml", ".npmrc", ".aws"};
 constexpr std::array<std::string_view, 5> configurationFiles{".cargo/config.toml", ".gitconfig", ".zshrc", ".bashrc",
                                                              ".gradle/gradle.properties"};
-
-std::string lowercased(std::string_view text) {
-    std::string out(text);
-    for (auto& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
 
 // The entry inside any account under /Users: "/users/<one component>/<entry>"
 // followed by "/" or the end, or only the end where a prefix is not allowed.
@@ -47,7 +42,7 @@ template <std::size_t N>
 std::optional<std::string_view> homeRelativeHit(const std::array<std::string_view, N>& table, std::string_view lower,
                                                 const std::string& homePath, bool allowBelow) {
     for (auto entry : table) {
-        const std::string protectedPath = lowercased(paths::appending(homePath, entry));
+        const std::string protectedPath = unicode::lowercased(paths::appending(homePath, entry));
         const bool hit = allowBelow ? paths::isSameOrBelow(lower, protectedPath) : lower == protectedPath;
         if (hit || inAnyAccount(lower, entry, allowBelow)) return entry;
     }
@@ -112,7 +107,7 @@ RiskClassifier::RiskClassifier(FileURL homeURL, std::shared_ptr<const RuleRegist
 
 std::optional<std::string> RiskClassifier::evaluateKeepBoundaries(const std::string& path,
                                                                   const std::string& homePath) {
-    const std::string lower = lowercased(path);
+    const std::string lower = unicode::lowercased(path);
     for (auto entry : systemPaths) {
         if (paths::isSameOrBelow(lower, entry)) return "Protected system OS directory (" + std::string(entry) + ").";
     }

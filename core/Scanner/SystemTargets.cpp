@@ -8,6 +8,7 @@
 #include "Safety/TCCIsolationHelper.hpp"
 #include "Support/Cancellation.hpp"
 #include "Support/Paths.hpp"
+#include "Support/Unicode.hpp"
 
 namespace unbulk {
 namespace {
@@ -32,16 +33,8 @@ constexpr std::string_view requiresAccess = " (Requires Full Disk Access)";
 // Folding ASCII letters is all the comparisons below need: every text they
 // look for is ASCII, and the only non-ASCII capital that folds to an ASCII
 // letter (KELVIN SIGN to "k") has no "k" to match in those texts.
-std::string lowercased(std::string_view text) {
-    std::string out(text);
-    for (char& c : out) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return out;
-}
-
 bool isBrowserFolderName(std::string_view name) {
-    const std::string lower = lowercased(name);
+    const std::string lower = unicode::lowercased(name);
     return std::any_of(browserNameMarks.begin(), browserNameMarks.end(),
                        [&](std::string_view mark) { return lower.find(mark) != std::string::npos; });
 }
@@ -253,7 +246,7 @@ SystemScanOutput SystemTargets::scanBrowserCaches(const ScanProgressHandler& pro
 }
 
 bool SystemTargets::isDeveloperCacheName(std::string_view name) {
-    const std::string lower = lowercased(name);
+    const std::string lower = unicode::lowercased(name);
     return std::find(developerCacheNames.begin(), developerCacheNames.end(), lower) != developerCacheNames.end();
 }
 

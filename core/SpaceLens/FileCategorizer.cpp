@@ -3,16 +3,10 @@
 #include <algorithm>
 
 #include "Support/Paths.hpp"
+#include "Support/Unicode.hpp"
 
 namespace unbulk::FileCategorizer {
 namespace {
-
-std::string lowercased(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
 
 template <std::size_t N> bool contains(const std::array<std::string_view, N>& table, const std::string& extension) {
     return std::find(table.begin(), table.end(), extension) != table.end();
@@ -21,13 +15,13 @@ template <std::size_t N> bool contains(const std::array<std::string_view, N>& ta
 } // namespace
 
 FileCategory categorize(const FileURL& url, const FileTypes& fileTypes) {
-    const std::string name = lowercased(url.lastComponent());
+    const std::string name = unicode::lowercased(url.lastComponent());
     for (const char* special : {"package.swift", "cargo.toml", "package.json", "dockerfile", "makefile", "gemfile"}) {
         if (name == special) return FileCategory::developerArtifacts;
     }
     if (name.ends_with(".deriveddata") || name.ends_with(".appiconset")) return FileCategory::developerArtifacts;
 
-    const std::string extension = lowercased(paths::pathExtension(url.path()));
+    const std::string extension = unicode::lowercased(paths::pathExtension(url.path()));
     if (contains(archiveExtensions, extension)) return FileCategory::archives;
     if (contains(diskImageExtensions, extension)) return FileCategory::diskImages;
     if (contains(developerExtensions, extension)) return FileCategory::developerArtifacts;

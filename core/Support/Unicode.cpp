@@ -8,6 +8,18 @@
 
 namespace unbulk::unicode {
 
+namespace {
+
+std::string asciiLowercased(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return out;
+}
+
+} // namespace
+
 bool isAscii(std::string_view text) {
     for (char c : text) {
         if (static_cast<unsigned char>(c) >= 0x80) return false;
@@ -109,6 +121,7 @@ void appendUtf8(std::string& out, char32_t scalar) {
 }
 
 std::string lowercased(std::string_view text) {
+    if (isAscii(text)) return asciiLowercased(text);
     std::string out;
     out.reserve(text.size());
     std::size_t at = 0;
@@ -128,13 +141,7 @@ std::string lowercased(std::string_view text) {
 }
 
 std::string caseFolded(std::string_view text) {
-    if (!isAscii(text) && !scalars(text)) {
-        std::string out(text);
-        for (char& c : out) {
-            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-        }
-        return out;
-    }
+    if (!isAscii(text) && !scalars(text)) return asciiLowercased(text);
     utf8proc_uint8_t* folded = nullptr;
     const auto length =
         utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()), static_cast<utf8proc_ssize_t>(text.size()),

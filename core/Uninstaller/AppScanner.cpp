@@ -18,13 +18,6 @@
 namespace unbulk {
 namespace {
 
-std::string lowercased(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
-
 // A string value of the dictionary; any other type counts as missing.
 std::optional<std::string> stringValue(const Json& info, const char* key) {
     auto it = info.find(key);
@@ -102,7 +95,7 @@ std::vector<FileURL> AppScanner::discoverBundles(const std::vector<FileURL>& roo
             const std::string path = paths::appending(directory, entry.name);
             const std::string resolved = fileSystem_->resolvingSymlinks(path);
             if (visited.contains(resolved)) continue;
-            if (lowercased(paths::pathExtension(entry.name)) == "app") {
+            if (unicode::lowercased(paths::pathExtension(entry.name)) == "app") {
                 visited.insert(resolved);
                 found.push_back(fileSystem_->fileURL(path)); // as listed, not resolved
                 continue;
@@ -134,7 +127,7 @@ std::optional<InstalledApp> AppScanner::inspectBundle(const FileURL& bundleURL) 
     app.shortVersion = stringValue(info, "CFBundleShortVersionString");
     app.version = app.shortVersion.value_or(stringValue(info, "CFBundleVersion").value_or("Unknown"));
     const auto identifier = stringValue(info, "CFBundleIdentifier");
-    app.bundleIdentifier = identifier && !identifier->empty() ? *identifier : "com.unknown." + lowercased(base);
+    app.bundleIdentifier = identifier && !identifier->empty() ? *identifier : "com.unknown." + unicode::lowercased(base);
     app.bundleName = stringValue(info, "CFBundleName");
 
     std::optional<FileURL> executable;

@@ -6,16 +6,10 @@
 #include "Platform/Processes.hpp"
 #include "Platform/Trash.hpp"
 #include "Uninstaller/UninstallerError.hpp"
+#include "Support/Unicode.hpp"
 
 namespace unbulk {
 namespace {
-
-std::string lowercased(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
 
 bool went(const TrashItemRecord& record) {
     return record.status == TrashItemStatus::success || record.status == TrashItemStatus::simulated;
@@ -62,9 +56,9 @@ void AppUninstaller::checkProtection(const InstalledApp& app) const {
     auto refuse = [&] { throw AppUninstallerError::systemAppProtected(app.displayName, app.bundleIdentifier); };
     if (app.isSystemApp || app.isProtected) refuse();
     if (guard_->evaluateProtection(app.bundleURL, app.bundleIdentifier, std::nullopt).isProtected) refuse();
-    const std::string path = lowercased(app.bundleURL.path());
+    const std::string path = unicode::lowercased(app.bundleURL.path());
     if (path == "/system" || path.starts_with("/system/")) refuse();
-    if (app.bundleIdentifier.starts_with("com.apple.") && !path.starts_with(lowercased(homeURL_.path()))) refuse();
+    if (app.bundleIdentifier.starts_with("com.apple.") && !path.starts_with(unicode::lowercased(homeURL_.path()))) refuse();
 }
 
 UninstallSummary AppUninstaller::uninstall(const InstalledApp& app, bool dryRun,

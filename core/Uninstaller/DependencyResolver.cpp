@@ -12,16 +12,9 @@
 namespace unbulk {
 namespace {
 
-std::string lowercased(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
-
 // Each word with its first letter in upper case and the rest in lower case.
 std::string capitalized(const std::string& text) {
-    std::string out = lowercased(text);
+    std::string out = unicode::lowercased(text);
     bool wordStart = true;
     for (char& c : out) {
         if (wordStart && c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
@@ -76,7 +69,7 @@ public:
 
     std::vector<ResolvedDependency> run(const SearchCandidates& c) {
         if (fs_.fileExists(app_.bundleURL.path())) {
-            visited_.insert(lowercased(resolvedBundle_));
+            visited_.insert(unicode::lowercased(resolvedBundle_));
             append(app_.bundleURL, DependencyLocation::applicationBundle);
         }
         using L = DependencyLocation;
@@ -206,7 +199,7 @@ private:
     void appendIfValid(const std::string& path, DependencyLocation location) {
         const std::string standard = paths::standardize(path);
         const std::string resolved = paths::standardize(fs_.resolvingSymlinks(path));
-        const std::string key = lowercased(resolved);
+        const std::string key = unicode::lowercased(resolved);
         if (visited_.contains(key)) return;
         if (!fs_.fileExists(standard)) return;
         const bool accepted = standard.starts_with(home_) || resolved.starts_with(resolvedHome_) ||
@@ -314,14 +307,14 @@ DependencyResolver::SearchCandidates DependencyResolver::makeCandidates(const In
     std::set<std::string> ids, names;
     if (!id.empty()) {
         ids.insert(id);
-        ids.insert(lowercased(id));
+        ids.insert(unicode::lowercased(id));
     }
     if (!name.empty()) {
         names.insert(name);
         names.insert(replacingAll(name, ' ', ""));
-        names.insert(lowercased(name));
-        names.insert(lowercased(replacingAll(name, ' ', "-")));
-        names.insert(lowercased(replacingAll(name, ' ', "_")));
+        names.insert(unicode::lowercased(name));
+        names.insert(unicode::lowercased(replacingAll(name, ' ', "-")));
+        names.insert(unicode::lowercased(replacingAll(name, ' ', "_")));
     }
     if (c.bundleName && !c.bundleName->empty()) {
         names.insert(*c.bundleName);

@@ -3,18 +3,12 @@
 #include <thread>
 
 #include "Uninstaller/UninstallerError.hpp"
+#include "Support/Unicode.hpp"
 
 namespace unbulk {
 namespace {
 
 constexpr std::uint32_t restrictedFlag = 0x00080000; // SF_RESTRICTED: System Integrity Protection
-
-std::string lowercased(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
 
 bool isSameOrBelow(const std::string& path, const std::string& prefix) {
     return path == prefix || path.starts_with(prefix + "/");
@@ -73,13 +67,13 @@ CodeSignatureReport ProtectedAppGuard::inspectCodeSignature(const FileURL& bundl
 ProtectionEvaluation
 ProtectedAppGuard::evaluateProtection(const FileURL& bundleURL, const std::string& bundleIdentifier,
                                       const std::optional<CodeSignatureReport>& codeSignature) const {
-    const std::string path = lowercased(bundleURL.path());
+    const std::string path = unicode::lowercased(bundleURL.path());
     const std::string resolvedPath = fileSystem_->resolvingSymlinks(bundleURL.path());
-    const std::string resolved = lowercased(resolvedPath);
+    const std::string resolved = unicode::lowercased(resolvedPath);
     auto refuse = [](std::string reason) { return ProtectionEvaluation::make(true, std::move(reason)); };
 
     for (std::string_view prefix : protectedPathPrefixes) {
-        const std::string lower = lowercased(std::string(prefix));
+        const std::string lower = unicode::lowercased(std::string(prefix));
         if (isSameOrBelow(path, lower)) {
             return refuse("Application resides in protected system directory '" + std::string(prefix) + "'");
         }

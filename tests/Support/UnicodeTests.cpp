@@ -39,5 +39,18 @@ TEST(UnicodeTest, NfcComposesCanonicalEquivalentsAndLeavesInvalidTextAlone) {
     EXPECT_FALSE(unicode::canonicallyEquivalent("\xff", "\xfe"));
 }
 
+// Every place that compares names or paths without regard to case lowers them
+// here, so a bundle at "/ÄPPS" and one at "/äpps" are one directory to them.
+TEST(UnicodeTest, LowercasedLowersEveryScalarAndKeepsStrayBytes) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"/Applications/Xcode.APP", "/applications/xcode.app"},
+        {"\u00C9COLE/Stra\u00DFe.TXT", "\u00E9cole/stra\u00DFe.txt"},
+        {"\u0394\u039F\u039A", "\u03B4\u03BF\u03BA"},
+        {"\u212A", "k"}, // KELVIN SIGN
+        {"A\xff" "B\xc3", "a\xff" "b\xc3"},
+    };
+    for (const auto& [text, expected] : cases) EXPECT_EQ(unicode::lowercased(text), expected) << text;
+}
+
 } // namespace
 } // namespace unbulk

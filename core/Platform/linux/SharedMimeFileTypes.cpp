@@ -1,4 +1,5 @@
 #include "Platform/linux/SharedMimeFileTypes.hpp"
+#include "Support/Unicode.hpp"
 
 #include <fstream>
 #include <sstream>
@@ -6,13 +7,6 @@
 
 namespace unbulk {
 namespace {
-
-std::string lowercased(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
-}
 
 bool startsWith(const std::string& text, std::string_view prefix) { return text.starts_with(prefix); }
 
@@ -131,7 +125,7 @@ SharedMimeFileTypes::SharedMimeFileTypes(const std::string& mimeDirectory) {
         if (fields.size() < 3 || !startsWith(fields[2], "*.")) continue;
         const std::string extension = fields[2].substr(2);
         if (extension.find_first_of("*?[") != std::string::npos) continue;
-        typeByExtension_.emplace(lowercased(extension), fields[1]);
+        typeByExtension_.emplace(unicode::lowercased(extension), fields[1]);
     }
     std::ifstream subclasses(mimeDirectory + "/subclasses");
     std::string child, parent;
@@ -140,7 +134,7 @@ SharedMimeFileTypes::SharedMimeFileTypes(const std::string& mimeDirectory) {
 }
 
 std::optional<std::string> SharedMimeFileTypes::mimeType(const std::string& extension) const {
-    auto it = typeByExtension_.find(lowercased(extension));
+    auto it = typeByExtension_.find(unicode::lowercased(extension));
     if (it == typeByExtension_.end()) return std::nullopt;
     return it->second;
 }
