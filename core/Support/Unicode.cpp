@@ -120,24 +120,51 @@ void appendUtf8(std::string& out, char32_t scalar) {
     out.append(reinterpret_cast<const char*>(buffer), static_cast<std::size_t>(length));
 }
 
-std::string lowercased(std::string_view text) {
-    if (isAscii(text)) return asciiLowercased(text);
+namespace {
+
+// Maps each valid scalar through `map(scalar, previous)`, where `previous` is
+// the scalar before it (0 at the start, and after a byte that is not UTF-8,
+// which is kept as it is).
+template <typename Map> std::string mapScalars(std::string_view text, Map map) {
     std::string out;
     out.reserve(text.size());
+    char32_t previous = 0;
     std::size_t at = 0;
     while (at < text.size()) {
         const std::size_t length = validUtf8SequenceLength(text.substr(at));
         if (length == 0) {
             out += text[at++];
+            previous = 0;
             continue;
         }
         utf8proc_int32_t value = 0;
         utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data() + at),
                          static_cast<utf8proc_ssize_t>(length), &value);
-        appendUtf8(out, static_cast<char32_t>(utf8proc_tolower(value)));
+        const auto scalar = static_cast<char32_t>(value);
+        appendUtf8(out, map(scalar, previous));
+        previous = scalar;
         at += length;
     }
     return out;
+}
+
+char32_t lower(char32_t scalar) {
+    return static_cast<char32_t>(utf8proc_tolower(static_cast<utf8proc_int32_t>(scalar)));
+}
+
+} // namespace
+
+std::string lowercased(std::string_view text) {
+    if (isAscii(text)) return asciiLowercased(text);
+    return mapScalars(text, [](char32_t scalar, char32_t) { return lower(scalar); });
+}
+
+std::string capitalized(std::string_view text) {
+    return mapScalars(text, [](char32_t scalar, char32_t previous) {
+        const bool wordStart = previous == 0 || isWhitespaceOrNewline(previous);
+        if (!wordStart) return lower(scalar);
+        return static_cast<char32_t>(utf8proc_totitle(static_cast<utf8proc_int32_t>(scalar)));
+    });
 }
 
 std::string caseFolded(std::string_view text) {

@@ -43,6 +43,11 @@ void appendUtf8(std::string& out, char32_t scalar);
 // the Unicode data: one scalar each). Bytes that are not valid UTF-8 stay.
 std::string lowercased(std::string_view text);
 
+// Each word's first scalar in title case and every other scalar in lower
+// case, a word being what spaces, tabs and line breaks delimit ("élan
+// vital" is "Élan Vital"). Bytes that are not valid UTF-8 stay.
+std::string capitalized(std::string_view text);
+
 // The text as a case-insensitive, normalisation-insensitive file system
 // compares names: Unicode case folding (the KELVIN SIGN folds to "k", LONG S
 // to "s") on the composed form. Bytes that are not valid UTF-8 stay, with

@@ -12,17 +12,6 @@
 namespace unbulk {
 namespace {
 
-// Each word with its first letter in upper case and the rest in lower case.
-std::string capitalized(const std::string& text) {
-    std::string out = unicode::lowercased(text);
-    bool wordStart = true;
-    for (char& c : out) {
-        if (wordStart && c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-        wordStart = c == ' ' || c == '\t' || c == '\n';
-    }
-    return out;
-}
-
 std::string replacingAll(std::string text, char what, const std::string& with) {
     std::string out;
     for (char c : text) {
@@ -324,7 +313,7 @@ DependencyResolver::SearchCandidates DependencyResolver::makeCandidates(const In
     if (pieces.size() >= 3) {
         const std::string& last = pieces.back();
         if (last.size() > 2) names.insert(last);
-        const std::string vendor = capitalized(pieces[1]);
+        const std::string vendor = unicode::capitalized(pieces[1]);
         c.vendorSubpaths.insert(vendor + "/" + last);
         if (!name.empty() && name != last) c.vendorSubpaths.insert(vendor + "/" + name);
     }

@@ -52,5 +52,17 @@ TEST(UnicodeTest, LowercasedLowersEveryScalarAndKeepsStrayBytes) {
     for (const auto& [text, expected] : cases) EXPECT_EQ(unicode::lowercased(text), expected) << text;
 }
 
+TEST(UnicodeTest, CapitalizedTitleCasesTheFirstScalarOfEachWord) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"jetbrains", "Jetbrains"},
+        {"MICROSOFT office\tsuite", "Microsoft Office\tSuite"},
+        {"\u00E9lan vital", "\u00C9lan Vital"},
+        {"\u01C6ungla", "\u01C5ungla"}, // dz with caron takes its title-case form, not upper case
+        {"a-b c.d", "A-b C.d"},          // only whitespace and line breaks part words
+        {"", ""},
+    };
+    for (const auto& [text, expected] : cases) EXPECT_EQ(unicode::capitalized(text), expected) << text;
+}
+
 } // namespace
 } // namespace unbulk
