@@ -5,6 +5,7 @@
 #include "Platform/CurrentDirectory.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
+#include "Support/Text.hpp"
 
 namespace unbulk::SandboxValidator {
 namespace {
@@ -19,17 +20,9 @@ std::string skeleton(std::string_view text) { return unicode::nameSkeleton(text)
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) { return skeleton(a) == skeleton(b); }
 
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.size() >= prefix.size() && text.substr(0, prefix.size()) == prefix;
-}
-
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
-
 // The home itself or anything below it, compared as spelled (case counts).
 bool isHomeOrInside(std::string_view path, const std::string& homePath) {
-    return path == homePath || startsWith(path, homePath + "/");
+    return path == homePath || path.starts_with(homePath + "/");
 }
 
 // The path of a file URL made from the text, standardised: a relative text is
@@ -42,7 +35,7 @@ std::string standardizedFileURLPath(std::string_view text) {
 std::string standardizedHomePath(const FileURL& homeURL) { return paths::standardizingPath(homeURL.path(), ""); }
 
 bool hasTraversal(std::string_view path) {
-    if (path.find("/../") != std::string_view::npos || startsWith(path, "../") || endsWith(path, "/..") ||
+    if (path.find("/../") != std::string_view::npos || path.starts_with("../") || path.ends_with("/..") ||
         path == "..") {
         return true;
     }
@@ -66,44 +59,44 @@ void checkForbiddenSystemPrefixes(const std::string& path, const std::string& ho
     };
 
     if (lower == "/users" || lower == "/users/") refuse("/Users");
-    if (startsWith(lower, "/users/") && !inHome) refuse("/Users");
+    if (lower.starts_with("/users/") && !inHome) refuse("/Users");
 
 #if defined(__linux__)
     for (std::string_view root : linuxUserRoots) {
         const std::string lowerRoot = skeleton(root);
         if (lower == lowerRoot || lower == lowerRoot + "/") refuse(root);
-        if (startsWith(lower, lowerRoot + "/") && !inHome) refuse(root);
+        if (lower.starts_with(lowerRoot + "/") && !inHome) refuse(root);
     }
     for (std::string_view prefix : linuxSystemPrefixes) {
-        if (equalsIgnoringCase(path, prefix) || startsWith(lower, skeleton(prefix) + "/")) refuse(prefix);
+        if (equalsIgnoringCase(path, prefix) || lower.starts_with(skeleton(prefix) + "/")) refuse(prefix);
     }
 #endif
 
-    if (lower == "/volumes" || lower == "/volumes/" || startsWith(lower, "/volumes/")) refuse("/Volumes");
+    if (lower == "/volumes" || lower == "/volumes/" || lower.starts_with("/volumes/")) refuse("/Volumes");
 
     if (lower == "/var" || lower == "/var/") refuse("/var");
-    if (startsWith(lower, "/var/") && !(lower == "/var/folders" || startsWith(lower, "/var/folders/"))) {
+    if (lower.starts_with("/var/") && !(lower == "/var/folders" || lower.starts_with("/var/folders/"))) {
         refuse("/var");
     }
 
     if (lower == "/private/var" || lower == "/private/var/") refuse("/private/var");
-    if (startsWith(lower, "/private/var/") &&
-        !(lower == "/private/var/folders" || startsWith(lower, "/private/var/folders/"))) {
+    if (lower.starts_with("/private/var/") &&
+        !(lower == "/private/var/folders" || lower.starts_with("/private/var/folders/"))) {
         refuse("/private/var");
     }
 
     if (lower == "/private" || lower == "/private/") refuse("/private");
     // The exceptions want the trailing slash: "/private/var/folders" and
     // "/private/tmp" themselves are refused here, unlike "/var/folders".
-    if (startsWith(lower, "/private/") &&
-        !(startsWith(lower, "/private/var/folders/") || startsWith(lower, "/private/tmp/") || inHome)) {
+    if (lower.starts_with("/private/") &&
+        !(lower.starts_with("/private/var/folders/") || lower.starts_with("/private/tmp/") || inHome)) {
         refuse("/private");
     }
 
     // "/System" through "/dev"; the last five entries were judged above.
     for (std::size_t i = 0; i < 9; ++i) {
         const std::string_view prefix = forbiddenSystemPrefixes[i];
-        if (equalsIgnoringCase(path, prefix) || startsWith(lower, skeleton(prefix) + "/")) refuse(prefix);
+        if (equalsIgnoringCase(path, prefix) || lower.starts_with(skeleton(prefix) + "/")) refuse(prefix);
     }
 }
 
@@ -111,7 +104,7 @@ void checkForbiddenUserDirectories(const std::string& path, const std::string& h
     const std::string lower = skeleton(path);
     for (std::string_view directory : forbiddenUserDirectories) {
         const std::string protectedPath = paths::appending(homePath, directory);
-        if (equalsIgnoringCase(path, protectedPath) || startsWith(lower, skeleton(protectedPath) + "/")) {
+        if (equalsIgnoringCase(path, protectedPath) || lower.starts_with(skeleton(protectedPath) + "/")) {
             throw SandboxSecurityError::forbiddenUserDirectory(path, std::string(directory));
         }
     }
@@ -148,14 +141,6 @@ std::string resolvingExistingPart(const std::string& path, const FileSystem& fil
     return tail.empty() ? resolved : paths::appending(resolved, tail);
 }
 
-std::string replacingAll(std::string text, std::string_view target) {
-    if (target.empty()) return text;
-    std::size_t at = 0;
-    while ((at = text.find(target, at)) != std::string::npos)
-        text.erase(at, target.size());
-    return text;
-}
-
 } // namespace
 
 void validatePath(std::string_view path, const FileURL& homeURL, const FileSystem& fileSystem) {
@@ -166,7 +151,7 @@ void validatePath(std::string_view path, const FileURL& homeURL, const FileSyste
     std::string expanded;
     if (path == "~") {
         expanded = homePath;
-    } else if (startsWith(path, "~/")) {
+    } else if (path.starts_with("~/")) {
         expanded = paths::appending(homePath, path.substr(2));
     } else {
         expanded = std::string(path);
@@ -228,7 +213,7 @@ void validatePattern(std::string_view pattern, const std::optional<FileURL>& bas
         expanded = paths::appending(baseDirectory->path(), pattern);
     } else if (pattern == "~") {
         expanded = homePath;
-    } else if (startsWith(pattern, "~/")) {
+    } else if (pattern.starts_with("~/")) {
         expanded = paths::appending(homePath, pattern.substr(2));
     } else {
         expanded = std::string(pattern);
@@ -255,8 +240,8 @@ void validatePattern(std::string_view pattern, const std::optional<FileURL>& bas
     }
 
     // The wildcard segments count towards the depth below the home.
-    if (startsWith(expanded, homePath)) {
-        const auto count = static_cast<int>(paths::components(replacingAll(expanded, homePath)).size());
+    if (expanded.starts_with(homePath)) {
+        const auto count = static_cast<int>(paths::components(text::replacingAll(expanded, homePath, "")).size());
         if (count < 2) throw SandboxSecurityError::insufficientPathDepth(std::string(pattern), count);
     }
 

@@ -10,6 +10,7 @@
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
 #include "Platform/TreeMeasure.hpp"
+#include "Support/Text.hpp"
 
 namespace unbulk {
 namespace {
@@ -62,25 +63,6 @@ std::optional<Decision> decide(bool hasTag, bool matched, bool hashed, bool big)
     if (hashed && big) return Decision{0.65, RiskTier::reviewRequired, anomaly};
     if (hashed) return Decision{0.55, RiskTier::reviewRequired, anomaly};
     return std::nullopt;
-}
-
-std::string joined(const std::vector<std::string>& parts, std::string_view separator) {
-    std::string out;
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-        if (i > 0) out += separator;
-        out += parts[i];
-    }
-    return out;
-}
-
-std::string replacingAll(std::string text, std::string_view what, std::string_view with) {
-    if (what.empty()) return text;
-    std::size_t at = 0;
-    while ((at = text.find(what, at)) != std::string::npos) {
-        text.replace(at, what.size(), with);
-        at += with.size();
-    }
-    return text;
 }
 
 } // namespace
@@ -198,7 +180,7 @@ std::optional<StorageAnomaly> AnomalyDetector::analyzeCandidate(const FileURL& u
     std::string description =
         hasTag
             ? "Authoritative cache tagged with CACHEDIR.TAG standard (" + comment.value_or(name) + ")."
-            : "Untracked heavy storage directory matching cache heuristics (keywords: " + joined(matched, ", ") + ").";
+            : "Untracked heavy storage directory matching cache heuristics (keywords: " + text::joined(matched, ", ") + ").";
 
     StorageAnomaly anomaly;
     anomaly.id = Uuid::random();
@@ -241,7 +223,7 @@ std::optional<RuleDefinition> AnomalyDetector::synthesizeRule(const FileURL& url
                                                               StorageCategory category, bool isRegenerable) const {
     std::string path = url.path();
     const std::string& home = config_.homeURL.path();
-    if (!home.empty() && path.starts_with(home)) path = replacingAll(path, home, "~");
+    if (!home.empty() && path.starts_with(home)) path = text::replacingAll(path, home, "~");
     const std::string pattern = path + "/**";
     try {
         SandboxValidator::validatePattern(pattern, std::nullopt, config_.homeURL, *fileSystem_);

@@ -6,6 +6,7 @@
 #include "Support/Cancellation.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
+#include "Support/Text.hpp"
 
 namespace unbulk {
 namespace {
@@ -100,28 +101,11 @@ std::optional<std::vector<FileURL>> DeveloperTargets::list(const FileURL& direct
 
 namespace {
 
-// Every occurrence of `what` in `text` replaced; an empty `what` changes nothing.
-std::string replacingOccurrences(std::string text, std::string_view what, std::string_view with) {
-    if (what.empty()) return text;
-    std::string out;
-    std::size_t from = 0;
-    for (std::size_t at; (at = text.find(what, from)) != std::string::npos; from = at + what.size()) {
-        out.append(text, from, at - from);
-        out.append(with);
-    }
-    out.append(text, from);
-    return out;
-}
-
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
-
 // A download Homebrew gave up on: the extension "incomplete" in any case, or
 // a name that ends in ".incomplete" exactly (which also catches a hidden
 // file of that name, whose extension is empty).
 bool isIncompleteDownload(const std::string& name) {
-    return unicode::lowercased(paths::pathExtension(name)) == "incomplete" || endsWith(name, ".incomplete");
+    return unicode::lowercased(paths::pathExtension(name)) == "incomplete" || name.ends_with(".incomplete");
 }
 
 void keepNewer(std::optional<Date>& newest, const std::optional<Date>& candidate) {
@@ -203,7 +187,7 @@ std::vector<DiscoveredItem> DeveloperTargets::scanPackageManagerCaches(const Sca
     tryPlace(".cargo/.package-cache", "Cargo Package Cache", "dev.cargo.cache", cargoBin);
 
     for (std::string_view relative : {".local/share/pnpm/store", "Library/pnpm/store", ".pnpm-store"}) {
-        const std::string shown = replacingOccurrences(homeChild(relative).path(), homeURL_.path(), "~");
+        const std::string shown = text::replacingAll(homeChild(relative).path(), homeURL_.path(), "~");
         tryPlace(relative, "pnpm Virtual Store (" + shown + ")", "dev.pnpm.store");
     }
     return collector.take();

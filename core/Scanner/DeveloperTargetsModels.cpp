@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "Support/Paths.hpp"
+#include "Support/Text.hpp"
 
 namespace unbulk {
 namespace {
@@ -37,26 +38,11 @@ bool isDirectoryEntry(const FileSystem& fileSystem, const FileURL& entry) {
     return entry.isDirectory() || fileSystem.isDirectory(entry.path());
 }
 
-// Every occurrence of `from`, left to right, each replaced once: the text a
-// replacement leaves is not searched again.
-std::string replacingOccurrences(std::string_view text, std::string_view from, std::string_view to) {
-    std::string out;
-    out.reserve(text.size());
-    std::size_t start = 0;
-    for (std::size_t found = text.find(from); found != std::string_view::npos; found = text.find(from, start)) {
-        out.append(text.substr(start, found - start));
-        out.append(to);
-        start = found + from.size();
-    }
-    out.append(text.substr(start));
-    return out;
-}
-
 // The hub keeps a repository in "models--<org>--<name>" (or "datasets--...",
 // "spaces--..."). Shown as "<org>/<name>": every "models--" goes, wherever it
 // stands, and every remaining "--" becomes "/".
 std::string huggingFaceModelName(std::string_view folderName) {
-    return replacingOccurrences(replacingOccurrences(folderName, "models--", ""), "--", "/");
+    return text::replacingAll(text::replacingAll(std::string(folderName), "models--", ""), "--", "/");
 }
 
 bool hasWhisperModelExtension(const std::string& path) {

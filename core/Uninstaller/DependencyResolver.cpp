@@ -1,38 +1,16 @@
 #include "Uninstaller/DependencyResolver.hpp"
 
 #include <algorithm>
-#include <sstream>
 
 #include "Platform/InodeSet.hpp"
 #include "Platform/TreeMeasure.hpp"
 #include "Support/CheckedMath.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
+#include "Support/Text.hpp"
 
 namespace unbulk {
 namespace {
-
-std::string replacingAll(std::string text, char what, const std::string& with) {
-    std::string out;
-    for (char c : text) {
-        if (c == what) {
-            out += with;
-        } else {
-            out += c;
-        }
-    }
-    return out;
-}
-
-std::vector<std::string> splitNonEmpty(const std::string& text, char separator) {
-    std::vector<std::string> pieces;
-    std::string piece;
-    std::istringstream in(text);
-    while (std::getline(in, piece, separator)) {
-        if (!piece.empty()) pieces.push_back(piece);
-    }
-    return pieces;
-}
 
 struct SizingMetrics {
     std::int64_t allocatedBytes = 0;
@@ -300,16 +278,16 @@ DependencyResolver::SearchCandidates DependencyResolver::makeCandidates(const In
     }
     if (!name.empty()) {
         names.insert(name);
-        names.insert(replacingAll(name, ' ', ""));
+        names.insert(text::replacingAll(name, " ", ""));
         names.insert(unicode::lowercased(name));
-        names.insert(unicode::lowercased(replacingAll(name, ' ', "-")));
-        names.insert(unicode::lowercased(replacingAll(name, ' ', "_")));
+        names.insert(unicode::lowercased(text::replacingAll(name, " ", "-")));
+        names.insert(unicode::lowercased(text::replacingAll(name, " ", "_")));
     }
     if (c.bundleName && !c.bundleName->empty()) {
         names.insert(*c.bundleName);
-        names.insert(replacingAll(*c.bundleName, ' ', ""));
+        names.insert(text::replacingAll(*c.bundleName, " ", ""));
     }
-    const std::vector<std::string> pieces = splitNonEmpty(id, '.');
+    const std::vector<std::string> pieces = text::splitNonEmpty(id, '.');
     if (pieces.size() >= 3) {
         const std::string& last = pieces.back();
         if (last.size() > 2) names.insert(last);
@@ -317,7 +295,7 @@ DependencyResolver::SearchCandidates DependencyResolver::makeCandidates(const In
         c.vendorSubpaths.insert(vendor + "/" + last);
         if (!name.empty() && name != last) c.vendorSubpaths.insert(vendor + "/" + name);
     }
-    const std::vector<std::string> words = splitNonEmpty(name, ' ');
+    const std::vector<std::string> words = text::splitNonEmpty(name, ' ');
     if (words.size() >= 2) {
         std::string rest;
         for (std::size_t i = 1; i < words.size(); ++i)

@@ -1,22 +1,13 @@
 #include "Uninstaller/InstalledAppsIndex.hpp"
 
-#include <sstream>
 
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
 #include "Uninstaller/TokenNormalizer.hpp"
+#include "Support/Text.hpp"
 
 namespace unbulk {
 namespace {
-
-std::vector<std::string> dotPieces(const std::string& text) {
-    std::vector<std::string> pieces;
-    std::istringstream in(text);
-    for (std::string piece; std::getline(in, piece, '.');) {
-        if (!piece.empty()) pieces.push_back(piece);
-    }
-    return pieces;
-}
 
 void insertUnlessEmpty(std::set<std::string>& set, const std::string& value) {
     if (!value.empty()) set.insert(value);
@@ -47,7 +38,7 @@ InstalledAppsIndex::InstalledAppsIndex(const std::vector<InstalledApp>& apps) {
         insertUnlessEmpty(normalizedAppTokens, normalize(dn));
         insertUnlessEmpty(normalizedAppTokens, normalize(base));
 
-        const std::vector<std::string> pieces = dotPieces(bid);
+        const std::vector<std::string> pieces = text::splitNonEmpty(bid, '.');
         const std::string last = pieces.empty() ? std::string() : pieces.back();
         if (!last.empty()) {
             const std::string stripped = stripTrailingDigits(last);
@@ -59,7 +50,7 @@ InstalledAppsIndex::InstalledAppsIndex(const std::vector<InstalledApp>& apps) {
             insertUnlessEmpty(normalizedAppTokens, normalize(stripped));
         }
         for (const auto& group : groups) {
-            const std::vector<std::string> groupPieces = dotPieces(group);
+            const std::vector<std::string> groupPieces = text::splitNonEmpty(group, '.');
             if (groupPieces.empty()) continue;
             bundleLastComponents.insert(groupPieces.back());
             bundleBasenames.insert(groupPieces.back());

@@ -7,6 +7,7 @@
 #include "Uninstaller/InstalledAppsIndex.hpp"
 #include "Uninstaller/LeftoversWhitelist.hpp"
 #include "Platform/TreeMeasure.hpp"
+#include "Support/Text.hpp"
 
 namespace unbulk {
 namespace {
@@ -31,15 +32,7 @@ std::pair<std::string, std::optional<std::string>> parseIdentifier(const std::st
     } else if (location == DependencyLocation::savedApplicationState) {
         name = dropSuffix(name, ".savedState");
     }
-    std::size_t parts = 0;
-    std::size_t start = 0;
-    while (start <= name.size()) {
-        const std::size_t dot = name.find('.', start);
-        const std::size_t end = dot == std::string::npos ? name.size() : dot;
-        if (end > start) ++parts;
-        if (dot == std::string::npos) break;
-        start = dot + 1;
-    }
+    const std::size_t parts = text::splitNonEmpty(name, '.').size();
     if (parts >= 2 && name.find(' ') == std::string::npos) return {name, name};
     return {name, std::nullopt};
 }

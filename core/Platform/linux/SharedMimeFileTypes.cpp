@@ -1,14 +1,13 @@
 #include "Platform/linux/SharedMimeFileTypes.hpp"
-#include "Support/Unicode.hpp"
 
 #include <fstream>
 #include <sstream>
 #include <vector>
 
+#include "Support/Unicode.hpp"
+
 namespace unbulk {
 namespace {
-
-bool startsWith(const std::string& text, std::string_view prefix) { return text.starts_with(prefix); }
 
 // MIME types that are archives, disk images, source code, programs and
 // applications, beyond what their top-level names ("audio/", "video/",
@@ -104,7 +103,7 @@ bool anyIn(const std::set<std::string>& types, const std::set<std::string>& tabl
 
 bool anyWithPrefix(const std::set<std::string>& types, std::string_view prefix) {
     for (const auto& type : types) {
-        if (startsWith(type, prefix)) return true;
+        if (type.starts_with(prefix)) return true;
     }
     return false;
 }
@@ -122,7 +121,7 @@ SharedMimeFileTypes::SharedMimeFileTypes(const std::string& mimeDirectory) {
         std::istringstream parts(line);
         for (std::string field; std::getline(parts, field, ':');)
             fields.push_back(field);
-        if (fields.size() < 3 || !startsWith(fields[2], "*.")) continue;
+        if (fields.size() < 3 || !fields[2].starts_with("*.")) continue;
         const std::string extension = fields[2].substr(2);
         if (extension.find_first_of("*?[") != std::string::npos) continue;
         typeByExtension_.emplace(unicode::lowercased(extension), fields[1]);
