@@ -34,26 +34,13 @@ TEST(JSONRPCIdTest, IntegersThenStringsAndNothingElse) {
     }
 }
 
-TEST(JSONRPCRequestTest, MethodAndVersionAreRequiredButTheVersionIsNotTested) {
-    EXPECT_THROW(request(R"({"jsonrpc":"2.0","id":1})"), JSONRPCDecodingError);
-    EXPECT_THROW(request(R"({"id":1,"method":"ping"})"), JSONRPCDecodingError);
-    EXPECT_THROW(request(R"({"jsonrpc":"2.0","method":"ping","id":true})"), JSONRPCDecodingError);
-    EXPECT_THROW(request("[]"), JSONRPCDecodingError);
+TEST(JSONRPCRequestTest, MethodAndVersionAreRequiredButTheVersionIsNotTestedAndNullsReadAsAbsent) {
+    for (const char* bad : {R"({"jsonrpc":"2.0","id":1})", R"({"id":1,"method":"ping"})", "[]",
+                            R"({"jsonrpc":"2.0","method":"ping","id":true})"})
+        EXPECT_THROW(request(bad), JSONRPCDecodingError) << bad;
     EXPECT_EQ(request(R"({"jsonrpc":"1.0","method":"ping"})").jsonrpc, "1.0");
-}
-
-TEST(JSONRPCRequestTest, NullIdAndNullParamsReadAsAbsent) {
     const JSONRPCRequest decoded = request(R"({"jsonrpc":"2.0","id":null,"method":"m","params":null})");
-    EXPECT_FALSE(decoded.id);
-    EXPECT_FALSE(decoded.params);
-    EXPECT_EQ(request(R"({"jsonrpc":"2.0","id":"abc","method":"m"})").id, JSONRPCId{std::string("abc")});
-}
-
-TEST(JSONRPCResponseTest, AbsentFieldsWriteNoKey) {
-    EXPECT_EQ(toJson(JSONRPCResponse::withResult(std::nullopt, JSONValue(JSONValue::Object{}))),
-              Json::parse(R"({"jsonrpc":"2.0","result":{}})"));
-    EXPECT_EQ(toJson(JSONRPCResponse::withError(JSONRPCId{std::string("x")}, JSONRPCError::methodNotFound())),
-              Json::parse(R"({"jsonrpc":"2.0","id":"x","error":{"code":-32601,"message":"Method not found"}})"));
+    EXPECT_FALSE(decoded.id || decoded.params);
 }
 
 } // namespace

@@ -45,10 +45,10 @@ TEST(MaintenanceTasksTest, ToolsGetTheirArgumentsAndTheirOutputIsTheResult) {
     EXPECT_EQ(MaintenanceTasks::unbulkPurgeableSpace(runner, 1), "Purgeable reclamation executed.");
     EXPECT_EQ(MaintenanceTasks::triggerSpotlightReindex(runner, "/"), "Spotlight reindexing initiated.");
     EXPECT_EQ(MaintenanceTasks::getSpotlightStatus(runner, "/"), "Unknown");
-    EXPECT_EQ(runner.launches[0], "/usr/bin/tmutil thinlocalsnapshots / 10000000000 4");
-    EXPECT_EQ(runner.launches[1], "/usr/bin/tmutil thinlocalsnapshots / 0 4");
-    EXPECT_EQ(runner.launches[2], "/usr/bin/mdutil -E /");
-    EXPECT_EQ(runner.launches[3], "/usr/bin/mdutil -s /");
+    EXPECT_EQ(std::vector(runner.launches.begin(), runner.launches.begin() + 4),
+              (std::vector<std::string>{"/usr/bin/tmutil thinlocalsnapshots / 10000000000 4",
+                                        "/usr/bin/tmutil thinlocalsnapshots / 0 4", "/usr/bin/mdutil -E /",
+                                        "/usr/bin/mdutil -s /"}));
 }
 
 TEST(ProcessRunnerTest, OnePipeTakesBothStreamsAndTheStatusIsKept) {

@@ -64,10 +64,8 @@ TEST_F(StartupManagerTest, RatesAndSortsItemsFromEveryDirectory) {
     EXPECT_EQ(std::set<std::string>(summary.begin() + 2, summary.end()),
               (std::set<std::string>{"com.acme.quiet LOW ENABLED on", "com.acme.gone LOW ORPHAN off",
                                      "com.acme.off LOW DISABLED off"}));
-    EXPECT_EQ(items[1].name, "agent");
-    EXPECT_EQ(items[1].targetExecutablePath, program);
-    EXPECT_EQ(items[0].type, StartupType::systemLaunchAgent);
-    EXPECT_TRUE(items[0].requiresAdministrator);
+    EXPECT_EQ(std::tuple(items[1].name, items[1].targetExecutablePath, items[0].type, items[0].requiresAdministrator),
+              std::tuple(std::string("agent"), program, StartupType::systemLaunchAgent, true));
     EXPECT_EQ(toJson(items[0])["type"], "SYSTEM_LAUNCH_AGENT");
 }
 

@@ -1,3 +1,6 @@
+#include <filesystem>
+#include <map>
+
 #include <gtest/gtest.h>
 
 #include "Maintenance/VitalsMonitor.hpp"
@@ -22,14 +25,9 @@ struct VitalsMonitorTest : ::testing::Test {
         if (zswapKiB >= 0) text += "Zswap:           " + std::to_string(zswapKiB) + " kB\n";
         root.writeFile("proc/meminfo", text);
     }
-    void supply(const std::string& name, const std::string& attributes) {
-        for (std::size_t start = 0; start < attributes.size();) {
-            const std::size_t end = attributes.find(';', start);
-            const std::string pair = attributes.substr(start, end - start);
-            const std::size_t eq = pair.find('=');
-            root.writeFile("sys/class/power_supply/" + name + "/" + pair.substr(0, eq), pair.substr(eq + 1) + "\n");
-            start = end == std::string::npos ? attributes.size() : end + 1;
-        }
+    void supply(const std::string& name, const std::map<std::string, std::string>& attributes) {
+        for (const auto& [key, value] : attributes)
+            root.writeFile("sys/class/power_supply/" + name + "/" + key, value + "\n");
     }
     ProcVitalsSources sources() const { return ProcVitalsSources(root.path()); }
 
@@ -84,25 +82,24 @@ TEST_F(VitalsMonitorTest, MemoryCountsInactivePagesAsUsedAndGradesPressureStrict
     EXPECT_EQ(std::tuple(guess.usedBytes, guess.freeBytes, guess.usedPercentage), std::tuple(1024000L, 1024000L, 50.0));
 }
 
-TEST_F(VitalsMonitorTest, NoPowerSupplyMeansNoBatteryAndNoBatteryKey) {
-    supply("AC", "type=Mains;online=1");
-    supply("hidpp_battery_0", "type=Battery;scope=Device;capacity=40;status=Discharging"); // a mouse
+TEST_F(VitalsMonitorTest, NoBatteryButAMouseThenOneChargingOnMainsAndDischarging) {
+    supply("AC", {{"type", "Mains"}, {"online", "1"}});
+    supply("hidpp_battery_0", // a mouse
+           {{"type", "Battery"}, {"scope", "Device"}, {"capacity", "40"}, {"status", "Discharging"}});
     EXPECT_FALSE(VitalsMonitor::getBatteryMetrics(sources()));
-    SystemVitals vitals = VitalsMonitor::getSystemVitals(sources());
-    EXPECT_FALSE(toJson(vitals).contains("battery"));
-}
+    EXPECT_FALSE(toJson(VitalsMonitor::getSystemVitals(sources())).contains("battery"));
 
-TEST_F(VitalsMonitorTest, ABatteryChargingOnMainsAndOneDischarging) {
-    supply("AC", "type=Mains;online=1");
-    supply("BAT0", "type=Battery;capacity=57;status=Charging;energy_now=30000000;power_now=10000000");
+    std::filesystem::remove_all(root.at("sys/class/power_supply/hidpp_battery_0"));
+    supply("BAT0", {{"type", "Battery"}, {"capacity", "57"}, {"status", "Charging"}, {"energy_now", "30000000"},
+                    {"power_now", "10000000"}});
     auto battery = VitalsMonitor::getBatteryMetrics(sources());
     ASSERT_TRUE(battery);
     EXPECT_DOUBLE_EQ(battery->percentage, 57);
     EXPECT_EQ(std::tuple(battery->isCharging, battery->isACPowered), std::tuple(true, true));
     EXPECT_FALSE(battery->timeRemainingMinutes);
 
-    supply("AC", "online=0");
-    supply("BAT0", "status=Discharging");
+    supply("AC", {{"online", "0"}});
+    supply("BAT0", {{"status", "Discharging"}});
     battery = VitalsMonitor::getBatteryMetrics(sources());
     ASSERT_TRUE(battery);
     EXPECT_EQ(std::tuple(battery->isCharging, battery->isACPowered), std::tuple(false, false));

@@ -7,11 +7,9 @@
 namespace unbulk {
 namespace {
 
-class FakeWindow final : public Window {
-public:
-    explicit FakeWindow(std::string name = "NSWindow", WindowPoint centred = {100, 100})
-        : name_(std::move(name)), centred_(centred) {}
-    std::string className() const override { return name_; }
+struct FakeWindow final : Window {
+    explicit FakeWindow(std::string className = "NSWindow") : name(std::move(className)) {}
+    std::string className() const override { return name; }
     bool isPanel() const override { return panel; }
     bool canBecomeKey() const override { return keyable; }
     std::uint64_t styleMask() const override { return style; }
@@ -20,24 +18,20 @@ public:
     bool isVisible() const override { return visible; }
     void makeKeyAndOrderFront() override { visible = true; }
     WindowPoint frameOrigin() const override { return origin; }
-    void center() override { origin = centred_; }
+    void center() override { origin = {100, 100}; }
     void setFrameOrigin(WindowPoint point) override { origin = point; }
     void animateFrameOrigin(WindowPoint point, double seconds) override {
         animations.push_back({point.x, point.y, seconds});
         origin = point;
     }
+    std::string name;
     bool panel = false, keyable = true, miniaturized = false, visible = true;
     std::uint64_t style = 0;
     WindowPoint origin{0, 0};
     std::vector<std::array<double, 3>> animations;
-
-private:
-    std::string name_;
-    WindowPoint centred_;
 };
 
-class FakeWindowSystem final : public WindowSystem {
-public:
+struct FakeWindowSystem final : WindowSystem {
     std::shared_ptr<Window> keyWindow() const override { return key; }
     std::shared_ptr<Window> mainWindow() const override { return main; }
     std::vector<std::shared_ptr<Window>> windows() const override { return all; }
@@ -51,22 +45,20 @@ public:
     std::vector<WindowSystem::KeyHandler> handlers;
 };
 
-KeyEvent key(std::uint64_t flags, std::uint16_t code = 8, std::string chars = "c") {
-    return {10, flags, code, chars, chars};
+KeyEvent key(std::uint64_t flags, std::uint16_t code = 8, std::string chars = "c", std::uint64_t type = 10) {
+    return {type, flags, code, chars, chars};
 }
 
 TEST(WindowCenterManagerTest, TheShortcutIsFunctionAndControlWithC) {
     constexpr std::uint64_t fn = 0x800000, control = 0x40000, command = 0x100000, option = 0x80000, shift = 0x20000;
-    EXPECT_TRUE(WindowCenterManager::isCenterShortcut(key(fn | control)));
-    EXPECT_TRUE(WindowCenterManager::isCenterShortcut(key(fn | control | shift, 99, "C")));
-    EXPECT_TRUE(WindowCenterManager::isCenterShortcut(key(fn | control, 99, "\x03")));
-    EXPECT_FALSE(WindowCenterManager::isCenterShortcut(key(control)));
-    EXPECT_FALSE(WindowCenterManager::isCenterShortcut(key(fn | control | command)));
-    EXPECT_FALSE(WindowCenterManager::isCenterShortcut(key(fn | control | option)));
-    EXPECT_FALSE(WindowCenterManager::isCenterShortcut(key(fn | control, 9, "v")));
-    KeyEvent up = key(fn | control);
-    up.type = 11;
-    EXPECT_FALSE(WindowCenterManager::isCenterShortcut(up));
+    const std::vector<std::pair<KeyEvent, bool>> cases{
+        {key(fn | control), true},           {key(fn | control | shift, 99, "C"), true},
+        {key(fn | control, 99, "\x03"), true}, {key(control), false},
+        {key(fn | control | command), false}, {key(fn | control | option), false},
+        {key(fn | control, 9, "v"), false},  {key(fn | control, 8, "c", 11), false}, // a key-up
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i)
+        EXPECT_EQ(WindowCenterManager::isCenterShortcut(cases[i].first), cases[i].second) << "case " << i;
 }
 
 TEST(WindowCenterManagerTest, ResolvesTheFirstValidWindowInOrder) {
@@ -92,7 +84,7 @@ TEST(WindowCenterManagerTest, ResolvesTheFirstValidWindowInOrder) {
 }
 
 TEST(WindowCenterManagerTest, CentresWithAnimationOnlyWhenTheWindowMoves) {
-    FakeWindow window("NSWindow", {100, 100});
+    FakeWindow window;
     WindowCenterManager manager(nullptr);
     window.miniaturized = true;
     window.visible = false;

@@ -6,11 +6,8 @@ namespace unbulk {
 namespace {
 
 InstalledApp app(bool protectedApp = false, bool running = false) {
-    return InstalledApp::make({.bundleIdentifier = "com.acme.x",
-                               .bundleURL = FileURL("/Applications/X.app", true),
-                               .displayName = "X",
-                               .isRunning = running,
-                               .bundleSizeBytes = 4096,
+    return InstalledApp::make({.bundleIdentifier = "com.acme.x", .bundleURL = FileURL("/Applications/X.app", true),
+                               .displayName = "X", .isRunning = running, .bundleSizeBytes = 4096,
                                .protectionReason = protectedApp ? std::optional<std::string>("SIP") : std::nullopt},
                               protectedApp);
 }
@@ -29,8 +26,7 @@ TEST(AppRecordsTest, AFootprintCountsTheBundleOnceAndProtectionOutranksRunning) 
     const AppFootprint withBundle =
         AppFootprint::make(app(), {dependency("/Applications/X.app", DependencyLocation::applicationBundle, 4096),
                                    dependency("/h/Library/Caches/x", DependencyLocation::caches, 100)});
-    EXPECT_EQ(withBundle.totalItemCount, 2);
-    EXPECT_EQ(withBundle.totalAllocatedSizeBytes, 4196);
+    EXPECT_EQ(std::pair(withBundle.totalItemCount, withBundle.totalAllocatedSizeBytes), std::pair(2L, 4196L));
     EXPECT_EQ(withBundle.allURLs().size(), 2u); // the bundle once
     EXPECT_EQ(toJson(withBundle)["itemCountByLocation"], Json::parse(R"(["APPLICATION_BUNDLE", 1, "CACHES", 1])"));
 

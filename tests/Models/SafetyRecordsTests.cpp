@@ -12,25 +12,16 @@ namespace {
 
 TrashItemRecord makeRecord(std::string path, TrashItemStatus status, std::int64_t allocated,
                            std::optional<std::string> trashPath = {}, std::optional<std::string> error = {}) {
-    return TrashItemRecord::make({
-        .sourceURL = FileURL(std::move(path)),
-        .trashURL = trashPath ? std::optional<FileURL>(FileURL(*trashPath)) : std::nullopt,
-        .allocatedBytes = allocated,
-        .logicalBytes = allocated / 2,
-        .fileCount = 1,
-        .status = status,
-        .errorMessage = std::move(error),
-    });
+    return TrashItemRecord::make({.sourceURL = FileURL(std::move(path)),
+                                  .trashURL = trashPath ? std::optional(FileURL(*trashPath)) : std::nullopt,
+                                  .allocatedBytes = allocated, .logicalBytes = allocated / 2, .fileCount = 1,
+                                  .status = status, .errorMessage = std::move(error)});
 }
 
 TrashSummary summaryOf(std::vector<TrashItemRecord> records, bool dryRun = false) {
-    return TrashSummary::make({
-        .operationId = Uuid::random(),
-        .isDryRun = dryRun,
-        .records = std::move(records),
-        .startedAt = *dates::parseISO8601("2026-03-01T10:15:30.000Z"),
-        .completedAt = *dates::parseISO8601("2026-03-01T10:15:32.500Z"),
-    });
+    return TrashSummary::make({.isDryRun = dryRun, .records = std::move(records),
+                               .startedAt = *dates::parseISO8601("2026-03-01T10:15:30.000Z"),
+                               .completedAt = *dates::parseISO8601("2026-03-01T10:15:32.500Z")});
 }
 
 TEST(SafetyRecordsTest, SummaryCountsSuccessAndFailureAndSumsOnlyWhatWasMoved) {
@@ -38,11 +29,10 @@ TEST(SafetyRecordsTest, SummaryCountsSuccessAndFailureAndSumsOnlyWhatWasMoved) {
     auto summary = summaryOf({makeRecord("/h/a", TrashItemStatus::success, 100, "/T/a"),
                               makeRecord("/h/b", TrashItemStatus::failed, 7000, {}, "denied"),
                               makeRecord("/h/c", TrashItemStatus::skipped, 300)});
-    EXPECT_EQ(summary.totalItemsCount, 3);
-    EXPECT_EQ(summary.successCount, 1);
-    EXPECT_EQ(summary.failureCount, 1);
-    EXPECT_EQ(summary.totalAllocatedBytesUnbulked, 100);
-    EXPECT_EQ(summary.totalLogicalBytesUnbulked, 50);
+    // items, successes, failures, allocated and logical bytes moved
+    EXPECT_EQ(std::tuple(summary.totalItemsCount, summary.successCount, summary.failureCount,
+                         summary.totalAllocatedBytesUnbulked, summary.totalLogicalBytesUnbulked),
+              std::tuple(3L, 1L, 1L, 100L, 50L));
     EXPECT_EQ(summary.errors(), std::vector<std::string>{"denied"});
 
     // Round trip through text, with the milliseconds of the default date form.
@@ -53,8 +43,7 @@ TEST(SafetyRecordsTest, SimulatedRecordsCountAsSuccessWithTheirBytes) {
     auto summary = summaryOf(
         {makeRecord("/h/a", TrashItemStatus::simulated, 4096), makeRecord("/h/b", TrashItemStatus::simulated, 8192)},
         true);
-    EXPECT_EQ(summary.successCount, 2);
-    EXPECT_EQ(summary.totalAllocatedBytesUnbulked, 12288);
+    EXPECT_EQ(std::pair(summary.successCount, summary.totalAllocatedBytesUnbulked), std::pair(2L, 12288L));
     EXPECT_EQ(trashSummaryFromJson(toJson(summary)), summary); // the dry run flag reads back too
     // Records without a message add no entry, whatever their status.
     const auto quiet =

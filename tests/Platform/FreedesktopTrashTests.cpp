@@ -123,35 +123,30 @@ TEST_F(FreedesktopTrashTest, FailuresLeaveTheItemAndNoReservedInfo) {
     EXPECT_FALSE(stdfs::exists(infoAt("victim.txt")));
 }
 
-TEST_F(FreedesktopTrashTest, AnItemWhoseDirectoryBecameALinkIsLeftAlone) {
-    // The path was resolved and checked while "Caches" was a directory; then
-    // it was swapped for a link to a folder the user keeps.
-    const std::string checked = home.writeFile("Library/Caches/victim/precious.txt", "mine");
-    const Identity identity = identityOf(home.at("Library/Caches/victim"));
+// The item was checked; then another took its name (its inode stays taken),
+// or "Caches" was swapped for a link to a folder the user keeps.
+TEST_F(FreedesktopTrashTest, AnItemThatIsNoLongerTheCheckedOneIsLeftAlone) {
+    std::optional<std::string> landed;
+    std::error_code error;
+    const std::string item = home.writeFile("Library/Caches/item", "checked");
+    const Identity itemIdentity = identityOf(item);
+    stdfs::rename(item, home.at("Library/Caches/kept"));
+    home.writeFile("Library/Caches/item", "another file under the same name");
+    EXPECT_FALSE(trash.trashItem(item, itemIdentity, landed, error));
+    EXPECT_EQ(error, changedSinceCheckedError());
+    EXPECT_TRUE(stdfs::exists(item));
+
+    home.writeFile("Library/Caches/victim/precious.txt", "mine");
+    const Identity victim = identityOf(home.at("Library/Caches/victim"));
     home.writeFile("Documents/decoy/victim/precious.txt", "mine too");
     stdfs::rename(home.at("Library/Caches"), home.at("Library/Caches.moved"));
     home.makeSymlink("Library/Caches", home.at("Documents/decoy"));
-
-    std::optional<std::string> landed;
-    std::error_code error;
-    EXPECT_FALSE(trash.trashItem(home.at("Library/Caches/victim"), identity, landed, error));
+    error.clear();
+    EXPECT_FALSE(trash.trashItem(home.at("Library/Caches/victim"), victim, landed, error));
     EXPECT_EQ(error, changedSinceCheckedError());
     EXPECT_EQ(contentsOf(home.at("Documents/decoy/victim/precious.txt")), "mine too");
     EXPECT_EQ(contentsOf(home.at("Library/Caches.moved/victim/precious.txt")), "mine");
     EXPECT_FALSE(stdfs::exists(trashDir + "/files/victim"));
-    (void)checked;
-}
-
-TEST_F(FreedesktopTrashTest, AnItemReplacedUnderItsNameIsLeftAlone) {
-    const std::string path = home.writeFile("Library/Caches/item", "checked");
-    const Identity identity = identityOf(path);
-    stdfs::rename(path, home.at("Library/Caches/kept")); // its inode stays taken
-    home.writeFile("Library/Caches/item", "another file under the same name");
-    std::optional<std::string> landed;
-    std::error_code error;
-    EXPECT_FALSE(trash.trashItem(path, identity, landed, error));
-    EXPECT_EQ(error, changedSinceCheckedError());
-    EXPECT_TRUE(stdfs::exists(path));
 }
 
 } // namespace

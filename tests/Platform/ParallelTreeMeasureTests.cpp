@@ -62,10 +62,8 @@ std::string makeMixedTree(const testing::TempHome& home) {
     home.makeSymlink("tree/link-to-directory", root + "/" + directories[5]);
     home.makeSymlink("tree/" + directories[7] + "/dangling", "nowhere");
     home.makeSymlink("tree/" + directories[8] + "/loop", ".");
-    for (int i = 0; i < 3; ++i) {
-        const std::string fifo = root + "/" + directories[10 + i] + "/pipe" + std::to_string(i);
-        EXPECT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    }
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(::mkfifo((root + "/" + directories[10 + i] + "/pipe" + std::to_string(i)).c_str(), 0600), 0);
     for (int i = 0; i < 5; ++i) home.makeDirectory("tree/empty" + std::to_string(i) + "/inner");
     for (int i = 0; i < 3000; ++i) home.writeFile("tree/wide/w" + std::to_string(i), static_cast<std::uintmax_t>(i % 7));
     return root;
@@ -90,10 +88,9 @@ TEST(ParallelTreeMeasureTest, AnswersExactlyTheSerialMeasureUnderEveryOption) {
                     options.inodes = inodes == 0 ? nullptr : &serialSet;
                     const TreeMeasure serial = measureTreeSerially(fs, root, options);
                     EXPECT_EQ(parallel, serial) << describe(parallel) << "\n" << describe(serial);
-                    if (status != WalkStatus::none) {
-                        EXPECT_GT(parallel.files.count, 3000);
-                    }
-                    if (inodes != 0 && status != WalkStatus::none && !hidden) {
+                    if (status == WalkStatus::none) continue;
+                    EXPECT_GT(parallel.files.count, 3000);
+                    if (inodes != 0 && !hidden) {
                         EXPECT_LT(parallel.chargedLogicalBytes, parallel.files.logicalBytes) << "hard links charged once";
                     }
                 }
@@ -108,10 +105,9 @@ TEST(ParallelTreeMeasureTest, ASetSharedByTwoTreesChargesTheirCommonFileOnce) {
     home.makeDirectory("two");
     stdfs::create_hard_link(one, home.at("two/also-data.bin"));
     home.writeFile("two/own.bin", 1'000);
-    PosixFileSystem fs;
     InodeSet shared(InodeSet::Keeps::everyFile);
-    const TreeMeasure first = fs.measureTree(home.at("one"), {.inodes = &shared});
-    const TreeMeasure second = fs.measureTree(home.at("two"), {.inodes = &shared});
+    const TreeMeasure first = PosixFileSystem().measureTree(home.at("one"), {.inodes = &shared});
+    const TreeMeasure second = PosixFileSystem().measureTree(home.at("two"), {.inodes = &shared});
     EXPECT_EQ(std::tuple(first.files.count, first.chargedLogicalBytes), std::tuple(1, 40'000));
     EXPECT_EQ(std::tuple(second.files.count, second.files.logicalBytes, second.chargedLogicalBytes),
               std::tuple(2, 41'000, 1'000));
@@ -138,15 +134,15 @@ TEST(ParallelTreeMeasureTest, UnreadableAndUnsearchableDirectoriesCountAsTheSeri
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     testing::TempHome home;
     const std::string root = makeMixedTree(home);
-    home.writeFile("tree/closed/secret", 100);
-    home.writeFile("tree/listable-only/file", 100);
-    home.writeFile("tree/deeper/closed-deeper/secret", 100);
-    for (std::string path = root; path.size() > 1; path = stdfs::path(path).parent_path().string()) {
+    for (std::string path = root; path.size() > 1; path = stdfs::path(path).parent_path().string())
         ::chmod(path.c_str(), 0755);
+    // Shut, searchable but not listable, listable with its entries unexaminable.
+    const std::pair<const char*, mode_t> closed[] = {
+        {"tree/closed", 0000}, {"tree/deeper/closed-deeper", 0300}, {"tree/listable-only", 0444}};
+    for (const auto& [directory, mode] : closed) {
+        home.writeFile(std::string(directory) + "/file", 100);
+        ::chmod(home.at(directory).c_str(), mode);
     }
-    ::chmod(home.at("tree/closed").c_str(), 0000);
-    ::chmod(home.at("tree/deeper/closed-deeper").c_str(), 0300); // searchable, not listable
-    ::chmod(home.at("tree/listable-only").c_str(), 0444);      // listable, its entries unexaminable
     EXPECT_EXIT(
         {
             if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) std::_Exit(2);
@@ -160,9 +156,7 @@ TEST(ParallelTreeMeasureTest, UnreadableAndUnsearchableDirectoriesCountAsTheSeri
             std::_Exit(same && met ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
-    ::chmod(home.at("tree/closed").c_str(), 0755);
-    ::chmod(home.at("tree/deeper/closed-deeper").c_str(), 0755);
-    ::chmod(home.at("tree/listable-only").c_str(), 0755);
+    for (const auto& [directory, mode] : closed) ::chmod(home.at(directory).c_str(), 0755);
 }
 
 } // namespace

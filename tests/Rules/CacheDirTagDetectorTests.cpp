@@ -15,8 +15,7 @@ namespace tags = CacheDirTagDetector;
 
 const std::string signatureLine = "Signature: 8a477f597d28d172789f06886806bc55";
 
-class CacheDirTagDetectorTest : public ::testing::Test {
-protected:
+struct CacheDirTagDetectorTest : ::testing::Test {
     testing::TempHome temp;
     std::shared_ptr<testing::FaultyFileSystem> fileSystem = std::make_shared<testing::FaultyFileSystem>();
 
@@ -46,8 +45,7 @@ TEST_F(CacheDirTagDetectorTest, ReadsTheFirst512BytesAndTellsNoTagFromABadOne) {
     // The signature line is 43 bytes; blank lines pad it so that the next text starts at byte 512, 510, 509.
     const std::string padded512 = signatureLine + std::string(469, '\n');
     const std::vector<std::tuple<std::string, bool, std::optional<std::string>>> cases{
-        {"", false, std::nullopt},
-        {" \t  " + signatureLine + " trailing words\n# made by x\n", true, "made by x"},
+        {"", false, std::nullopt}, {" \t  " + signatureLine + " trailing words\n# made by x\n", true, "made by x"},
         {"Signature: 8a477f597d28d172789f06886806bc54\n# c\n", false, std::nullopt},
         {signatureLine + "\nplain line\n   #  first one  \n# second\n", true, "first one"},
         {padded512 + "# late\n", true, std::nullopt},

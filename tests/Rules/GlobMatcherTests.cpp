@@ -23,46 +23,29 @@ TEST(GlobMatcherTest, MatchesWholePaths) {
         {"~/Library/Caches/**", "/Users/me/Library/Caches", true},
         {"~/Library/Caches/**", "/Users/me/Library/Caches/a/b/c.db", true},
         {"~/Library/Caches/**", "/Users/me/Library/CachesX", false},
-        {"a/**/b", "/a/b", true},
-        {"a/**/b", "/a/x/y/b", true},
-        {"**", "/", true},
-        {"~/a**b", "/Users/me/a/b", false},
+        {"a/**/b", "/a/b", true}, {"a/**/b", "/a/x/y/b", true}, {"**", "/", true}, {"~/a**b", "/Users/me/a/b", false},
         // "*" stays within one segment, and may match nothing.
         {"~/.cache/whisper/*.pt", "/Users/me/.cache/whisper/base.pt", true},
         {"~/.cache/whisper/*.pt", "/Users/me/.cache/whisper/sub/base.pt", false},
-        {docker, vms + "0/Docker.raw", true},
-        {docker, vms + "0/data/Docker.raw", false},
-        {"/a*", "/a", true},
+        {docker, vms + "0/Docker.raw", true}, {docker, vms + "0/data/Docker.raw", false}, {"/a*", "/a", true},
         // The root has no segments: "" and "/" match it alone.
-        {"", "/", true},
-        {"/", "/", true},
-        {"", "/x", false},
+        {"", "/", true}, {"/", "/", true}, {"", "/x", false},
         // Leftover pattern must be all "**"; leftover path never matches.
-        {"~/foo/**/**", "/Users/me/foo", true},
-        {"~/foo/*/**", "/Users/me/foo", false},
+        {"~/foo/**/**", "/Users/me/foo", true}, {"~/foo/*/**", "/Users/me/foo", false},
         {"~/foo", "/Users/me/foo/bar", false},
         // A pattern "*" meets a text "*" as a literal first, and then has no star to fall back on.
-        {"/*", "/*", true},
-        {"/*", "/*abc", false},
-        {"/a*", "/a*b", false},
-        {"/a*c", "/abcbc", true},
+        {"/*", "/*", true}, {"/*", "/*abc", false}, {"/a*", "/a*b", false}, {"/a*c", "/abcbc", true},
         {"/?", "/*", true},
         // Case is never folded.
         {"~/Cache", "/Users/me/cache", false},
         // The path is standardised; repeated slashes in the pattern make no empty segments.
-        {"~/foo", "/Users/me//foo///", true},
-        {"~//foo//bar/", "/Users/me/foo/bar", true},
+        {"~/foo", "/Users/me//foo///", true}, {"~//foo//bar/", "/Users/me/foo/bar", true},
         {"~/x/../y", "/Users/me/y", false}, // "~/" keeps ".." as written
         // One "?" is one user-perceived character; canonically equivalent characters are equal.
-        {"/?", "/e\u0301", true},
-        {"/??", "/e\u0301", false},
-        {"/caf\u00e9", "/cafe\u0301", true},
-        {"/cafe\u0301", "/caf\u00e9", true},
-        {"/?", "/" + family, true},
-    };
-    for (const auto& [pattern, path, expected] : cases) {
+        {"/?", "/e\u0301", true}, {"/??", "/e\u0301", false}, {"/caf\u00e9", "/cafe\u0301", true},
+        {"/cafe\u0301", "/caf\u00e9", true}, {"/?", "/" + family, true}};
+    for (const auto& [pattern, path, expected] : cases)
         EXPECT_EQ(GlobMatcher::matches(pattern, path, home), expected) << "\"" << pattern << "\" vs \"" << path << "\"";
-    }
     // A segment is never empty inside a path, so the empty text is asked of one segment directly.
     EXPECT_TRUE(GlobMatcher::matchWildcard("*", ""));
     EXPECT_FALSE(GlobMatcher::matchWildcard("?", ""));
@@ -82,15 +65,10 @@ TEST(GlobMatcherTest, ManyGlobstarsAgainstADeepPathFinish) {
 }
 
 TEST(GlobMatcherTest, ExpandHomeAndNormalizePath) {
-    const TextCases cases = {
-        {"~", "/Users/me"},
-        {"~/", "/Users/me"},
-        {"~/a/../b", "/Users/me/a/../b"}, // the rest after "~/" is not standardised...
-        {"~//a///b/", "/Users/me/a/b"},   // ...apart from its slashes
-        {"/Users/me/./a//b/../c/", "/Users/me/a/c"},
-        {"", "/"},
-        {"~other/x", "~other/x"},
-    };
+    const TextCases cases = {{"~", "/Users/me"}, {"~/", "/Users/me"}, {"", "/"}, {"~other/x", "~other/x"},
+                             {"~/a/../b", "/Users/me/a/../b"}, // the rest after "~/" is not standardised...
+                             {"~//a///b/", "/Users/me/a/b"},   // ...apart from its slashes
+                             {"/Users/me/./a//b/../c/", "/Users/me/a/c"}};
     for (const auto& [input, expected] : cases) EXPECT_EQ(GlobMatcher::expandHome(input, home), expected) << input;
     EXPECT_EQ(GlobMatcher::expandHome("~/x", FileURL("/Users/me/../me/")), "/Users/me/x");
 
@@ -100,17 +78,9 @@ TEST(GlobMatcherTest, ExpandHomeAndNormalizePath) {
 }
 
 TEST(StandardizingPathTest, ReproducesThePlatformRules) {
-    const TextCases cases = {
-        {"", ""},
-        {"//", "/"},
-        {"/a//b/", "/a/b"},
-        {"/a/b/..", "/a"},
-        {"/a/..b/.../.c", "/a/..b/.../.c"},
-        {"~/a/../b", "/h/b"},
-        {"~user//a/./", "~user/a"},
-        {"a/../b", "a/../b"}, // ".." is resolved in absolute paths only
-        {".", ""},
-    };
+    const TextCases cases = {{"", ""}, {"//", "/"}, {"/a//b/", "/a/b"}, {"/a/b/..", "/a"}, {"~/a/../b", "/h/b"},
+                             {".", ""}, {"~user//a/./", "~user/a"}, {"/a/..b/.../.c", "/a/..b/.../.c"},
+                             {"a/../b", "a/../b"}}; // ".." is resolved in absolute paths only
     for (const auto& [input, expected] : cases) {
         EXPECT_EQ(paths::standardizingPath(input, "/h"), expected) << input;
         EXPECT_EQ(paths::isStandardizedPath(input), input == expected) << input;

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <thread>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Rules/BuiltInRules.hpp"
@@ -25,16 +26,10 @@ RuleDefinition dynamicRule(const std::string& id, Strings patterns = {"~/.cache/
 
 // The sentence a call is refused with; "sandbox" for the sandbox's own error, which passes through unwrapped.
 template <typename Call>
-std::string refusalOf(const Call& call) {
-    try {
-        call();
-    } catch (const RuleRegistryError& error) {
-        return error.what();
-    } catch (const SandboxSecurityError&) {
-        return "sandbox";
-    }
+std::string refusalOf(const Call& call) try {
+    call();
     return "(accepted)";
-}
+} catch (const RuleRegistryError& e) { return e.what(); } catch (const SandboxSecurityError&) { return "sandbox"; }
 
 Strings idsOf(const std::vector<RuleDefinition>& rules) {
     Strings ids;
@@ -42,8 +37,7 @@ Strings idsOf(const std::vector<RuleDefinition>& rules) {
     return ids;
 }
 
-class RuleRegistryTest : public ::testing::Test {
-protected:
+struct RuleRegistryTest : ::testing::Test {
     testing::TempHome temp;
     const std::string rulesPath = temp.at(".unbulk/rules.json");
     std::shared_ptr<testing::FaultyFileSystem> fileSystem = std::make_shared<testing::FaultyFileSystem>();
@@ -78,10 +72,8 @@ TEST_F(RuleRegistryTest, RegisterWritesAPrettySortedCatalogAndKeepsABuiltInClaim
     // A rule that claims to be built in is kept as a dynamic one, dated now, all else copied.
     const auto stored = registry.rule(claimed.id).value();
     for (const auto& d : {stored.createdAt, stored.updatedAt}) EXPECT_TRUE(d && *d >= before && *d <= after);
-    claimed.isBuiltIn = false;
-    claimed.synthesizedBy = "dynamic";
-    claimed.createdAt = stored.createdAt;
-    claimed.updatedAt = stored.updatedAt;
+    claimed.isBuiltIn = false, claimed.synthesizedBy = "dynamic";
+    claimed.createdAt = stored.createdAt, claimed.updatedAt = stored.updatedAt;
     EXPECT_EQ(stored, claimed);
 }
 
@@ -97,22 +89,19 @@ TEST_F(RuleRegistryTest, RefusalsReportTheirExactSentenceAndChangeNothing) {
         {"my rule", {}, "Rule ID 'my rule" + badId},
         {"\xF0\x9F\x9A\x80.x", {"/*"}, "Rule ID '\xF0\x9F\x9A\x80.x" + badId},
         // Every pattern is judged, not only the first.
-        {"custom.x", {"~/.cache/mlx/**", "/usr/*"}, "sandbox"},
-    };
+        {"custom.x", {"~/.cache/mlx/**", "/usr/*"}, "sandbox"}};
     auto registry = makeRegistry();
     registry.registerRule(dynamicRule("custom.x"));
     const auto before = registry.allRules();
     const auto file = storedText();
-    for (const auto& [id, patterns, sentence] : cases) {
+    for (const auto& [id, patterns, sentence] : cases)
         EXPECT_EQ(refusalOf([&] { registry.registerRule(dynamicRule(id, patterns)); }), sentence) << id;
-    }
     EXPECT_EQ(registry.allRules(), before);
     EXPECT_EQ(storedText(), file);
 
     // Letters, marks and digits of any script are accepted, and ".", "_", "-".
-    for (std::string id : {"my-rule.v2_x", "\u043f\u0440\u0430\u0432\u0438\u043b\u043e.\u0663", "cafe\u0301"}) {
+    for (std::string id : {"my-rule.v2_x", "\u043f\u0440\u0430\u0432\u0438\u043b\u043e.\u0663", "cafe\u0301"})
         EXPECT_NO_THROW(registry.registerRule(dynamicRule(id))) << id;
-    }
 }
 
 TEST_F(RuleRegistryTest, OnlyChangesToDynamicRulesReachTheFileAndAFailedSaveIsRaised) {
@@ -143,15 +132,14 @@ TEST_F(RuleRegistryTest, OnlyChangesToDynamicRulesReachTheFileAndAFailedSaveIsRa
 }
 
 TEST_F(RuleRegistryTest, LoadingFailsOnABadFileAndSkipsRefusedRulesAndBuiltInIds) {
+    // The decoding failure's own sentence, not the one for an unreadable file.
     for (const char* text : {"this is not json", "{}"}) {
         temp.writeFile(".unbulk/rules.json", text);
-        // The decoding failure's own sentence, not the one for an unreadable file.
-        EXPECT_TRUE(refusalOf([&] { makeRegistry().loadCustomRules(); }).starts_with("Failed to parse rules.json: "))
-            << text;
+        EXPECT_THAT(refusalOf([&] { makeRegistry().loadCustomRules(); }),
+                    ::testing::StartsWith("Failed to parse rules.json: "));
     }
 
-    const RuleCatalog catalog{.version = 1, .updatedAt = {},
-                              .rules = {dynamicRule("custom.mlx"), dynamicRule("custom.root", {"/*"}),
+    const RuleCatalog catalog{.rules = {dynamicRule("custom.mlx"), dynamicRule("custom.root", {"/*"}),
                                         dynamicRule("dev.npm.cache"), dynamicRule("custom.dup", {"~/c/**"}),
                                         dynamicRule("custom.dup", {"~/*"})}};
     temp.writeFile(".unbulk/rules.json", toJson(catalog).dump());
@@ -171,8 +159,7 @@ TEST_F(RuleRegistryTest, MatchingRulesHonourExclusionsAndSwitchesInIdOrder) {
     // Byte order puts capitals first, whatever the locale; the cache rule excludes what is still downloading.
     EXPECT_EQ(idsOf(registry.matchingRules(incomplete)),
               (Strings{"Zeta.rule", "dev.homebrew.incomplete", "sys.user.caches"}));
-    registry.setRuleEnabled("sys.user.caches", false);
-    registry.setRuleEnabled("Zeta.rule", false);
+    for (const char* id : {"sys.user.caches", "Zeta.rule"}) registry.setRuleEnabled(id, false);
     EXPECT_EQ(idsOf(registry.matchingRules(incomplete)), Strings{"dev.homebrew.incomplete"});
 }
 

@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <filesystem>
 #include <vector>
 
 #include <gtest/gtest.h>

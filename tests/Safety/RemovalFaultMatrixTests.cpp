@@ -19,39 +19,31 @@ namespace fs = std::filesystem;
 using testing::FileSystemCall;
 
 // The Trash, except that moving the chosen item fails with the chosen errno.
-class FaultyTrash final : public Trash {
-public:
-    FaultyTrash(std::string path, int error) : path_(std::move(path)), error_(error) {}
-    bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landed,
-                   std::error_code& error) override {
-        if (path == path_) {
-            error = std::error_code(error_, std::generic_category());
-            return false;
-        }
-        return inner_->trashItem(path, expected, landed, error);
+struct FaultyTrash final : Trash {
+    FaultyTrash(std::string path, int error) : failing(std::move(path)), errnoValue(error) {}
+    bool trashItem(const std::string& item, const Identity& expected, std::optional<std::string>& landed,
+                   std::error_code& code) override {
+        if (item != failing) return inner->trashItem(item, expected, landed, code);
+        code = std::error_code(errnoValue, std::generic_category());
+        return false;
     }
-
-private:
-    std::shared_ptr<Trash> inner_ = makeDefaultTrash();
-    std::string path_;
-    int error_;
+    std::shared_ptr<Trash> inner = makeDefaultTrash();
+    std::string failing;
+    int errnoValue;
 };
+
+std::string readAll(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
 
 // Every file below `root` (or root itself) with its contents.
 std::map<std::string, std::string> contentsBelow(const std::string& root) {
+    if (fs::is_regular_file(fs::symlink_status(root))) return {{"", readAll(root)}};
     std::map<std::string, std::string> out;
-    auto read = [](const fs::path& path) {
-        std::ifstream in(path, std::ios::binary);
-        return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    };
-    if (fs::is_regular_file(fs::symlink_status(root))) {
-        out[""] = read(root);
-        return out;
-    }
     if (!fs::is_directory(fs::symlink_status(root))) return out;
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        if (entry.is_regular_file()) out[fs::relative(entry.path(), root).string()] = read(entry.path());
-    }
+    for (const auto& entry : fs::recursive_directory_iterator(root))
+        if (entry.is_regular_file()) out[fs::relative(entry.path(), root).string()] = readAll(entry.path());
     return out;
 }
 
@@ -66,118 +58,101 @@ std::map<std::string, std::string> contentsBelow(const std::string& root) {
 TEST(RemovalFaultMatrixTest, NoFaultLosesOrMisplacesAnything) {
     const std::vector<int> errnos{EACCES, EPERM, ENOENT, EXDEV, ENOSPC, EIO, EMFILE};
     const std::vector<std::string> places{".cache/tool", ".cache/tool/sub/blob", ".cache/single.bin", ".unbulk"};
+    using Inject = std::function<void(testing::TempHome&, testing::FaultyFileSystem&, std::shared_ptr<Trash>&)>;
     int cases = 0, failedItems = 0, partialItems = 0;
 
     // Runs one case; lastCounts says how often each file-system call was made.
     std::array<std::size_t, testing::fileSystemCallCount> lastCounts{};
-    auto run =
-        [&](bool purge,
-            const std::function<void(testing::TempHome&, testing::FaultyFileSystem&, std::shared_ptr<Trash>&)>& inject,
-            const std::string& label) {
-            SCOPED_TRACE(label);
-            ++cases;
-            testing::TempHome home;
-            const FileURL homeURL(home.path(), true);
-            home.writeFile("Documents/keep.txt", "precious");
-            home.writeFile(".cache/other/keep.bin", "bystander");
-            home.writeFile(".cache/tool/a.bin", std::string(5000, 'a'));
-            home.writeFile(".cache/tool/sub/blob", std::string(9000, 'b'));
-            home.writeFile(".cache/single.bin", "single");
-            const std::vector<std::string> items{home.at(".cache/tool"), home.at(".cache/single.bin")};
-            std::vector<std::map<std::string, std::string>> before;
-            for (const auto& item : items)
-                before.push_back(contentsBelow(item));
-            const auto bystanders =
-                std::pair(contentsBelow(home.at("Documents")), contentsBelow(home.at(".cache/other")));
-
-            auto faulty = std::make_shared<testing::FaultyFileSystem>();
-            std::shared_ptr<Trash> trash = makeDefaultTrash();
-            inject(home, *faulty, trash);
-            const TrashPipeline pipeline(faulty, trash, std::make_shared<AuditLogger>(std::nullopt, homeURL, faulty),
-                                         homeURL);
-            const std::vector<FileURL> urls{FileURL(items[0], true), FileURL(items[1])};
-            const TrashSummary summary =
-                purge ? pipeline.purgePermanently(urls, true, "cli") : pipeline.trash(urls, false, "cli");
-            for (std::size_t call = 0; call < lastCounts.size(); ++call) {
-                lastCounts[call] = faulty->callCount(static_cast<FileSystemCall>(call));
-            }
-
-            EXPECT_EQ(std::pair(contentsBelow(home.at("Documents")), contentsBelow(home.at(".cache/other"))),
-                      bystanders);
-            ASSERT_EQ(summary.records.size(), 2u);
-            EXPECT_EQ(summary.successCount + summary.failureCount, 2);
-            std::vector<std::string> went;
-            for (std::size_t i = 0; i < items.size(); ++i) {
-                const TrashItemRecord& record = summary.records[i];
-                const auto now = contentsBelow(items[i]);
-                if (record.status == TrashItemStatus::success) {
-                    went.push_back(items[i]);
-                    EXPECT_TRUE(now.empty()) << items[i] << " succeeded but is still there";
-                    if (!purge) {
-                        ASSERT_TRUE(record.trashPath) << items[i];
-                        EXPECT_EQ(contentsBelow(*record.trashPath), before[i]) << "whole in the Trash";
-                    }
-                    continue;
-                }
-                ASSERT_EQ(record.status, TrashItemStatus::failed);
-                ++failedItems;
-                ASSERT_TRUE(record.errorMessage);
-                const bool partial = record.errorMessage->starts_with("Removed ");
-                if (partial) {
-                    EXPECT_TRUE(purge) << "only a purge may stop part way";
-                    ++partialItems;
-                    went.push_back(items[i]);
-                    for (const auto& [file, data] : now)
-                        EXPECT_EQ(before[i].at(file), data);
-                } else {
-                    EXPECT_EQ(now, before[i])
-                        << items[i] << " failed without a partial record but changed: " << *record.errorMessage;
-                }
-            }
-            if (fs::exists(home.at(".unbulk/audit.jsonl"))) {
-                try {
-                    const auto entries = AuditLogger(std::nullopt, homeURL).readEntries();
-                    ASSERT_EQ(entries.size(), 1u);
-                    EXPECT_EQ(entries[0].paths, went);
-                    EXPECT_EQ(entries[0].itemsCount, summary.successCount);
-                } catch (const std::exception& e) {
-                    ADD_FAILURE() << "audit log unreadable: " << e.what();
-                }
-            }
+    auto run = [&](bool purge, const Inject& inject, const std::string& label) {
+        SCOPED_TRACE(label);
+        ++cases;
+        testing::TempHome home;
+        const FileURL homeURL(home.path(), true);
+        for (const auto& [file, data] : std::map<std::string, std::string>{
+                 {"Documents/keep.txt", "precious"}, {".cache/other/keep.bin", "bystander"},
+                 {".cache/tool/a.bin", std::string(5000, 'a')}, {".cache/tool/sub/blob", std::string(9000, 'b')},
+                 {".cache/single.bin", "single"}})
+            home.writeFile(file, data);
+        const std::vector<std::string> items{home.at(".cache/tool"), home.at(".cache/single.bin")};
+        const std::vector before{contentsBelow(items[0]), contentsBelow(items[1])};
+        const auto bystanders = [&] {
+            return std::pair(contentsBelow(home.at("Documents")), contentsBelow(home.at(".cache/other")));
         };
+        const auto bystandersBefore = bystanders();
+
+        auto faulty = std::make_shared<testing::FaultyFileSystem>();
+        std::shared_ptr<Trash> trash = makeDefaultTrash();
+        inject(home, *faulty, trash);
+        const TrashPipeline pipeline(faulty, trash, std::make_shared<AuditLogger>(std::nullopt, homeURL, faulty),
+                                     homeURL);
+        const std::vector<FileURL> urls{FileURL(items[0], true), FileURL(items[1])};
+        const TrashSummary summary =
+            purge ? pipeline.purgePermanently(urls, true, "cli") : pipeline.trash(urls, false, "cli");
+        for (std::size_t call = 0; call < lastCounts.size(); ++call)
+            lastCounts[call] = faulty->callCount(static_cast<FileSystemCall>(call));
+
+        EXPECT_EQ(bystanders(), bystandersBefore);
+        ASSERT_EQ(summary.records.size(), 2u);
+        EXPECT_EQ(summary.successCount + summary.failureCount, 2);
+        std::vector<std::string> went;
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            const TrashItemRecord& record = summary.records[i];
+            const auto now = contentsBelow(items[i]);
+            if (record.status == TrashItemStatus::success) {
+                went.push_back(items[i]);
+                EXPECT_TRUE(now.empty()) << items[i] << " succeeded but is still there";
+                if (purge) continue;
+                ASSERT_TRUE(record.trashPath) << items[i];
+                EXPECT_EQ(contentsBelow(*record.trashPath), before[i]) << "whole in the Trash";
+                continue;
+            }
+            ASSERT_EQ(record.status, TrashItemStatus::failed);
+            ++failedItems;
+            ASSERT_TRUE(record.errorMessage);
+            if (record.errorMessage->starts_with("Removed ")) { // a partial record
+                EXPECT_TRUE(purge) << "only a purge may stop part way";
+                ++partialItems;
+                went.push_back(items[i]);
+                for (const auto& [file, data] : now) EXPECT_EQ(before[i].at(file), data);
+            } else {
+                EXPECT_EQ(now, before[i])
+                    << items[i] << " failed without a partial record but changed: " << *record.errorMessage;
+            }
+        }
+        if (!fs::exists(home.at(".unbulk/audit.jsonl"))) return;
+        std::vector<AuditLogEntry> entries;
+        EXPECT_NO_THROW(entries = AuditLogger(std::nullopt, homeURL).readEntries()) << "audit log unreadable";
+        ASSERT_EQ(entries.size(), 1u);
+        EXPECT_EQ(entries[0].paths, went);
+        EXPECT_EQ(entries[0].itemsCount, summary.successCount);
+    };
 
     // The calls each road makes, from a run without faults: failing a call
     // that is never made proves nothing.
     std::map<bool, std::vector<std::size_t>> callsMade;
     for (bool purge : {false, true}) {
-        run(
-            purge, [](testing::TempHome&, testing::FaultyFileSystem&, std::shared_ptr<Trash>&) {}, "without faults");
-        for (std::size_t call = 0; call < lastCounts.size(); ++call) {
+        run(purge, [](auto&, auto&, auto&) {}, "without faults");
+        for (std::size_t call = 0; call < lastCounts.size(); ++call)
             if (lastCounts[call] > 0) callsMade[purge].push_back(call);
-        }
     }
 
     for (bool purge : {false, true}) {
         for (int code : errnos) {
             for (std::size_t call : callsMade[purge]) {
                 for (const auto& place : places) {
-                    run(
-                        purge,
-                        [&](testing::TempHome& home, testing::FaultyFileSystem& faulty, std::shared_ptr<Trash>&) {
-                            faulty.failBelow(static_cast<FileSystemCall>(call), home.at(place), code);
-                        },
+                    const auto inject = [&](testing::TempHome& home, testing::FaultyFileSystem& faulty, auto&) {
+                        faulty.failBelow(static_cast<FileSystemCall>(call), home.at(place), code);
+                    };
+                    run(purge, inject,
                         std::string(purge ? "purge" : "trash") + " call " + std::to_string(call) + " errno " +
                             std::to_string(code) + " at " + place);
                 }
             }
-            if (!purge) {
-                run(
-                    false,
-                    [&](testing::TempHome& home, testing::FaultyFileSystem&, std::shared_ptr<Trash>& trash) {
-                        trash = std::make_shared<FaultyTrash>(home.at(".cache/tool"), code);
-                    },
-                    "trash move errno " + std::to_string(code));
-            }
+            if (purge) continue;
+            const auto inject = [&](testing::TempHome& home, auto&, std::shared_ptr<Trash>& trash) {
+                trash = std::make_shared<FaultyTrash>(home.at(".cache/tool"), code);
+            };
+            run(false, inject, "trash move errno " + std::to_string(code));
         }
     }
     std::cout << "removal fault matrix: " << cases << " cases, " << failedItems << " items refused, " << partialItems

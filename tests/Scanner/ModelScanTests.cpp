@@ -1,20 +1,15 @@
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <tuple>
 
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
 #include "Scanner/DeveloperTargets.hpp"
 #include "support/FaultyFileSystem.hpp"
 #include "support/TempHome.hpp"
-
-extern char** environ;
 
 namespace unbulk {
 namespace {
@@ -34,9 +29,8 @@ std::tuple<std::int64_t, std::int64_t, std::int64_t> onDisk(const std::string& p
         ++files;
     };
     add(path);
-    if (fs::is_directory(fs::symlink_status(path))) {
+    if (fs::is_directory(fs::symlink_status(path)))
         for (const auto& entry : fs::recursive_directory_iterator(path)) add(entry.path());
-    }
     return {logical, allocated, files};
 }
 
@@ -54,13 +48,13 @@ void expectItem(const DiscoveredItem& item, const std::string& path, const std::
 
 class ModelScanTest : public ::testing::Test {
 protected:
-    std::vector<DiscoveredItem> scan(StorageCategory category, ProcessRunningCheck isRunning = {}) const {
+    std::vector<DiscoveredItem> scan(StorageCategory category) const {
         // Like the real checker: part of the name of a running process.
-        auto fake = [this](const std::string& name) { return running.find(name) != std::string::npos; };
+        auto isRunning = [this](const std::string& name) { return running.find(name) != std::string::npos; };
         // Docker.app counts in any applications folder, not only the first.
         const std::vector applications{FileURL(home.root() + "/Applications", true), FileURL(at("Applications"), true)};
         const DeveloperTargets targets(FileURL(home.path(), true), applications, std::vector<FileURL>{}, fileSystem,
-                                       nullptr, isRunning ? isRunning : fake);
+                                       nullptr, isRunning);
         auto items = targets.scan({category}, {});
         // Listings come in the platform's order; Docker's images keep the order of their candidates.
         if (category != StorageCategory::dockerVM) std::ranges::sort(items, {}, &DiscoveredItem::path);
@@ -94,16 +88,15 @@ TEST_F(ModelScanTest, ModelPlacesGiveTheirItems) {
 
     const auto items = scan(StorageCategory::aiModelWeights);
     ASSERT_EQ(items.size(), 8u);
-    expectItem(items[0], at(hub + "/models--meta--llama--3"), "HuggingFace Model: meta/llama/3",
-               "ai.huggingface.hub");
-    expectItem(items[1], at(lms + "empty-publisher"), "LM Studio Model: empty-publisher", "ai.lmstudio.models");
-    expectItem(items[2], at(lms + "lmstudio-community/Qwen"), "LM Studio Model: lmstudio-community/Qwen",
-               "ai.lmstudio.models");
-    expectItem(items[3], at(".cache/vllm"), "vLLM Model Weights & Kernel Cache", "ai.vllm.weights");
-    expectItem(items[4], at(whisper + "base.PT"), "OpenAI Whisper Model: base.PT", "ai.whisper.models", 1);
-    expectItem(items[5], at(whisper + "large.pt"), "OpenAI Whisper Model: large.pt", "ai.whisper.models", 1);
-    expectItem(items[6], at(whisper + "tiny.pt"), "OpenAI Whisper Model: tiny.pt", "ai.whisper.models", 1);
-    expectItem(items[7], at(".vllm"), "vLLM Model Weights & Kernel Cache", "ai.vllm.weights");
+    const std::string lm = "ai.lmstudio.models", vllm = "vLLM Model Weights & Kernel Cache", wm = "ai.whisper.models";
+    expectItem(items[0], at(hub + "/models--meta--llama--3"), "HuggingFace Model: meta/llama/3", "ai.huggingface.hub");
+    expectItem(items[1], at(lms + "empty-publisher"), "LM Studio Model: empty-publisher", lm);
+    expectItem(items[2], at(lms + "lmstudio-community/Qwen"), "LM Studio Model: lmstudio-community/Qwen", lm);
+    expectItem(items[3], at(".cache/vllm"), vllm, "ai.vllm.weights");
+    expectItem(items[4], at(whisper + "base.PT"), "OpenAI Whisper Model: base.PT", wm, 1);
+    expectItem(items[5], at(whisper + "large.pt"), "OpenAI Whisper Model: large.pt", wm, 1);
+    expectItem(items[6], at(whisper + "tiny.pt"), "OpenAI Whisper Model: tiny.pt", wm, 1);
+    expectItem(items[7], at(".vllm"), vllm, "ai.vllm.weights");
 
     // A hub that holds nothing but hidden bookkeeping (.locks) is offered whole.
     fs::remove_all(at(hub + "/models--meta--llama--3"));
@@ -143,27 +136,6 @@ TEST_F(ModelScanTest, DockerImagesFollowTheStateOfDocker) {
     EXPECT_EQ(std::tuple(unread.path, unread.logicalSizeBytes, unread.allocatedSizeBytes, unread.fileCount,
                          unread.requiresFullDiskAccess),
               std::tuple(at(images[0]), 0, 0, 1, true));
-}
-
-// A real process named vpnkit-bridge, found by the real checker, locks the image.
-TEST_F(ModelScanTest, DockerDaemonSeenThroughTheRealProcessChecker) {
-    const ProcessRunningCheck checker = DeveloperTargets::defaultProcessChecker();
-    // Every name Docker is known by holds one of these, in some case.
-    if (checker("docker") || checker("vpnkit")) GTEST_SKIP() << "a process of Docker's runs on this machine";
-    home.writeFile(vms + "0/data/Docker.raw", 2048);
-    EXPECT_FALSE(scan(StorageCategory::dockerVM, checker).at(0).isLocked);
-
-    std::string program = home.root() + "/vpnkit-bridge", seconds = "30";
-    fs::copy_file("/bin/sleep", program);
-    char* argv[] = {program.data(), seconds.data(), nullptr};
-    pid_t pid = 0;
-    ASSERT_EQ(::posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv, environ), 0);
-    const auto items = scan(StorageCategory::dockerVM, checker);
-    ::kill(pid, SIGKILL);
-    ::waitpid(pid, nullptr, 0);
-    ASSERT_EQ(items.size(), 1u);
-    EXPECT_EQ(std::tuple(items[0].isLocked, items[0].isOrphaned, items[0].itemDescription),
-              std::tuple(true, false, activeImage));
 }
 
 } // namespace

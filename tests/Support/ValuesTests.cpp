@@ -37,58 +37,42 @@ TEST(DatesTest, IsoTextAndSecondsSince2001) {
     const Date base = utc(2026, 3, 1, 10, 15, 30);
     EXPECT_EQ(dates::iso8601(base + milliseconds{999}), "2026-03-01T10:15:30Z"); // dropped, not rounded
     EXPECT_EQ(dates::iso8601Milliseconds(base + microseconds{5999}), "2026-03-01T10:15:30.005Z");
-    for (const char* text : {"2026-03-01T10:15:30Z", "2026-03-01T11:15:30+01:00", "2026-03-01T08:45:30-0130",
-                             "2026-03-02T00:15:30+14:00"}) {
+    for (const char* text : {"2026-03-01T11:15:30+01:00", "2026-03-01T08:45:30-0130", "2026-03-02T00:15:30+14:00"})
         EXPECT_EQ(dates::parseISO8601(text), base) << text;
-    }
     EXPECT_EQ(dates::parseISO8601("2026-03-01T10:15:30.25Z"), base + milliseconds{250});
-    for (const char* text : {"2025-02-29T00:00:00Z", "2026-03-01T10:15:30", "2026-03-01T10:15:30Zjunk"})
+    // The last is beyond what a Date holds: refused, never wrapped round.
+    for (const char* text :
+         {"2025-02-29T00:00:00Z", "2026-03-01T10:15:30", "2026-03-01T10:15:30Zjunk", "2026-03-01T10:15:30+99:99"})
         EXPECT_FALSE(dates::parseISO8601(text)) << text;
 
     EXPECT_EQ(dates::secondsSinceReferenceDate(utc(2001, 1, 1) + milliseconds{1500}), 1.5);
     EXPECT_EQ(dates::fromSecondsSinceReferenceDate(86400.25), utc(2001, 1, 2) + milliseconds{250});
     // Beyond what a Date holds: refused, never wrapped round.
-    EXPECT_FALSE(dates::decode(Json(1e300)));
-    EXPECT_FALSE(dates::decode(Json("2300-01-01T00:00:00Z")));
-    EXPECT_FALSE(dates::parseISO8601("2026-03-01T10:15:30+99:99"));
-    EXPECT_EQ(dates::encode(base, DateEncoding::secondsSinceReferenceDate), 794052930.0);
-    EXPECT_EQ(dates::encode(base, DateEncoding::iso8601), "2026-03-01T10:15:30Z");
+    for (const Json& outOfRange : {Json(1e300), Json("2300-01-01T00:00:00Z")}) EXPECT_FALSE(dates::decode(outOfRange));
     EXPECT_EQ(dates::decode(Json(794052930)), base);
 }
 
 TEST(ByteCountTest, DecimalUnitsWithOneFractionalDigitAtMost) {
+    const std::int64_t max = std::numeric_limits<std::int64_t>::max(), min = std::numeric_limits<std::int64_t>::min();
     const std::vector<std::pair<std::int64_t, std::string>> rows{
-        {0, "Zero KB"},
-        {1, "1 byte"},
-        {999, "999 bytes"},
-        {1000, "1 KB"},
+        {0, "Zero KB"},          {1, "1 byte"},          {999, "999 bytes"},      {1000, "1 KB"},
         {999'999, "1 MB"}, // rounds to 1,000 KB, so moves up
-        {1'234'567, "1.2 MB"},
-        {1'500'000, "1.5 MB"},
-        {1'234'567'890, "1.2 GB"},
-        {1'260'000'000, "1.3 GB"},
-        {2'000'000'000, "2 GB"},
+        {1'234'567, "1.2 MB"},   {1'260'000'000, "1.3 GB"}, {2'000'000'000, "2 GB"},
         {999'960'000'000, "1 TB"}, // 1,000.0 GB moves up as well
-        {std::numeric_limits<std::int64_t>::max(), "9.2 EB"},
-        {std::numeric_limits<std::int64_t>::min(), "-9.2 EB"},
-    };
+        {max, "9.2 EB"},         {min, "-9.2 EB"}};
     for (const auto& [bytes, expected] : rows) EXPECT_EQ(decimalByteCount(bytes), expected) << bytes;
 }
 
 TEST(JsonTest, SortedOutputAndInvalidUtf8ReplacedNotThrown) {
     const Json value{{"zeta", 1}, {"alpha", {{"y", true}, {"b", nullptr}}}, {"name", "bad\xFF\xFEname"}};
-    std::string compact;
-    ASSERT_NO_THROW(compact = json::compact(value));
-    EXPECT_EQ(compact, "{\"alpha\":{\"b\":null,\"y\":true},\"name\":\"bad\xEF\xBF\xBD\xEF\xBF\xBDname\",\"zeta\":1}");
+    EXPECT_EQ(json::compact(value),
+              "{\"alpha\":{\"b\":null,\"y\":true},\"name\":\"bad\xEF\xBF\xBD\xEF\xBF\xBDname\",\"zeta\":1}");
     EXPECT_NO_THROW(json::pretty(value));
 }
 
 TEST(CancellationTest, StopEndsTheSleepAtOnce) {
     StopSource source;
-    std::thread stopper([&source] {
-        std::this_thread::sleep_for(milliseconds{50});
-        source.requestStop();
-    });
+    std::thread stopper([&source] { std::this_thread::sleep_for(milliseconds{50}); source.requestStop(); });
     const auto start = steady_clock::now();
     EXPECT_THROW(cancellableSleep(seconds{30}, source.token()), CancellationError);
     EXPECT_LT(steady_clock::now() - start, seconds{5});
@@ -106,9 +90,7 @@ TEST(CancellationTest, CallbacksRunOnceOnRequestOrAtOnceWhenLate) {
     EXPECT_TRUE(source.requestStop());
     EXPECT_FALSE(source.requestStop()); // the second request runs nothing again
     StopCallback after(source.token(), [&] { ++late; });
-    EXPECT_EQ(early, 1);
-    EXPECT_EQ(dropped, 0);
-    EXPECT_EQ(late, 1);
+    EXPECT_EQ(std::tuple(early, dropped, late), std::tuple(1, 0, 1));
     EXPECT_TRUE(source.token().stopRequested());
     EXPECT_FALSE(StopToken{}.stopPossible());
 }

@@ -22,83 +22,70 @@ struct AppScannerTest : ::testing::Test {
                            .homeURL = FileURL(home.path(), true),
                            .runningAppsProvider = std::move(running)});
     }
-    std::vector<std::string> names(const std::vector<InstalledApp>& apps) {
-        std::vector<std::string> out;
-        for (const auto& app : apps)
-            out.push_back(app.displayName);
-        return out;
+    // The applications found, by the file name of their bundle.
+    std::map<std::string, InstalledApp> scanByBundle(std::function<bool(const std::string&)> running = {}) {
+        std::map<std::string, InstalledApp> apps;
+        for (auto& app : scanner(std::move(running)).scanInstalledApps(false))
+            apps[app.bundleURL.lastComponent()] = app;
+        return apps;
     }
     testing::TempHome home;
 };
 
 TEST_F(AppScannerTest, FindsBundlesTwoLevelsDownOnceEachAndNeverInsideOne) {
-    makeBundle(home, "Applications/Alpha.app", {{"CFBundleIdentifier", "com.acme.alpha"}});
-    makeBundle(home, "Applications/Group/Sub/Beta.app", {{"CFBundleIdentifier", "com.acme.beta"}});
-    makeBundle(home, "Applications/Group/Sub/Deep/Gamma.app", {{"CFBundleIdentifier", "com.acme.gamma"}});
-    makeBundle(home, "Applications/Alpha.app/Contents/Helpers/Inner.app", {{"CFBundleIdentifier", "com.acme.inner"}});
+    const std::vector<std::pair<std::string, std::string>> bundles{
+        {"Applications/Alpha.app", "alpha"}, {"Applications/Group/Sub/Beta.app", "beta"},
+        {"Applications/Group/Sub/Deep/Gamma.app", "gamma"}, {"Applications/.hidden/Hidden.app", "hidden"},
+        {"Applications/Alpha.app/Contents/Helpers/Inner.app", "inner"}, {"Elsewhere/Linked.app", "linked"},
+        {"System/Sys.app", "sys"}};
+    for (const auto& [path, id] : bundles) makeBundle(home, path, {{"CFBundleIdentifier", "com.acme." + id}});
     makeBundle(home, "Applications/Tool.APP", nlohmann::json(nullptr));
-    makeBundle(home, "Applications/.hidden/Hidden.app", {{"CFBundleIdentifier", "com.acme.hidden"}});
-    makeBundle(home, "Elsewhere/Linked.app", {{"CFBundleIdentifier", "com.acme.linked"}});
     home.makeSymlink("Applications/Linked.app", home.at("Elsewhere/Linked.app"));
     home.makeSymlink("Applications/Zlinked-again.app", home.at("Elsewhere/Linked.app"));
     home.makeSymlink("Applications/LinkedFolder", home.at("Elsewhere"));
-    makeBundle(home, "System/Sys.app", {{"CFBundleIdentifier", "com.acme.sys"}});
 
     // Two links to one bundle count once, as whichever the listing gives first.
-    std::vector<std::string> found = names(scanner().scanInstalledApps(false));
+    std::vector<std::string> found;
+    for (const auto& app : scanner().scanInstalledApps(false)) found.push_back(app.displayName);
     ASSERT_EQ(found.size(), 4u);
-    EXPECT_EQ(found[0], "Alpha");
-    EXPECT_EQ(found[1], "Beta");
+    EXPECT_EQ(found[0] + " " + found[1], "Alpha Beta");
     const std::string linked = found[2] == "Tool" ? found[3] : found[2];
     EXPECT_TRUE(linked == "Linked" || linked == "Zlinked-again") << linked;
     EXPECT_NE(std::find(found.begin(), found.end(), "Tool"), found.end());
-    EXPECT_EQ(names(scanner().scanInstalledApps(true)).size(), 5u);
+    EXPECT_EQ(scanner().scanInstalledApps(true).size(), 5u);
     EXPECT_TRUE(AppScanner({.applicationsURLs = std::vector<FileURL>{}, .homeURL = FileURL(home.path(), true)})
                     .scanInstalledApps(false)
                     .empty());
 }
 
 TEST_F(AppScannerTest, ReadsInfoPlistsInBothFormatsAndFallsBackWithout) {
-    const std::string xml = makeBundle(home, "Applications/Editor.app",
-                                       {{"CFBundleIdentifier", "com.acme.editor"},
-                                        {"CFBundleName", "EditorName"},
-                                        {"CFBundleDisplayName", "Editor Pro"},
-                                        {"CFBundleShortVersionString", "2.1"},
-                                        {"CFBundleVersion", "210"},
-                                        {"CFBundleExecutable", "editor"},
-                                        {"CFBundleIconFile", "Editor"}},
-                                       PlistFormat::xml, "editor", testing::thinArm64Header());
+    const Json info{{"CFBundleIdentifier", "com.acme.editor"}, {"CFBundleName", "EditorName"},
+                    {"CFBundleDisplayName", "Editor Pro"},      {"CFBundleShortVersionString", "2.1"},
+                    {"CFBundleVersion", "210"}, {"CFBundleExecutable", "editor"}, {"CFBundleIconFile", "Editor"}};
+    const std::string xml =
+        makeBundle(home, "Applications/Editor.app", info, PlistFormat::xml, "editor", testing::thinArm64Header());
     home.writeFile("Applications/Editor.app/Contents/Resources/Editor.icns", "icon");
     makeBundle(home, "Applications/Bin.app",
                {{"CFBundleIdentifier", ""}, {"CFBundleVersion", "7"}, {"CFBundleName", 42}}, PlistFormat::binary);
     makeBundle(home, "Applications/Foo.app", nlohmann::json(nullptr), PlistFormat::xml, "Foo", "#!/bin/sh\n");
-    const std::string array = home.makeDirectory("Applications/Arr.app/Contents");
-    testing::writePlist(array + "/../../Arr.app/Contents/Info.plist", {{"ignored", true}});
     home.writeFile("Applications/Arr.app/Contents/Info.plist", "<plist><array/></plist>");
 
-    std::map<std::string, InstalledApp> apps;
-    for (auto& app : scanner().scanInstalledApps(false))
-        apps[app.bundleURL.lastComponent()] = app;
+    const auto apps = scanByBundle();
     const InstalledApp& editor = apps.at("Editor.app");
-    EXPECT_EQ(editor.displayName, "Editor Pro");
-    EXPECT_EQ(editor.version, "2.1");
-    EXPECT_EQ(editor.bundleName, "EditorName");
-    EXPECT_EQ(editor.architecture, "arm64");
+    EXPECT_EQ(std::tie(editor.displayName, editor.version, editor.bundleName, editor.architecture),
+              std::tuple("Editor Pro", "2.1", "EditorName", "arm64"));
     EXPECT_EQ(editor.executablePath, xml + "/Contents/MacOS/editor");
-    EXPECT_EQ(editor.iconURL->path(), xml + "/Contents/Resources/Editor.icns");
-    EXPECT_FALSE(editor.isProtected);
-    EXPECT_FALSE(editor.codeSignatureAuthority);
+    EXPECT_EQ(editor.iconURL.value().path(), xml + "/Contents/Resources/Editor.icns");
+    EXPECT_FALSE(editor.isProtected || editor.codeSignatureAuthority);
 
+    // An empty identifier, a number for a name; then no Info.plist at all.
     const InstalledApp& binary = apps.at("Bin.app");
-    EXPECT_EQ(binary.bundleIdentifier, "com.unknown.bin"); // empty identifier
-    EXPECT_EQ(binary.displayName, "Bin");                  // a number is no name
-    EXPECT_EQ(binary.version, "7");
+    EXPECT_EQ(std::tie(binary.bundleIdentifier, binary.displayName, binary.version),
+              std::tuple("com.unknown.bin", "Bin", "7"));
     EXPECT_FALSE(binary.executablePath);
-
     const InstalledApp& bare = apps.at("Foo.app");
-    EXPECT_EQ(std::tie(bare.displayName, bare.version, bare.bundleIdentifier),
-              std::tie("Foo", "Unknown", "com.unknown.foo"));
-    EXPECT_EQ(bare.architecture, "Unknown");
+    EXPECT_EQ(std::tie(bare.displayName, bare.version, bare.bundleIdentifier, bare.architecture),
+              std::tuple("Foo", "Unknown", "com.unknown.foo", "Unknown"));
     EXPECT_TRUE(bare.executablePath);
     EXPECT_EQ(apps.at("Arr.app").displayName, "Arr"); // an array at the top reads as empty
 }
@@ -122,14 +109,11 @@ TEST_F(AppScannerTest, MeasuresHardLinksOnceAndLinksNotAtAll) {
 TEST_F(AppScannerTest, RunningAndProtectionComeFromTheGuard) {
     makeBundle(home, "Applications/Busy.app", {{"CFBundleIdentifier", "com.acme.busy"}});
     makeBundle(home, "Applications/Mail.app", {{"CFBundleIdentifier", "com.apple.mail"}});
-    std::map<std::string, InstalledApp> apps;
-    for (auto& app : scanner([](const std::string& id) { return id == "com.acme.busy"; }).scanInstalledApps(false)) {
-        apps[app.displayName] = app;
-    }
-    EXPECT_TRUE(apps.at("Busy").isRunning);
-    EXPECT_TRUE(apps.at("Mail").isProtected);
-    EXPECT_TRUE(apps.at("Mail").isSystemApp);
-    EXPECT_EQ(apps.at("Mail").protectionReason, "Protected Apple core operating system bundle 'com.apple.mail'");
+    const auto apps = scanByBundle([](const std::string& id) { return id == "com.acme.busy"; });
+    EXPECT_TRUE(apps.at("Busy.app").isRunning);
+    const InstalledApp& mail = apps.at("Mail.app");
+    EXPECT_TRUE(mail.isProtected && mail.isSystemApp);
+    EXPECT_EQ(mail.protectionReason, "Protected Apple core operating system bundle 'com.apple.mail'");
 }
 
 TEST_F(AppScannerTest, ProgressHearsOfEachInspectedBundleWithItsSize) {

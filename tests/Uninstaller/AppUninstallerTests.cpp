@@ -1,5 +1,6 @@
 #include <filesystem>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Uninstaller/AppUninstaller.hpp"
@@ -18,16 +19,13 @@ struct AppUninstallerTest : ::testing::Test {
         home.writeFile("Library/Caches/com.acme.app/cache.db", "cache");
         home.writeFile("Library/Preferences/com.acme.app.plist", "prefs");
     }
-    AppUninstaller uninstaller(std::function<bool(const std::string&)> running = [](const std::string&) {
-        return false;
-    }) {
+    AppUninstaller uninstaller(std::function<bool(const std::string&)> running = [](auto&) { return false; }) {
         return AppUninstaller({.auditLogger = std::make_shared<AuditLogger>(std::nullopt, homeURL),
                                .runningAppsProvider = std::move(running),
                                .homeURL = homeURL});
     }
     InstalledApp acme(std::string id = "com.acme.app", std::optional<std::string> path = std::nullopt) {
-        return InstalledApp::make({.bundleIdentifier = std::move(id),
-                                   .bundleURL = FileURL(path.value_or(bundle), true),
+        return InstalledApp::make({.bundleIdentifier = std::move(id), .bundleURL = FileURL(path.value_or(bundle), true),
                                    .displayName = "Acme"});
     }
     testing::TempHome home;
@@ -37,8 +35,7 @@ struct AppUninstallerTest : ::testing::Test {
 
 TEST_F(AppUninstallerTest, ADryRunRemovesNothingAndARealRunMovesEverythingToTheTrash) {
     const UninstallSummary dry = uninstaller().uninstall(acme(), true);
-    EXPECT_TRUE(dry.dryRun);
-    EXPECT_EQ(dry.records.size(), 3u);
+    EXPECT_TRUE(dry.dryRun && dry.records.size() == 3u) << dry.records.size();
     EXPECT_EQ(dry.deletedURLs.front().path(), bundle);
     EXPECT_TRUE(fs::exists(bundle));
 
@@ -60,28 +57,20 @@ TEST_F(AppUninstallerTest, OptionsChooseWhatGoes) {
     EXPECT_EQ(dependenciesOnly.deletedURLs.size(), 2u);
     EXPECT_TRUE(fs::exists(bundle));
     const auto nothing = uninstaller().uninstall(acme(), false, {.includeBundle = false, .includeDependencies = false});
-    EXPECT_TRUE(nothing.records.empty());
-    EXPECT_TRUE(fs::exists(bundle));
+    EXPECT_TRUE(nothing.records.empty() && fs::exists(bundle));
 }
 
 TEST_F(AppUninstallerTest, RefusesProtectedAndRunningApplicationsBeforeTouchingAnything) {
+    using ::testing::ThrowsMessage;
     // An Apple identifier outside the home is refused, where the guard alone would let /Applications through.
     const std::string outside = home.root() + "/Applications/Xcode.app";
     fs::create_directories(outside);
-    try {
-        uninstaller().uninstall(acme("com.apple.dt.Xcode", outside), true);
-        ADD_FAILURE() << "an Apple application outside the home was accepted";
-    } catch (const AppUninstallerError& error) {
-        EXPECT_STREQ(error.what(), "Application 'Acme' (com.apple.dt.Xcode) is a protected macOS system component and "
-                                   "cannot be uninstalled.");
-    }
-    try {
-        uninstaller([](const std::string&) { return true; }).uninstall(acme(), true);
-        ADD_FAILURE() << "a running application was uninstalled";
-    } catch (const AppUninstallerError& error) {
-        EXPECT_STREQ(error.what(), "Application 'Acme' (com.acme.app) is currently running. Please terminate the "
-                                   "process before uninstalling.");
-    }
+    EXPECT_THAT([&] { uninstaller().uninstall(acme("com.apple.dt.Xcode", outside), true); },
+                ThrowsMessage<AppUninstallerError>("Application 'Acme' (com.apple.dt.Xcode) is a protected macOS "
+                                                   "system component and cannot be uninstalled."));
+    EXPECT_THAT([&] { uninstaller([](const std::string&) { return true; }).uninstall(acme(), true); },
+                ThrowsMessage<AppUninstallerError>("Application 'Acme' (com.acme.app) is currently running. Please "
+                                                   "terminate the process before uninstalling."));
     EXPECT_TRUE(fs::exists(bundle));
     EXPECT_FALSE(fs::exists(home.at(".unbulk/audit.jsonl"))) << "a refusal leaves no audit entry";
 }
@@ -93,13 +82,9 @@ TEST_F(AppUninstallerTest, LookingUpAnIdentifierNeedsAScannerAndAMatch) {
     const AppUninstaller withScanner(
         {.appScanner = scanner, .runningAppsProvider = [](const std::string&) { return false; }, .homeURL = homeURL});
     EXPECT_EQ(withScanner.uninstall(std::string("com.acme.app"), true).appName, "Acme");
-    try {
-        withScanner.uninstall(std::string("com.acme.none"), true);
-        ADD_FAILURE();
-    } catch (const AppUninstallerError& error) {
-        EXPECT_STREQ(error.what(), "Application bundle not found: No installed application with bundle identifier "
-                                   "'com.acme.none' was found.");
-    }
+    EXPECT_THAT([&] { withScanner.uninstall(std::string("com.acme.none"), true); },
+                ::testing::ThrowsMessage<AppUninstallerError>("Application bundle not found: No installed application "
+                                                              "with bundle identifier 'com.acme.none' was found."));
 }
 
 } // namespace

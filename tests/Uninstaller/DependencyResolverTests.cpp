@@ -32,14 +32,13 @@ TEST(DependencyResolverCandidatesTest, NamesIdentifiersAndVendorPaths) {
     EXPECT_EQ(resolver.makeCandidates(app("com.foo.bar", "bar")).vendorSubpaths, (Strings{"Foo/bar"}));
     EXPECT_EQ(resolver.makeCandidates(app("com.foo.bar", "Bar")).vendorSubpaths, (Strings{"Foo/bar", "Foo/Bar"}));
     const auto twoPieces = resolver.makeCandidates(app("acme.tool", "X"));
-    EXPECT_TRUE(twoPieces.vendorSubpaths.empty());
-    EXPECT_TRUE(twoPieces.candidateNames.empty()); // "X" is too short
+    EXPECT_TRUE(twoPieces.vendorSubpaths.empty() && twoPieces.candidateNames.empty()); // "X" is too short
     const auto pages = resolver.makeCandidates(app("com.apple.Pages", "Pages"));
     EXPECT_TRUE(pages.candidateBundleIds.empty());
     EXPECT_EQ(pages.appGroupIds, (Strings{"group.com.apple.Pages"}));
-    EXPECT_EQ(resolver.makeCandidates(app("com.acme.x", "Foo Bar Baz", " Baz Tool ")).candidateNames.count("BazTool"),
-              1u);
-    EXPECT_EQ(resolver.makeCandidates(app("com.acme.x", "Foo Bar Baz")).vendorSubpaths.count("Foo/Bar Baz"), 1u);
+    EXPECT_TRUE(
+        resolver.makeCandidates(app("com.acme.x", "Foo Bar Baz", " Baz Tool ")).candidateNames.contains("BazTool"));
+    EXPECT_TRUE(resolver.makeCandidates(app("com.acme.x", "Foo Bar Baz")).vendorSubpaths.contains("Foo/Bar Baz"));
 }
 
 struct DependencyResolverTest : ::testing::Test {
@@ -50,34 +49,30 @@ struct DependencyResolverTest : ::testing::Test {
 TEST_F(DependencyResolverTest, FindsTheApplicationsDataInEveryLibraryPlace) {
     const std::string bundle =
         testing::makeBundle(home, "Applications/Acme Tool.app", {{"CFBundleIdentifier", "com.acme.tool"}});
-    home.writeFile("Library/Application Support/com.acme.tool/db", "1");
-    home.writeFile("Library/Application Support/Acme/tool/state", "1"); // vendor subpath
-    home.writeFile("Library/Caches/com.acme.tool.ShipIt/update", "1");
-    home.writeFile("Library/Preferences/com.acme.tool.plist", "1");
-    home.writeFile("Library/Preferences/com.acme.tool.helper.plist", "1");
-    home.writeFile("Library/Preferences/ByHost/com.acme.tool.ABCD.plist", "1");
-    home.writeFile("Library/Preferences/.GlobalPreferences.plist", "1");
-    home.writeFile("Library/Saved Application State/com.acme.tool.savedState/x", "1");
-    home.writeFile("Library/HTTPStorages/com.acme.tool.binarycookies", "1");
-    home.writeFile("Library/Group Containers/TEAM123.group.com.acme.tool/x", "1");
-    home.writeFile("Library/LaunchAgents/com.acme.toolhelper.plist", "1"); // no boundary after the identifier
-    home.writeFile("Library/Logs/DiagnosticReports/Acme Tool-2024-01-01-101010.ips", "1");
-    home.writeFile("Library/Logs/DiagnosticReports/Other-2024.ips", "1");
-    home.writeFile("Library/Caches/unrelated/x", "1");
-
+    // Under Library: a vendor subpath, a helper's preferences, and a launch agent without a boundary after the
+    // identifier all count; the global preferences, another app's report and an unrelated cache do not.
+    for (const char* path :
+         {"Application Support/com.acme.tool/db", "Application Support/Acme/tool/state",
+          "Caches/com.acme.tool.ShipIt/update", "Preferences/com.acme.tool.plist",
+          "Preferences/com.acme.tool.helper.plist", "Preferences/ByHost/com.acme.tool.ABCD.plist",
+          "Preferences/.GlobalPreferences.plist",
+          "Saved Application State/com.acme.tool.savedState/x", "HTTPStorages/com.acme.tool.binarycookies",
+          "Group Containers/TEAM123.group.com.acme.tool/x", "LaunchAgents/com.acme.toolhelper.plist",
+          "Logs/DiagnosticReports/Acme Tool-2024-01-01-101010.ips", "Logs/DiagnosticReports/Other-2024.ips",
+          "Caches/unrelated/x"})
+        home.writeFile(std::string("Library/") + path, "1");
     const AppFootprint footprint = DependencyResolver(homeURL).resolveDependencies(
         app("com.acme.tool", "Acme Tool", std::nullopt, FileURL(bundle, true)));
     std::multiset<std::string> found;
-    for (const auto& dependency : footprint.dependencies) {
+    for (const auto& dependency : footprint.dependencies)
         found.insert(std::string(rawValue(dependency.location)) + " " +
                      std::filesystem::path(dependency.path).lexically_relative(home.path()).string());
-    }
     EXPECT_EQ(found,
               (std::multiset<std::string>{
-                  "APPLICATION_BUNDLE Applications/Acme Tool.app",
+                  "APPLICATION_BUNDLE Applications/Acme Tool.app", "CACHES Library/Caches/com.acme.tool.ShipIt",
                   "APPLICATION_SUPPORT Library/Application Support/com.acme.tool",
                   "APPLICATION_SUPPORT Library/Application Support/Acme/tool",
-                  "CACHES Library/Caches/com.acme.tool.ShipIt", "PREFERENCES Library/Preferences/com.acme.tool.plist",
+                  "PREFERENCES Library/Preferences/com.acme.tool.plist",
                   "PREFERENCES Library/Preferences/ByHost/com.acme.tool.ABCD.plist",
                   "PREFERENCES Library/Preferences/com.acme.tool.helper.plist",
                   "SAVED_APPLICATION_STATE Library/Saved Application State/com.acme.tool.savedState",
@@ -102,8 +97,7 @@ TEST_F(DependencyResolverTest, AHardLinkBetweenTwoItemsIsChargedOnceAndALinkedFo
 
     const AppFootprint footprint = DependencyResolver(homeURL).resolveDependencies(app("com.acme.linky", "Linky"));
     std::map<std::string, ResolvedDependency> byPath;
-    for (const auto& dependency : footprint.dependencies)
-        byPath[dependency.path] = dependency;
+    for (const auto& dependency : footprint.dependencies) byPath[dependency.path] = dependency;
     ASSERT_EQ(byPath.size(), 3u);
     const auto& support = byPath.at(home.at("Library/Application Support/Linky"));
     const auto& caches = byPath.at(home.at("Library/Caches/Linky"));
@@ -111,8 +105,7 @@ TEST_F(DependencyResolverTest, AHardLinkBetweenTwoItemsIsChargedOnceAndALinkedFo
     EXPECT_EQ(support.fileCount + caches.fileCount, 2);
     EXPECT_EQ(caches.logicalSizeBytes, 9000);
     const auto& linked = byPath.at(home.at("Library/Application Support/com.acme.linky"));
-    EXPECT_TRUE(linked.isSymlink);
-    EXPECT_EQ(linked.allocatedSizeBytes, 0);
+    EXPECT_TRUE(linked.isSymlink && linked.allocatedSizeBytes == 0) << linked.allocatedSizeBytes;
     // No bundle on disk: the footprint counts it as one more item of its sizes.
     EXPECT_EQ(footprint.totalItemCount, 4);
     EXPECT_EQ(footprint.itemCountByLocation.at(L::applicationBundle), 1);

@@ -10,10 +10,8 @@ namespace unbulk {
 namespace {
 
 InstalledApp app(std::string id, std::string name, std::string bundle) {
-    return InstalledApp::make({.id = Uuid::random(),
-                               .bundleIdentifier = std::move(id),
-                               .bundleURL = FileURL("/Applications/" + bundle, true),
-                               .displayName = std::move(name)});
+    return InstalledApp::make({.id = Uuid::random(), .bundleIdentifier = std::move(id),
+                               .bundleURL = FileURL("/Applications/" + bundle, true), .displayName = std::move(name)});
 }
 
 TEST(TokenNormalizerTest, NormalizeStripAndTokenize) {
@@ -30,35 +28,29 @@ TEST(InstalledAppsIndexTest, MatchesGenerouslyThroughEveryStep) {
                                     app("com.acme.foo", "Foo", "Foo.app"), app("org.x.foobar", "Foo Bar", "FB.app"),
                                     app("com.ms.code", "Visual Studio Code", "VSCode.app")});
     for (const char* name : {"com.vendor.app", "group.com.vendor.app", "vendor app", "Foo2", "foo-bar",
-                             "com.vendor.app.helper", "com.vendor", "Visual Studio"}) {
+                             "com.vendor.app.helper", "com.vendor", "Visual Studio"})
         EXPECT_TRUE(index.matchesInstalledApp(name)) << name;
-    }
-    for (const char* name : {"Firefox", "Visual Other Stuff Here", "x", "com.other.app"}) {
+    for (const char* name : {"Firefox", "Visual Other Stuff Here", "x", "com.other.app"})
         EXPECT_FALSE(index.matchesInstalledApp(name)) << name;
-    }
 }
 
 TEST(LeftoversHunterTest, ReportsWhatNoApplicationAccountsForInTableOrder) {
     testing::TempHome home;
     home.writeFile("Library/Application Support/Firefox/profile", "12345");
-    home.writeFile("Library/Application Support/Docker/x", "1");
-    home.writeFile("Library/Application Support/Foo/x", "1");
-    home.writeFile("Library/Application Support/.hidden/x", "1");
-    home.writeFile("Library/Caches/com.gone.app/x", "1");
-    home.writeFile("Library/Preferences/com.gone.app.plist", "1");
-    home.writeFile("Library/Preferences/com.apple.something.plist", "1");
-    home.writeFile("Library/LaunchAgents/com.gone.agent.plist", "1");
-    home.writeFile("Library/Containers/Plain Name/x", "1");
+    for (const char* path : {"Application Support/Docker/x", "Application Support/Foo/x",
+                             "Application Support/.hidden/x", "Caches/com.gone.app/x", "Preferences/com.gone.app.plist",
+                             "Preferences/com.apple.something.plist", "LaunchAgents/com.gone.agent.plist",
+                             "Containers/Plain Name/x"})
+        home.writeFile(std::string("Library/") + path, "1");
 
     std::vector<std::pair<double, std::string>> progress;
     const auto leftovers = LeftoversHunter(FileURL(home.path(), true))
                                .scanForLeftovers(std::vector<InstalledApp>{app("com.acme.foo", "Foo", "Foo.app")},
                                                  [&](double f, const std::string& m) { progress.emplace_back(f, m); });
     std::vector<std::string> summary;
-    for (const auto& l : leftovers) {
+    for (const auto& l : leftovers)
         summary.push_back(l.candidateAppName + " " + std::string(rawValue(l.location)) + " " +
                           std::to_string(l.confidence).substr(0, 4) + " " + std::string(rawValue(l.suggestedRiskTier)));
-    }
     EXPECT_EQ(summary,
               (std::vector<std::string>{
                   "Firefox APPLICATION_SUPPORT 0.90 SAFE_TO_DELETE", "com.gone.app CACHES 1.00 SAFE_TO_DELETE",

@@ -31,29 +31,21 @@ TEST(MachOHeaderTest, EveryBranchOfTheArchitectureRules) {
     twenty[0] = intel;
     twenty[16] = arm; // the seventeenth: never looked at
     const std::vector<std::pair<std::string, A>> rows{
-        {fat({arm, intel}), A::universal},
-        {fat({intel, arm}, true), A::universal},
-        {fat({arm}), A::arm64},
-        {fat({intel, ppc}), A::x86_64},
-        {fat({i386}), A::unknown},
+        {fat({arm, intel}), A::universal}, {fat({intel, arm}, true), A::universal}, {fat({arm}), A::arm64},
+        {fat({intel, ppc}), A::x86_64},    {fat({i386}), A::unknown},
         {fat({ppc, arm}), A::unknown},        // the first entry decides whether to look at all
         {fat({arm}, false, 0), A::unknown},   // no slices
         {fat({arm}, false, 100), A::unknown}, // too many
         {fat(twenty), A::x86_64},
         {be32(0xCAFEBABE) + be32(1), A::unknown}, // 8 bytes: no room for an entry
         {be32(0xCAFEBABE) + be32(1) + "\x01\x00", A::unknown},
-        {"\xCF\xFA\xED\xFE" + le32(arm), A::arm64},
-        {"\xCF\xFA\xED\xFE" + le32(intel), A::x86_64},
-        {be32(0xFEEDFACF) + be32(arm), A::arm64},
-        {be32(0xFEEDFACF) + be32(ppc), A::unknown},
+        {"\xCF\xFA\xED\xFE" + le32(arm), A::arm64}, {"\xCF\xFA\xED\xFE" + le32(intel), A::x86_64},
+        {be32(0xFEEDFACF) + be32(arm), A::arm64},   {be32(0xFEEDFACF) + be32(ppc), A::unknown},
         {"\xCE\xFA\xED\xFE" + le32(intel), A::unknown},       // 32-bit
         {be32(0xCAFEBABF) + be32(1) + be32(arm), A::unknown}, // 64-bit fat
-        {"\xCF\xFA\xED", A::unknown},
-        {"#!/bin/sh\necho hi\n", A::unknown},
-    };
-    for (std::size_t i = 0; i < rows.size(); ++i) {
+        {"\xCF\xFA\xED", A::unknown}, {"#!/bin/sh\necho hi\n", A::unknown}};
+    for (std::size_t i = 0; i < rows.size(); ++i)
         EXPECT_EQ(MachOHeader::architectureOf(rows[i].first), rows[i].second) << "row " << i;
-    }
 }
 
 TEST(CodeSignatureTest, ClassifiesByTheLeafCertificatesName) {

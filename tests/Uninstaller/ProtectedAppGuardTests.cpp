@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Uninstaller/ProtectedAppGuard.hpp"
@@ -47,9 +48,8 @@ TEST(ProtectedAppGuardTest, ProtectionTestsInTheirOrderAndWords) {
     EXPECT_EQ(reason("/Library/Apps/Foo.app", "com.apple.Foo"), "Apple system component 'com.apple.Foo'");
     EXPECT_EQ(reason("/Applications/Foo.app", "com.apple.Foo"), "");
     EXPECT_EQ(reason("/Library/Apps/Foo.app", "com.Apple.Foo"), ""); // the prefix test keeps case
-    const ProtectionEvaluation open = guard.evaluateProtection(FileURL("/opt/Tool.app", true), "x", std::nullopt);
-    EXPECT_EQ(open, ProtectionEvaluation::make(false, std::nullopt));
-    EXPECT_TRUE(open.canUninstall);
+    EXPECT_EQ(guard.evaluateProtection(FileURL("/opt/Tool.app", true), "x", std::nullopt),
+              ProtectionEvaluation::make(false, std::nullopt));
 
     const ProtectedAppGuard platform(makeDefaultFileSystem(), {}, {}, std::make_shared<SignedByApple>());
     EXPECT_EQ(platform.evaluateProtection(FileURL("/opt/Tool.app", true), "x", std::nullopt).reason,
@@ -59,30 +59,20 @@ TEST(ProtectedAppGuardTest, ProtectionTestsInTheirOrderAndWords) {
 }
 
 TEST(ProtectedAppGuardTest, ValidationRefusesProtectedBeforeRunning) {
+    using ::testing::ThrowsMessage;
     const ProtectedAppGuard guard(makeDefaultFileSystem(), [](const std::string&) { return true; });
-    InstalledApp app = InstalledApp::make({.bundleIdentifier = "com.acme.x",
-                                           .bundleURL = FileURL("/Applications/X.app", true),
-                                           .displayName = "X",
-                                           .isSystemApp = true});
-    EXPECT_THROW(
-        {
-            try {
-                guard.validateUninstall(app);
-            } catch (const UninstallerError& error) {
-                EXPECT_EQ(error.kind, UninstallerError::Kind::protectedSystemApp);
-                EXPECT_STREQ(error.what(), "Refusing uninstallation of protected system application 'com.acme.x' at "
-                                           "'/Applications/X.app': Protected macOS system application");
-                throw;
-            }
-        },
-        UninstallerError);
+    InstalledApp app = InstalledApp::make(
+        {.bundleIdentifier = "com.acme.x", .bundleURL = FileURL("/Applications/X.app", true), .displayName = "X",
+         .isSystemApp = true});
+    const auto validate = [&] { guard.validateUninstall(app); };
+    EXPECT_THAT(validate, ::testing::Throws<UninstallerError>(::testing::Field(
+                              &UninstallerError::kind, UninstallerError::Kind::protectedSystemApp)));
+    EXPECT_THAT(validate, ThrowsMessage<UninstallerError>("Refusing uninstallation of protected system application "
+                                                          "'com.acme.x' at '/Applications/X.app': Protected macOS "
+                                                          "system application"));
     app.isSystemApp = app.isProtected = false;
-    try {
-        guard.validateUninstall(app);
-        ADD_FAILURE() << "a running application passed";
-    } catch (const UninstallerError& error) {
-        EXPECT_STREQ(error.what(), "Cannot uninstall 'X' (com.acme.x) because it is currently running.");
-    }
+    EXPECT_THAT(validate,
+                ThrowsMessage<UninstallerError>("Cannot uninstall 'X' (com.acme.x) because it is currently running."));
 }
 
 TEST(ProtectedAppGuardTest, TerminationAsksThenForcesThenGivesUp) {
@@ -92,14 +82,12 @@ TEST(ProtectedAppGuardTest, TerminationAsksThenForcesThenGivesUp) {
     EXPECT_TRUE(guard.terminate("com.acme.x", false));
     EXPECT_EQ(processes->requests, (std::vector<bool>{false, true})); // polite, then forced after the deadline
 
-    processes->running = true;
-    processes->endsWhenForced = false;
+    processes->running = true, processes->endsWhenForced = false;
     processes->requests.clear();
     EXPECT_THROW(guard.terminate("com.acme.x", true), UninstallerError);
     EXPECT_EQ(processes->requests, std::vector<bool>{true});
 
-    processes->running = false;
-    processes->requests.clear();
+    processes->running = false, processes->requests.clear();
     EXPECT_TRUE(guard.terminate("com.acme.x", false)); // nothing runs: no request, no wait
     EXPECT_TRUE(processes->requests.empty());
 

@@ -26,6 +26,12 @@ TEST(SpaceLensCliTest, PrintsThePathAsTypedTheTotalAndTenLargestChildren) {
     EXPECT_NE(out.find("\n  \u2022 f3: "), std::string::npos);
     EXPECT_EQ(out.find("\n  \u2022 f2: "), std::string::npos) << "only the ten largest";
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 12);
+
+    // Nothing at the path is an error.
+    const ProcessResult gone = run({"spacelens", "--path", home.at("gone")});
+    EXPECT_EQ(std::tuple(gone.exitStatus, gone.standardOutput), std::tuple(1, std::string()));
+    EXPECT_EQ(gone.standardError, "Error: The file \u201Cgone\u201D couldn\u2019t be opened because there is no "
+                                  "such file. (" + home.at("gone") + ")\n");
 }
 
 TEST(SpaceLensCliTest, JsonIsTheWholeTreeAndTheDefaultPathIsTheHome) {
@@ -41,16 +47,6 @@ TEST(SpaceLensCliTest, JsonIsTheWholeTreeAndTheDefaultPathIsTheHome) {
     const Json deep = Json::parse(run({"spacelens", "--json"}).standardOutput); // two levels by default
     EXPECT_EQ(deep["children"][0]["children"][0]["name"], "b");
     EXPECT_FALSE(deep["children"][0]["children"][0].contains("children"));
-}
-
-TEST(SpaceLensCliTest, NothingAtThePathIsAnError) {
-    testing::TempHome home;
-    const ProcessResult result = run({"spacelens", "--path", home.at("gone")});
-    EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.standardOutput, "");
-    EXPECT_EQ(result.standardError, "Error: The file \u201Cgone\u201D couldn\u2019t be opened because there is no "
-                                    "such file. (" +
-                                        home.at("gone") + ")\n");
 }
 
 } // namespace

@@ -46,18 +46,18 @@ TEST(VitalsCliTest, JsonHasTheRecordsKeysWithIsoDatesAndABatteryOnlyWhenThereIsO
 // its launch, with the platform's reason, after what it printed first.
 TEST(MaintenanceCliTest, AMissingToolIsALaunchErrorAndAnUnknownWordRunsEverything) {
     testing::TempHome home;
-    for (const std::vector<std::string>& words :
-         {std::vector<std::string>{"maintenance"}, {"maintenance", "all"}, {"maintenance", "foo", "--json"}}) {
+    const std::string all = "Running all maintenance tasks...\n", missing = "': No such file or directory\n";
+    const std::vector<std::tuple<std::vector<std::string>, std::string, std::string>> cases{
+        {{"maintenance"}, all, "dscacheutil"}, {{"maintenance", "all"}, all, "dscacheutil"},
+        {{"maintenance", "foo", "--json"}, all, "dscacheutil"}, {{"maintenance", "spotlight"}, "", "mdutil"},
+        {{"maintenance", "purgeable"}, "", "tmutil"},
+    };
+    for (const auto& [words, out, tool] : cases) {
         const ProcessResult result = run(words);
-        EXPECT_EQ(result.exitStatus, 1);
-        EXPECT_EQ(result.standardOutput, "Running all maintenance tasks...\n");
-        EXPECT_EQ(result.standardError, "Error: Could not launch '/usr/bin/dscacheutil': No such file or directory\n");
+        EXPECT_EQ(result.exitStatus, 1) << words.back();
+        EXPECT_EQ(result.standardOutput, out) << words.back();
+        EXPECT_EQ(result.standardError, "Error: Could not launch '/usr/bin/" + tool + missing) << words.back();
     }
-    const ProcessResult spotlight = run({"maintenance", "spotlight"});
-    EXPECT_EQ(spotlight.standardOutput, "");
-    EXPECT_EQ(spotlight.standardError, "Error: Could not launch '/usr/bin/mdutil': No such file or directory\n");
-    EXPECT_EQ(run({"maintenance", "purgeable"}).standardError,
-              "Error: Could not launch '/usr/bin/tmutil': No such file or directory\n");
 }
 
 } // namespace
