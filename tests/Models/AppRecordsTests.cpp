@@ -27,26 +27,11 @@ TEST(AppRecordsTest, AFootprintCountsTheBundleOnceAndProtectionOutranksRunning) 
         AppFootprint::make(app(), {dependency("/Applications/X.app", DependencyLocation::applicationBundle, 4096),
                                    dependency("/h/Library/Caches/x", DependencyLocation::caches, 100)});
     EXPECT_EQ(std::pair(withBundle.totalItemCount, withBundle.totalAllocatedSizeBytes), std::pair(2L, 4196L));
-    EXPECT_EQ(withBundle.allURLs().size(), 2u); // the bundle once
     EXPECT_EQ(toJson(withBundle)["itemCountByLocation"], Json::parse(R"(["APPLICATION_BUNDLE", 1, "CACHES", 1])"));
 
     EXPECT_EQ(AppFootprint::make(app(true, true), {}).blockingReason, "SIP");
     EXPECT_EQ(AppFootprint::make(app(false, true), {}).blockingReason, "Application is currently running");
     EXPECT_TRUE(AppFootprint::make(app(), {}).canUninstall);
-}
-
-TEST(AppRecordsTest, InitialiserRulesAndArchitectureReading) {
-    InstalledApp arm = app();
-    EXPECT_EQ(arm.logicalSizeBytes, 4096); // below 1 becomes the bundle size
-    EXPECT_FALSE(arm.isProtected);         // defaults to isSystemApp
-    arm.architecture = "arm64e";
-    EXPECT_EQ(arm.archType(), AppArchitecture::unknown);
-    arm.architecture = "Universal";
-    EXPECT_EQ(arm.archType(), AppArchitecture::universal);
-    EXPECT_EQ(dependency("/x", DependencyLocation::caches, 4096).logicalSizeBytes, 4096);
-    const Json json = toJson(app());
-    EXPECT_FALSE(json.contains("architecture"));
-    EXPECT_EQ(json["bundleURL"], "file:///Applications/X.app/");
 }
 
 } // namespace

@@ -1,8 +1,3 @@
-#include <cstdint>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "Models/SafetyModels.hpp"
@@ -37,25 +32,6 @@ TEST(SafetyRecordsTest, SummaryCountsSuccessAndFailureAndSumsOnlyWhatWasMoved) {
 
     // Round trip through text, with the milliseconds of the default date form.
     EXPECT_EQ(trashSummaryFromJson(Json::parse(toJson(summary).dump())), summary);
-}
-
-TEST(SafetyRecordsTest, SimulatedRecordsCountAsSuccessWithTheirBytes) {
-    auto summary = summaryOf(
-        {makeRecord("/h/a", TrashItemStatus::simulated, 4096), makeRecord("/h/b", TrashItemStatus::simulated, 8192)},
-        true);
-    EXPECT_EQ(std::pair(summary.successCount, summary.totalAllocatedBytesUnbulked), std::pair(2L, 12288L));
-    EXPECT_EQ(trashSummaryFromJson(toJson(summary)), summary); // the dry run flag reads back too
-    // Records without a message add no entry, whatever their status.
-    const auto quiet =
-        summaryOf({makeRecord("/h/a", TrashItemStatus::failed, 1), makeRecord("/h/b", TrashItemStatus::skipped, 1)});
-    EXPECT_TRUE(quiet.errors().empty());
-}
-
-TEST(SafetyRecordsTest, RecordWithoutTrashUrlWritesNoTrashKeysAndReadsBack) {
-    auto record = makeRecord("/Users/me/gone", TrashItemStatus::failed, 10, {}, "No such file");
-    const Json j = toJson(record);
-    EXPECT_FALSE(j.contains("trashURL") || j.contains("trashPath"));
-    EXPECT_EQ(trashItemRecordFromJson(j), record);
 }
 
 } // namespace

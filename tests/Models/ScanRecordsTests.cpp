@@ -1,12 +1,3 @@
-#include <chrono>
-#include <cstdint>
-#include <limits>
-#include <optional>
-#include <set>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Models/Categories.hpp"
@@ -39,19 +30,11 @@ DiscoveredItem fullItem() {
 TEST(CategoriesTest, ParseIsLenientAboutCaseAndUnderscoresOnlyWhileRawValuesAreExact) {
     for (const char* text : {"DOCKER_VM", "docker_vm", "dockerVM", "DOCKERVM"})
         EXPECT_EQ(parseStorageCategory(text), C::dockerVM) << text;
-    for (const char* text : {"developer cache", "docker", ""})
-        EXPECT_EQ(parseStorageCategory(text), std::nullopt) << '"' << text << '"';
     EXPECT_EQ(fromRawValue<C>("DOCKER_VM"), C::dockerVM);
     EXPECT_EQ(fromRawValue<C>("docker_vm"), std::nullopt); // exact, unlike parse
-    // Json names the type of a bad value.
-    EXPECT_THAT([] { (void)Json("NOPE").get<CategoryGroup>(); },
-                ::testing::ThrowsMessage<nlohmann::json::exception>(
-                    ::testing::HasSubstr("Cannot initialize CategoryGroup from invalid raw value NOPE")));
 }
 
 TEST(ScanSummaryTest, TotalsTiersBreakdownOrderAndFullDiskAccess) {
-    EXPECT_EQ(ScanSummary::from({}), ScanSummary{});
-
     const ScanSummary summary = ScanSummary::from({
         makeItem("/h/pip", C::developerCache, RiskTier::keep, 50, 70),
         makeItem("/h/npm", C::developerCache, RiskTier::safeToDelete, 100, 150),
@@ -78,33 +61,7 @@ TEST(ScanSummaryDeathTest, OverflowingSumAborts) {
     EXPECT_DEATH(ScanSummary::from({makeItem("/h/b", C::leftovers, RiskTier::keep, 0, max), one}), "");
 }
 
-TEST(ScanRecordsJsonTest, ItemWritesItsKeysRawValuesAndBothDateForms) {
-    const Json j = toJson(fullItem());
-    std::set<std::string> keys;
-    for (const auto& [key, value] : j.items()) keys.insert(key);
-    EXPECT_EQ(keys, (std::set<std::string>{"id", "url", "path", "category", "riskTier", "logicalSizeBytes",
-                                           "allocatedSizeBytes", "fileCount", "lastAccessedDate", "lastModifiedDate",
-                                           "isOrphaned", "isLocked", "requiresFullDiskAccess", "itemDescription",
-                                           "ruleId"}));
-    EXPECT_EQ(j["id"], "E621E1F8-C36C-495A-93FC-0C247A3E6E5F"); // read in lower case, written in upper
-    EXPECT_EQ(j["url"], "file:///Users/me/My%20Caches/caf%C3%A9/");
-    EXPECT_EQ(std::tuple(j["category"], j["riskTier"]), std::tuple("DOCKER_VM", "KEEP"));
-    const Json bare = toJson(makeItem("/tmp/a#b?c%d", C::largeFiles, RiskTier::keep, 1));
-    EXPECT_EQ(bare["url"], "file:///tmp/a%23b%3Fc%25d"); // a file: no trailing slash
-    EXPECT_EQ(bare.size(), 12u);                         // no key for either date or the rule
-    EXPECT_FALSE(toJson(ScanProgress{}).contains("fractionCompleted"));
-
-    // The default date form: seconds since 2001-01-01T00:00:00Z, fraction kept; ISO drops it.
-    EXPECT_EQ(j["lastModifiedDate"], 10.0);
-    EXPECT_NEAR(j["lastAccessedDate"].get<double>(), 794'052'930.789, 1e-3);
-    EXPECT_EQ(toJson(fullItem(), DateEncoding::iso8601)["lastAccessedDate"], "2026-03-01T10:15:30Z");
-}
-
-TEST(ScanRecordsJsonTest, PathIsReadFromTheDataAndAResultRoundTripsInBothDateForms) {
-    Json j = toJson(fullItem());
-    j["path"] = "/somewhere/else";
-    EXPECT_EQ(discoveredItemFromJson(j).path, "/somewhere/else");
-
+TEST(ScanRecordsJsonTest, AResultRoundTripsInBothDateForms) {
     ScanResult result{.scanId = Uuid::random(),
                       .startedAt = at(sys_days{2000y / December / 31}, 23h + 59min + 59s),
                       .completedAt = at(sys_days{2026y / March / 1}, 10h + 2s),

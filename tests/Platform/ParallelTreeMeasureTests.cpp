@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <random>
 #include <string>
-#include <tuple>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -97,20 +96,6 @@ TEST(ParallelTreeMeasureTest, AnswersExactlyTheSerialMeasureUnderEveryOption) {
             }
         }
     }
-}
-
-TEST(ParallelTreeMeasureTest, ASetSharedByTwoTreesChargesTheirCommonFileOnce) {
-    testing::TempHome home;
-    const std::string one = home.writeFile("one/data.bin", 40'000);
-    home.makeDirectory("two");
-    stdfs::create_hard_link(one, home.at("two/also-data.bin"));
-    home.writeFile("two/own.bin", 1'000);
-    InodeSet shared(InodeSet::Keeps::everyFile);
-    const TreeMeasure first = PosixFileSystem().measureTree(home.at("one"), {.inodes = &shared});
-    const TreeMeasure second = PosixFileSystem().measureTree(home.at("two"), {.inodes = &shared});
-    EXPECT_EQ(std::tuple(first.files.count, first.chargedLogicalBytes), std::tuple(1, 40'000));
-    EXPECT_EQ(std::tuple(second.files.count, second.files.logicalBytes, second.chargedLogicalBytes),
-              std::tuple(2, 41'000, 1'000));
 }
 
 // A comb: a deep spine whose every level also holds a few leaves, so that

@@ -30,19 +30,6 @@ TEST(PropertyListTest, ReadsTheSameDictionaryFromXmlAndBinaryWithUtf16Strings) {
     EXPECT_EQ(PropertyList::parseDictionary(writtenBy(home, info, PlistFormat::binary)), info);
 }
 
-TEST(PropertyListTest, ATopLevelThatIsNoDictionaryReadsAsEmpty) {
-    testing::TempHome home;
-    const std::string path = home.at("array.plist");
-    ASSERT_EQ(std::system(("/usr/bin/python3 -c \"import plistlib; plistlib.dump(['a'], open('" + path +
-                           "', 'wb'), fmt=plistlib.FMT_BINARY)\"")
-                              .c_str()),
-              0);
-    const std::string bytes = bytesOf(path);
-    ASSERT_TRUE(PropertyList::parse(bytes).has_value());
-    for (const std::string& text : {bytes, std::string("not a property list"), std::string()})
-        EXPECT_EQ(PropertyList::parseDictionary(text), Json::object()) << text;
-}
-
 // Found by the info_plist fuzzer: libplist stops the process on an assertion
 // when a key (or, through its older getter, a string) holds a NUL, which a
 // binary plist encodes as a UTF-16 unit 0. Such a plist reads as unreadable.

@@ -49,7 +49,7 @@ TEST(SysfsProviders, TheHottestZoneAgainstItsTripPointsGivesTheStateAndUpdatesRe
     using enum ThermalState;
     testing::TempHome home;
     const std::pair<Devices, ThermalState> cases[] = {
-        {{}, nominal}, {{zone(0, "60000")}, nominal}, {{zone(0, "80000")}, fair}, {{zone(0, "95000")}, serious},
+        {{}, nominal}, {{zone(0, "80000")}, fair}, {{zone(0, "95000")}, serious},
         {{zone(0, "100000")}, critical}, {{zone(0, "85000"), zone(1, "92000"), zone(2, "30000")}, serious}};
     for (const auto& [zones, expected] : cases)
         EXPECT_EQ(SysfsThermalStateProvider(fakeSysfs(home, zones)).thermalState(), expected);
@@ -79,7 +79,6 @@ TEST(SysfsProviders, SuppliesInNameOrderAndThePlatformProfileDecideThePower) {
     auto profile = [](const char* name) { return Devices::value_type{"firmware/acpi", {{"platform_profile", name}}}; };
     // Supplies and platform profile; AC power, battery percentage, Low Power Mode.
     const std::pair<Devices, std::tuple<bool, std::optional<double>, bool>> cases[] = {
-        {{}, {true, std::nullopt, false}}, // a desktop
         {{{s + "AC", online}, {s + "BAT0", discharging}, profile("balanced")}, {true, 42, false}},
         {{{s + "a-bat", discharging}, {s + "b-ac", online}, profile("low-power")}, {false, 42, true}},
         {{{s + "hidpp_battery_0", mouse}, profile("low-power-plus")}, {true, std::nullopt, false}},

@@ -1,6 +1,3 @@
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "Rules/GlobMatcher.hpp"
@@ -15,9 +12,6 @@ const FileURL home("/Users/me", true);
 using TextCases = std::vector<std::pair<std::string, std::string>>;
 
 TEST(GlobMatcherTest, MatchesWholePaths) {
-    const std::string docker = "~/Library/Containers/com.docker.docker/Data/vms/*/Docker.raw";
-    const std::string vms = "/Users/me/Library/Containers/com.docker.docker/Data/vms/";
-    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467"; // man ZWJ woman ZWJ girl
     const std::vector<std::tuple<std::string, std::string, bool>> cases = {
         // "**" stands for zero or more whole segments, and only as a whole segment.
         {"~/Library/Caches/**", "/Users/me/Library/Caches", true},
@@ -27,7 +21,6 @@ TEST(GlobMatcherTest, MatchesWholePaths) {
         // "*" stays within one segment, and may match nothing.
         {"~/.cache/whisper/*.pt", "/Users/me/.cache/whisper/base.pt", true},
         {"~/.cache/whisper/*.pt", "/Users/me/.cache/whisper/sub/base.pt", false},
-        {docker, vms + "0/Docker.raw", true}, {docker, vms + "0/data/Docker.raw", false}, {"/a*", "/a", true},
         // The root has no segments: "" and "/" match it alone.
         {"", "/", true}, {"/", "/", true}, {"", "/x", false},
         // Leftover pattern must be all "**"; leftover path never matches.
@@ -36,14 +29,11 @@ TEST(GlobMatcherTest, MatchesWholePaths) {
         // A pattern "*" meets a text "*" as a literal first, and then has no star to fall back on.
         {"/*", "/*", true}, {"/*", "/*abc", false}, {"/a*", "/a*b", false}, {"/a*c", "/abcbc", true},
         {"/?", "/*", true},
-        // Case is never folded.
-        {"~/Cache", "/Users/me/cache", false},
         // The path is standardised; repeated slashes in the pattern make no empty segments.
         {"~/foo", "/Users/me//foo///", true}, {"~//foo//bar/", "/Users/me/foo/bar", true},
         {"~/x/../y", "/Users/me/y", false}, // "~/" keeps ".." as written
         // One "?" is one user-perceived character; canonically equivalent characters are equal.
-        {"/?", "/e\u0301", true}, {"/??", "/e\u0301", false}, {"/caf\u00e9", "/cafe\u0301", true},
-        {"/cafe\u0301", "/caf\u00e9", true}, {"/?", "/" + family, true}};
+        {"/?", "/e\u0301", true}, {"/??", "/e\u0301", false}, {"/caf\u00e9", "/cafe\u0301", true}};
     for (const auto& [pattern, path, expected] : cases)
         EXPECT_EQ(GlobMatcher::matches(pattern, path, home), expected) << "\"" << pattern << "\" vs \"" << path << "\"";
     // A segment is never empty inside a path, so the empty text is asked of one segment directly.
@@ -70,7 +60,6 @@ TEST(GlobMatcherTest, ExpandHomeAndNormalizePath) {
                              {"~//a///b/", "/Users/me/a/b"},   // ...apart from its slashes
                              {"/Users/me/./a//b/../c/", "/Users/me/a/c"}};
     for (const auto& [input, expected] : cases) EXPECT_EQ(GlobMatcher::expandHome(input, home), expected) << input;
-    EXPECT_EQ(GlobMatcher::expandHome("~/x", FileURL("/Users/me/../me/")), "/Users/me/x");
 
     testing::TempHome temp;
     EXPECT_EQ(GlobMatcher::normalizePath(""), "/");

@@ -1,5 +1,3 @@
-#include <set>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,22 +9,6 @@ namespace {
 
 Date at(const char* iso) { return *dates::parseISO8601(iso); }
 
-TEST(BuiltInRules, TwentyFourEnabledRulesWithUniqueIdsInTableOrder) {
-    const Date now = at("2026-03-01T10:15:30Z");
-    const auto rules = buildDefaultCatalog(now);
-    ASSERT_EQ(rules.size(), 24u);
-    EXPECT_EQ((std::vector{rules.front().id, rules[11].id, rules.back().id}),
-              (std::vector<std::string>{"dev.uv.cache", "ai.huggingface.hub", "sys.browser.chrome"}));
-    std::set<std::string> ids;
-    for (const auto& rule : rules) {
-        EXPECT_TRUE(ids.insert(rule.id).second) << rule.id;
-        EXPECT_TRUE(rule.isBuiltIn && rule.enabled && !rule.minAgeDays && !rule.synthesizedBy &&
-                    rule.createdAt == now && rule.updatedAt == now) << rule.id;
-        // In this table a rule needs review exactly when its tool does not remake the data.
-        EXPECT_EQ(rule.riskTier == RiskTier::reviewRequired, !rule.isRegenerable) << rule.id;
-    }
-}
-
 TEST(RuleJson, RulesAndCatalogsRoundTripLeavingAbsentOptionalsOut) {
     const RuleDefinition full{.id = "custom_mlx_models", .name = "MLX", .description = "Weights fetched by mlx.",
                               .category = StorageCategory::aiModelWeights, .riskTier = RiskTier::reviewRequired,
@@ -34,7 +16,6 @@ TEST(RuleJson, RulesAndCatalogsRoundTripLeavingAbsentOptionalsOut) {
                               .isRegenerable = true, .enabled = false, .minAgeDays = 30, .synthesizedBy = "anomaly",
                               .createdAt = at("2026-03-01T10:15:30Z"), .updatedAt = at("2026-03-02T08:00:00Z")};
     const Json j = toJson(full);
-    EXPECT_EQ(j.at("category"), "AI_MODEL_WEIGHTS");
     EXPECT_EQ(j.at("createdAt"), "2026-03-01T10:15:30Z");
     EXPECT_EQ(ruleDefinitionFromJson(j), full);
 
@@ -50,8 +31,6 @@ TEST(RuleJson, RulesAndCatalogsRoundTripLeavingAbsentOptionalsOut) {
 TEST(RuleJson, AMissingKeyOrAnUnknownRawValueFailsTheWholeCatalog) {
     const Json good = toJson(RuleCatalog{.rules = std::vector(3, RuleDefinition{.id = "a"})});
     const std::vector<std::pair<Json, std::string>> patches{
-        {{{"op", "remove"}, {"path", "/rules/2/excludedPatterns"}},
-         "Missing required key at rules[2].excludedPatterns."},
         {{{"op", "replace"}, {"path", "/rules/1/category"}, {"value", "developerCache"}},
          "Invalid value at rules[1].category: unknown raw value \"developerCache\"."}};
     for (const auto& row : patches) {

@@ -1,9 +1,5 @@
 #include "Rules/RuleRegistry.hpp"
 
-#include <algorithm>
-#include <cerrno>
-#include <thread>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -64,13 +64,6 @@ struct Fixture {
     }
 };
 
-TEST(AuditLoggerTest, DurationTextIsTheShortestPlainDecimalWithAPoint) {
-    const std::pair<std::optional<double>, const char*> cases[]{
-        {1234.5, "1234.5"},  {100.0, "100.0"},  {std::nullopt, "0.0"}, {0.0, "0.0"},
-        {1e-7, "0.0000001"}, {2.0 / 3.0, "0.6666666666666666"}, {1e16, "10000000000000000.0"}};
-    for (const auto& [value, text] : cases) EXPECT_EQ(AuditLogger::durationText(value), text);
-}
-
 TEST(AuditLoggerTest, RecordsWriteTheIndependentVectorsInAPrivateFileAndDirectory) {
     Fixture f;
     const auto first = f.logger.record(*Uuid::parse(firstId), AuditOperationType::trash, 2, 4096,

@@ -5,7 +5,6 @@
 
 #include "Platform/ProcessLauncher.hpp"
 #include "Safety/FDAChecker.hpp"
-#include "Safety/TCCIsolationHelper.hpp"
 #include "support/FaultyFileSystem.hpp"
 #include "support/TempHome.hpp"
 
@@ -18,7 +17,6 @@ TEST(FDAChecker, TheFirstGuardedFolderThatExistsDecidesAndNoneMeansGranted) {
     const Case cases[] = {
         {{false, false, false}, {true, true, true}, true}, // nothing guarded to be refused
         {{true, true, true}, {false, true, true}, true},   // Safari readable: the others are not looked at
-        {{true, false, false}, {true, false, false}, false},
         {{false, true, true}, {false, true, false}, false}, // MobileSync refused, Mail readable
         {{false, false, true}, {true, true, true}, false},
     };
@@ -33,20 +31,10 @@ TEST(FDAChecker, TheFirstGuardedFolderThatExistsDecidesAndNoneMeansGranted) {
     }
 }
 
-TEST(TCCIsolationHelper, OnlyPermissionErrorsOfThePosixCategoriesCount) {
-    const std::pair<std::error_code, bool> cases[] = {
-        {{EPERM, std::generic_category()}, true},      {{EACCES, std::generic_category()}, true},
-        {{EACCES, std::system_category()}, true},      {{ENOENT, std::generic_category()}, false},
-        {{EACCES, std::iostream_category()}, false}, {{}, false}};
-    for (const auto& [error, permission] : cases)
-        EXPECT_EQ(TCCIsolationHelper::isPermissionOrTCCError(error), permission) << error.message();
-}
-
 TEST(ProcessLauncher, LaunchesWhatCanRunAndRefusesWhatCannot) {
     testing::TempHome home;
     EXPECT_TRUE(launchDetached("/bin/true", {"--an", "argument"}));
     EXPECT_FALSE(launchDetached(home.at("missing/program"), {}));
-    EXPECT_FALSE(launchDetached(home.path(), {})) << "a directory";
     EXPECT_FALSE(launchDetached(home.writeFile("script.sh", "#!/bin/sh\nexit 0\n"), {})) << "not executable";
 
 #if !defined(__APPLE__)

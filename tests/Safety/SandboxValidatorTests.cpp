@@ -71,27 +71,23 @@ TEST(SandboxValidatorTest, PathsAndPatterns) {
     const std::string toRoot = "Symlink points to root directory";
     check(
         {
-            {path, "~", E::homeDirectoryTargeted(home)}, {path, "~/", E::homeDirectoryTargeted(home)},
-            {path, "/", E::rootDirectoryTargeted("/")},
+            {path, "~", E::homeDirectoryTargeted(home)}, {path, "/", E::rootDirectoryTargeted("/")},
             {path, "~/foo", E::insufficientPathDepth(home + "/foo", 1)}, {path, "~/foo/bar", passes},
-            {path, "~/Library", E::insufficientPathDepth(home + "/Library", 1)}, {path, "~/Library/Caches", passes},
             {path, "~/Library/Keychains/x",
              E::forbiddenUserDirectory(home + "/Library/Keychains/x", "Library/Keychains")},
             {path, "~/DOCUMENTS/file", E::forbiddenUserDirectory(home + "/DOCUMENTS/file", "Documents")},
-            {path, "~/Documentsx/file", passes}, {path, "~/.cargo/registry/cache", passes},
+            {path, "~/Documentsx/file", passes},
             {path, "~/.cargo/bin/tool", E::forbiddenUserDirectory(home + "/.cargo/bin/tool", ".cargo/bin")},
             {path, "/Volumes/Disk/x", E::forbiddenSystemPath("/Volumes/Disk/x", "/Volumes")},
             {path, "/Library/Caches/x", E::forbiddenSystemPath("/Library/Caches/x", "/Library")},
-            {path, "/LIBRARY", E::forbiddenSystemPath("/LIBRARY", "/Library")},
             {path, "/var/folders/ab/cd", passes}, {path, "/var/log/x", E::forbiddenSystemPath("/var/log/x", "/var")},
-            {path, "/private/var/folders/ab/cd", passes}, {path, "/private/tmp/x", passes},
+            {path, "/private/var/folders/ab/cd", passes},
             {path, "/private/var/folders", E::forbiddenSystemPath("/private/var/folders", "/private")},
             {path, "/private/var/db/x", E::forbiddenSystemPath("/private/var/db/x", "/private/var")},
             {path, "/etc/hosts", E::forbiddenSystemPath("/etc/hosts", "/etc")}, {path, "/opt/x/y", passes},
             {path, "/tmp", E::insufficientPathDepth("/tmp", 1)},
             // Traversal is judged on the raw text; a pattern refuses ".." even inside a name.
             {path, "a/../b", E::directoryTraversalDetected("a/../b")},
-            {path, "../x", E::directoryTraversalDetected("../x")},
             {path, "~/a/..", E::directoryTraversalDetected("~/a/..")}, {path, "/x/y..z", passes},
             {pattern, "/x/y..z", E::directoryTraversalDetected("/x/y..z")},
             // Links are judged where they lead, also for a name below a link
@@ -100,13 +96,10 @@ TEST(SandboxValidatorTest, PathsAndPatterns) {
             {path, "~/cache/home",
              E::symlinkEscapedSandbox(home + "/cache/home", home, "Symlink points to home directory")},
             {path, "~/cache/documents", E::forbiddenUserDirectory(home + "/Documents", "Documents")},
-            {path, "~/cache/root/x", E::insufficientPathDepth("/x", 1)},
-            {path, "~/cache/harmless/x", passes}, {path, "~/cache/harmless", passes},
+            {path, "~/cache/root/x", E::insufficientPathDepth("/x", 1)}, {path, "~/cache/harmless/x", passes},
             {pattern, "~/Library/Caches/**", passes},
             {pattern, "/*", E::wildcardTargetsForbiddenScope("/*", "Root filesystem")},
-            {pattern, "*", E::wildcardTargetsForbiddenScope("*", "Root filesystem")},
             {pattern, "~/*", E::wildcardTargetsForbiddenScope("~/*", "Entire home directory")},
-            {pattern, "~/**", E::wildcardTargetsForbiddenScope("~/**", "Entire home directory")},
             {pattern, "~/x*", E::insufficientPathDepth("~/x*", 1)},
             {pattern, "~/Documents/*", E::forbiddenUserDirectory(home + "/Documents", "Documents")},
             {pattern, "/usr/local/*", E::forbiddenSystemPath("/usr/local", "/usr")},
@@ -124,17 +117,16 @@ TEST(SandboxValidatorTest, OtherAccountsBaseDirectoriesAndLinuxRoots) {
     // These homes need no disk: resolution leaves a missing path as it is.
     const FileURL macHome("/Users/me", true);
     check({{path, "/Users/me/cache/x", passes},
-           {path, "/Users/other/cache/x", E::forbiddenSystemPath("/Users/other/cache/x", "/Users")},
-           {path, "/Users/ME/cache/x", E::forbiddenSystemPath("/Users/ME/cache/x", "/Users")}},
+           {path, "/Users/other/cache/x", E::forbiddenSystemPath("/Users/other/cache/x", "/Users")}},
           macHome);
     // Joined to a base directory, a leading tilde is only a name.
     check({{pattern, "x/*", E::forbiddenSystemPath("/usr/x", "/usr")}}, macHome, FileURL("/usr", true));
     check({{pattern, "~/*", passes}}, macHome, FileURL("/opt/base", true));
 #if defined(__linux__)
-    std::vector<Case> cases{{path, "/home/me/cache/x", passes}, {path, "/bootstrap/x", passes}};
-    for (const std::string root : {"/home", "/root", "/proc", "/sys", "/run", "/boot"})
-        cases.push_back({path, root + "/other/x", E::forbiddenSystemPath(root + "/other/x", root)});
-    check(cases, FileURL("/home/me", true));
+    // The refusals of the Linux roots are in the siege.
+    check({{path, "/home/me/cache/x", passes}, {path, "/bootstrap/x", passes},
+           {path, "/boot/other/x", E::forbiddenSystemPath("/boot/other/x", "/boot")}},
+          FileURL("/home/me", true));
 #endif
 }
 
@@ -150,8 +142,6 @@ TEST(SandboxValidatorTest, ALinkedHomeProtectsWhatTheRealHomeDoes) {
     const FileURL linkedHome(linked, true);
     check({{path, linked + "/Library/Caches/thesis.txt",
             E::forbiddenUserDirectory(real + "/Documents/thesis.txt", "Documents")},
-           {path, real + "/Documents/thesis.txt", E::forbiddenUserDirectory(real + "/Documents/thesis.txt", "Documents")},
-           {path, real, E::homeDirectoryTargeted(real)},
            {path, real + "/.cache", E::insufficientPathDepth(real + "/.cache", 1)},
            {path, linked + "/.cache/tool", passes},
            {path, real + "/.cache/tool", passes}},

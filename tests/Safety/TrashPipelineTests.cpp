@@ -84,8 +84,6 @@ TEST_F(TrashPipelineTest, ArgumentErrorsComeFirstAndGoUnloggedWhileLogTroubleFai
     const auto unconfirmed =
         ThrowsMessage<TrashPipelineError>("Permanent purge was requested without explicit confirmation flag.");
     EXPECT_THAT([&] { pipeline().trash({}, true, "cli"); }, empty);
-    EXPECT_THAT([&] { pipeline().purgePermanently({}, true, "cli"); }, empty);
-    EXPECT_THAT([&] { pipeline().purgePermanently({}, false, "cli"); }, unconfirmed);
     EXPECT_THAT([&] { pipeline().purgePermanently({FileURL(file)}, false, "cli"); }, unconfirmed);
     EXPECT_TRUE(present(file));
     EXPECT_FALSE(present(logPath)) << "a refused operation is not logged";

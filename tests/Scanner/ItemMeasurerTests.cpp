@@ -94,13 +94,6 @@ TEST_F(ItemMeasurerTest, WhatCannotBeReadIsLeftOutAndFlaggedAsTheVariantSays) {
     }
 }
 
-TEST_F(ItemMeasurerTest, AnUnreadableDirectoryMeasuresAsAnEmptyOneWithoutDates) {
-    home.writeFile("closed/inside", 70'000);
-    faulty->failOn(FileSystemCall::walk, home.at("closed"), EACCES);
-    for (auto [unreadable, flagged] : {std::pair{ignoring, false}, {flagging, true}}) {
-        EXPECT_EQ(measure("closed", unreadable), (MeasuredMetrics{.fileCount = 1, .requiresFullDiskAccess = flagged}));
-    }
-}
 
 TEST_F(ItemMeasurerTest, FileWhoseStatusFailsIsOneFlaggedFileOfNoBytes) {
     const std::string file = home.writeFile("file.bin", 4096);

@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include "Scanner/DeveloperTargets.hpp"
-#include "support/FaultyFileSystem.hpp"
 #include "support/TempHome.hpp"
 
 extern char** environ;
@@ -19,7 +18,6 @@ namespace unbulk {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::FileSystemCall;
 
 // Bytes on disk of the regular files at or below the paths (links not
 // followed), worked out with lstat apart from the code under test.
@@ -82,9 +80,6 @@ TEST_F(PackageCacheScanTest, CachesInTheirOrderEachItemReportedByItself) {
     home.writeFile("py/interpreter", 640);
     home.makeSymlink(".cache/uv/python-v0", at("py"));  // a link to a folder counts as one
     home.writeFile("Library/Caches/uv/.tmp/blob", 500); // lists nothing visible: offered whole
-    home.writeFile(".npm/_cacache/content-v2/ab", 4096);
-    home.makeDirectory(".npm/_npx");
-    home.writeFile(".cache/pip/http-v2/a", 2048);
     home.writeFile(".local/share/pnpm/store/v3/x", 111);
     home.writeFile(brew + "/api/formula.jws.json", 4000);
     home.writeFile(".gradle/caches/modules-2/x.jar", 6000);
@@ -93,9 +88,6 @@ TEST_F(PackageCacheScanTest, CachesInTheirOrderEachItemReportedByItself) {
     expectItems(items, {
         {at(".cache/uv/python-v0"), "uv Cache (python-v0)", "dev.uv.cache", 640, 1, false, {at("py")}},
         {at("Library/Caches/uv"), "uv Package and Wheel Archives", "dev.uv.cache", 500, 1},
-        {at(".npm/_cacache"), "npm Download Cache (_cacache)", "dev.npm.cache", 4096, 1},
-        {at(".npm/_npx"), "npm Download Cache (_npx)", "dev.npm.cache", 0, 1},
-        {at(".cache/pip"), "pip HTTP Response and Wheel Cache", "dev.pip.cache", 2048, 1},
         {at(".local/share/pnpm/store"), "pnpm Virtual Store (~/.local/share/pnpm/store)", "dev.pnpm.store", 111, 1},
         {at(brew + "/api"), "Homebrew API Metadata Cache", "dev.homebrew.cache", 4000, 1},
         {at(".gradle/caches"), "Gradle Dependency & Transform Cache", "dev.gradle.cache", 6000, 1},
@@ -147,23 +139,6 @@ TEST_F(PackageCacheScanTest, NpmAndHomebrewGoWholeOnlyWithoutTheirKnownSubfolder
                          {at(brew), "Homebrew Formula & Cask Cache", "dev.homebrew.cache", 700, 1}});
 }
 
-TEST_F(PackageCacheScanTest, OtherCategoriesRunNoCacheSubScanAndNoneTouchNothing) {
-    for (const char* place : {".cache/uv/a/x", ".npm/x", "Library/Caches/Homebrew/api/x", ".gradle/caches/x",
-                              "Developer/r/.git/x"})
-        home.writeFile(place, 10);
-    auto faulty = std::make_shared<testing::FaultyFileSystem>();
-    fileSystem = faulty;
-    for (const CategorySet& categories : {CategorySet{}, {StorageCategory::aiModelWeights}}) {
-        faulty->resetCounts();
-        EXPECT_TRUE(scan(categories).empty());
-        // Every cache place exists: a cache sub-scan or the git search would list or measure it.
-        EXPECT_EQ(faulty->callCount(FileSystemCall::walk) + faulty->callCount(FileSystemCall::contentsOfDirectory), 0u);
-        std::size_t calls = 0;
-        for (std::size_t k = 0; k < testing::fileSystemCallCount; ++k) calls += faulty->callCount(FileSystemCall(k));
-        EXPECT_EQ(categories.empty() ? calls : 0u, 0u) << "the empty set makes no call of any kind";
-    }
-    EXPECT_EQ(scan().size(), 4u); // and they are there to be found
-}
 
 TEST(DefaultProcessCheckerTest, FindsARunningProcessByAnyPartOfItsNameIgnoringCase) {
     testing::TempHome home;

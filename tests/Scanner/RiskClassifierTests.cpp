@@ -87,10 +87,7 @@ TEST_F(RiskClassifierTest, CategoryDefaults) {
     const Result other = plain(review, 0.85, "Category default risk classification.");
     struct Row { C category; Result expected; bool orphaned = false; std::string path = "~/Projects/thing/data"; };
     const std::vector<Row> rows{
-        {C::developerCache, transient}, {C::leftovers, transient},
-        {C::aiModelWeights,
-         plain(review, 1.0, "Pretrained AI model weights require significant network bandwidth and time to "
-                            "re-download.")},
+        {C::developerCache, transient},
         {C::dockerVM, plain(review, 1.0, "Orphaned Docker VM disk image from uninstalled Docker Desktop."), true},
         {C::dockerVM, keep("Active Docker VM disk image. Uninstallation or shutdown required.")},
         {C::xcodeArtifacts,
@@ -99,10 +96,6 @@ TEST_F(RiskClassifierTest, CategoryDefaults) {
         {C::xcodeArtifacts,
          plain(safe, 0.95, "Xcode intermediate build products regenerate automatically on compilation."), false,
          "~/Library/Developer/Xcode/archives/2024-01-01/x.xcarchive"},
-        {C::strayDependencies,
-         plain(review, 0.9, "Stray project dependencies in home root require verification before deletion.")},
-        {C::mailDownloads,
-         plain(review, 1.0, "Locally cached email attachments may not exist on remote mail server if deleted.")},
         {C::dynamicRule, plain(safe, 0.85, other.reason)}, {C::unknownAnomaly, other},
     };
     for (const auto& r : rows) EXPECT_EQ(classify(r.path, r.category, r.orphaned), r.expected) << rawValue(r.category);

@@ -45,8 +45,6 @@ TEST_F(RulePathResolverTest, PatternsMatchWhatTheyShould) {
     const struct { std::string pattern; Paths expected; bool sort = false; } rows[] = {
         // A trailing "**" stands for the directory itself, once.
         {"~/tool/cache/**", {"tool/cache"}},
-        {"~/tool/missing/**", {}},
-        {"~/tool/cache/a/b", {"tool/cache/a/b"}},
         // The last segment takes files and directories, inner segments only real directories.
         {"~/work/*/tmp", {"work/file/tmp", "work/one/tmp", "work/two/tmp"}, true},
         {"~/work/t*", {"work/three", "work/two"}, true},
@@ -58,8 +56,7 @@ TEST_F(RulePathResolverTest, PatternsMatchWhatTheyShould) {
         {"~/src/**/node_modules", {"src/a/b/node_modules", "src/node_modules"}, true},
         // "**" as zero directories and "*" as "cache" reach the same path, reported once.
         {"~/p/**/*", {"p/cache", "p/cache/x"}},
-        // A missing literal prefix or an unreadable branch yields nothing.
-        {"~/absent/*/x", {}},
+        // A branch that cannot be listed yields nothing.
         {"~/file/*", {}},
     };
     for (const auto& row : rows)

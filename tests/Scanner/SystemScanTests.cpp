@@ -87,27 +87,6 @@ TEST_F(SystemScanTest, UserCachesItemByItemWithoutBrowsersDeveloperToolsAndHidde
     EXPECT_EQ(output.items.size() + output.warnings.size(), 0u);
 }
 
-TEST_F(SystemScanTest, UserLogsLeaveTheCrashFoldersToCrashReports) {
-    home_.writeFile("Library/Logs/app/app.log", 4000);
-    home_.writeFile("Library/Logs/install.log", 321);
-    home_.makeDirectory("Library/Logs/Foo");
-    home_.writeFile("Library/Logs/DiagnosticReports/old/App.ips", 2500);
-    home_.writeFile("Library/Logs/CrashReporter/App.crash", 600);
-
-    const SystemScanOutput output = scan({systemLogs, crashReports});
-    Lines found = lines(output.items);
-    ASSERT_EQ(found.size(), 5u);
-    std::sort(found.begin(), found.begin() + 3); // the logs come in listing order
-    const std::string log = " | SAFE_TO_DELETE sys.user.logs | ";
-    const std::string crash = " | SAFE_TO_DELETE sys.crash.user_reports | ";
-    EXPECT_EQ(found,
-              (Lines{"Foo Log Data | Logs/Foo" + log + "1 files 0 bytes",
-                     "app Log Data | Logs/app" + log + "1 files 4000 bytes",
-                     "install.log Log Data | Logs/install.log" + log + "1 files 321 bytes",
-                     "User Diagnostic & Crash Reports (.ips) | Logs/DiagnosticReports" + crash + "1 files 2500 bytes",
-                     "Legacy User Crash Reports | Logs/CrashReporter" + crash + "1 files 600 bytes"}));
-    EXPECT_TRUE(output.warnings.empty());
-}
 
 TEST_F(SystemScanTest, MailProbedThroughItsContainerAndOfTheBrowsersOnlySafari) {
     const std::string current = "Containers/com.apple.mail/Data/Library/Mail Downloads";

@@ -1,7 +1,3 @@
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "Support/FileURL.hpp"
@@ -33,12 +29,6 @@ TEST(FileURLTest, ParseReadsBackWhatAbsoluteStringWritesAndRejectsTheRest) {
     // A view that ends inside an escape must not read past its end.
     const std::string_view longer = "file:///a%41";
     EXPECT_FALSE(FileURL::parse(longer.substr(0, longer.size() - 1)));
-}
-
-TEST(FileURLTest, PathArithmetic) {
-    EXPECT_EQ(FileURL("/a/./b/../c", true).standardized(), FileURL("/a/c", true));
-    EXPECT_EQ(FileURL("/a", true).appending("f.txt"), FileURL("/a/f.txt"));
-    EXPECT_EQ(FileURL("/a/f.txt").deletingLastComponent(), FileURL("/a", true));
 }
 
 } // namespace

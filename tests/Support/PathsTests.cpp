@@ -1,6 +1,3 @@
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "Support/Paths.hpp"
@@ -13,19 +10,6 @@ TEST(PathsTest, StandardizeResolvesLexically) {
         {"", ""},       {"//", "/"},           {"/a//b///c/", "/a/b/c"}, {"/a/./b/.", "/a/b"}, {"/a/b/../../..", "/"},
         {"/../a", "/a"}, {"a/b/../c", "a/c"}, {"a/..", "."},            {"a/../../b", "../b"}, {"../../a/..", "../.."}};
     for (const auto& [input, expected] : cases) EXPECT_EQ(paths::standardize(input), expected) << input;
-}
-
-TEST(PathsTest, ComponentsAndLastComponents) {
-    using Strings = std::vector<std::string>;
-    EXPECT_EQ(paths::components("/a//b/c/"), (Strings{"a", "b", "c"}));
-    EXPECT_TRUE(paths::components("/").empty());
-    EXPECT_EQ((Strings{paths::appending("/a/", "/b"), paths::appending("/", "b"), paths::lastComponent("/a/b/"),
-                       paths::lastComponent("/")}),
-              (Strings{"/a/b", "/b", "b", "/"}));
-    EXPECT_EQ((Strings{paths::deletingLastComponent("/a"), paths::deletingLastComponent("a")}), (Strings{"/", ""}));
-    EXPECT_EQ((Strings{paths::pathExtension("/x/a.tar.gz"), paths::pathExtension("/x/Foo.app/"),
-                       paths::pathExtension("/x/.bashrc"), paths::pathExtension("/x.d/file")}),
-              (Strings{"gz", "app", "", ""}));
 }
 
 TEST(PathsTest, BelowIsJudgedOnWholeComponents) {

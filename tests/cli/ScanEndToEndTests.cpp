@@ -37,17 +37,6 @@ struct HandCount {
     std::set<std::pair<dev_t, ino_t>> seen; // the files counted
 };
 
-// What a set of items adds up to, as a summary or one of its categories.
-struct Sums {
-    std::int64_t items = 0, logical = 0, allocated = 0, safeBytes = 0, reviewBytes = 0;
-    RiskTier tier = safe; // the highest
-
-    void add(RiskTier itemTier, const HandCount& n) {
-        *this = {items + 1, logical + n.logical, allocated + n.allocated, safeBytes + (itemTier == safe) * n.allocated,
-                 reviewBytes + (itemTier == review) * n.allocated, std::max(tier, itemTier)};
-    }
-};
-
 // Adds the regular files at or below `path`, but not those of the other
 // `items` inside it (links are neither followed nor counted); every name of a
 // file counts as a file, its bytes only once.
@@ -77,17 +66,16 @@ struct Row {
 
 const std::string kModel = ".cache/huggingface/hub/models--meta-llama--Llama-3.2-1B";
 const std::string kDockerImage = "Library/Containers/com.docker.docker/Data/vms/0/data/Docker.raw";
-const std::string kGitRecord = "Projects/webapp/.git/worktrees/webapp-hotfix";
 
 // Docker is looked for on this machine itself: an application in
 // /Applications, or a process whose name holds one of Docker's names. Neither
 // is expected here, which makes the image orphaned; where one is found the
 // image is active (and locked while a process runs), and kept.
 //
-// One row per place that only this test covers, or whose layout meets
-// another target's (Cargo's five, uv's two, npm's partial set, Homebrew's
-// incomplete download inside its bottles...), so that a place dropped from a
-// list shows as a missing item.
+// One row per layout that meets another target's (npm's partial set,
+// Homebrew's incomplete download inside its bottles, links into a model,
+// hard links into a store...); the places of each target alone are the
+// scanner tests' business.
 std::vector<Row> expectedRows() {
     const std::regex docker("docker|vpnkit", std::regex::icase);
     const bool running = std::ranges::any_of(unbulk::makeDefaultProcesses()->runningProcessNames(),
@@ -97,16 +85,12 @@ std::vector<Row> expectedRows() {
     const auto dev = developerCache, ai = aiModelWeights, xcode = xcodeArtifacts;
     return {
         {".cache/uv/archive-v0", dev, safe, "uv Cache (archive-v0)", "dev.uv.cache", {48'000, 2'100}},
-        {".cache/uv/wheels-v1", dev, safe, "uv Cache (wheels-v1)", "dev.uv.cache", {30'000}},
         // npm: two of its four known subfolders, so the whole folder gives no item.
         {".npm/_npx", dev, safe, "npm Download Cache (_npx)", "dev.npm.cache", {512, 9'000}},
         {".npm/_cacache", dev, safe, "npm Download Cache (_cacache)", "dev.npm.cache", {64'000, 1'000}},
         // A developer-named user cache: pip's, not the user caches'.
         {"Library/Caches/pip", dev, safe, "pip HTTP Response and Wheel Cache", "dev.pip.cache", {21'000}},
         {".cargo/registry/cache", dev, safe, "Cargo Crate Archive Cache (.crate)", "dev.cargo.cache", {70'000}},
-        {".cargo/registry/src", dev, safe, "Cargo Unpacked Crate Source Cache", "dev.cargo.cache", {140'000, 3'000}},
-        {".cargo/git/db", dev, safe, "Cargo Bare Git Repositories", "dev.cargo.cache", {44'000}},
-        {".cargo/git/checkouts", dev, safe, "Cargo Git Checkout Cache", "dev.cargo.cache", {39'000}},
         // Cargo's lock file: an item of no bytes.
         {".cargo/.package-cache", dev, safe, "Cargo Package Cache", "dev.cargo.cache", {0}, true},
         {".local/share/pnpm/store", dev, safe, "pnpm Virtual Store (~/.local/share/pnpm/store)", "dev.pnpm.store",
@@ -117,16 +101,8 @@ std::vector<Row> expectedRows() {
         // The bottles, without the incomplete download among them.
         {"Library/Caches/Homebrew/downloads", dev, safe, "Homebrew Downloaded Bottles & Packages", "dev.homebrew.cache",
          {300'000, 130'000}},
-        {"Library/Caches/Homebrew/Cask", dev, safe, "Homebrew Cask Download Cache", "dev.homebrew.cache", {160'000}},
-        {".gradle/caches", dev, safe, "Gradle Dependency & Transform Cache", "dev.gradle.cache", {210'000}},
-        {kGitRecord, dev, safe, "Orphaned Git Worktree: webapp/webapp-hotfix (target deleted)",
-         "dev.git.orphaned_worktrees", {}, false, true},
         {kModel, ai, review, "HuggingFace Model: meta-llama/Llama-3.2-1B", "ai.huggingface.hub", {400'000, 2'000, 40}},
-        {".cache/huggingface/assets", ai, review, "HuggingFace Assets & Preprocessed Datasets", "ai.huggingface.hub",
-         {15'000}},
         {".cache/whisper/base.pt", ai, review, "OpenAI Whisper Model: base.pt", "ai.whisper.models", {145'000}, true},
-        {".ollama/models", ai, review, "Ollama Local Model Layers & Manifests (GGUF)", "ai.ollama.models", {350'000}},
-        {".vllm", ai, review, "vLLM Model Weights & Kernel Cache", "ai.vllm.weights", {250'500}},
         // Sparse, as Docker makes it: 64 MiB long, 1 MiB written.
         {kDockerImage, dockerVM, orphaned ? review : RiskTier::keep,
          orphaned ? "Docker VM Disk Image [Orphaned (Docker.app uninstalled & inactive)]"
@@ -134,18 +110,13 @@ std::vector<Row> expectedRows() {
          "dev.docker.orphaned_vm", {}, true, orphaned, running},
         {"Library/Developer/Xcode/DerivedData/WebApp-fhzkxbqg", xcode, safe, "Xcode DerivedData: WebApp-fhzkxbqg",
          "dev.xcode.derived_data", {90'000, 600}},
-        {"Library/Developer/Xcode/Archives", xcode, review, "Xcode Release Archives (.xcarchive)", "dev.xcode.archives",
-         {110'000}},
         {"node_modules", strayDependencies, review, "Stray node_modules in User Home Root Directory",
          "dev.stray.node_modules", {}, false, true},
         {"Library/Caches/com.example.Editor", systemCaches, safe, "com.example.Editor Cache", "sys.user.caches",
          {75'000}},
-        {"Library/Logs/com.example.Editor", systemLogs, safe, "com.example.Editor Log Data", "sys.user.logs", {18'000}},
         // In Library/Logs, and no user logs.
         {"Library/Logs/DiagnosticReports", crashReports, safe, "User Diagnostic & Crash Reports (.ips)",
          "sys.crash.user_reports", {6'200}},
-        {"Library/Caches/com.apple.Safari", browserCaches, safe, "Safari WebKit User Cache", "sys.browser.safari",
-         {52'000}},
     };
 }
 
@@ -178,66 +149,42 @@ protected:
         fs::create_hard_link(lodash, home.makeDirectory("node_modules/.pnpm/lodash@4/node_modules/lodash") + "/a.js");
         fs::create_hard_link(lodash, home.makeDirectory("node_modules/.pnpm/lodash@4_1/node_modules/lodash") + "/a.js");
         home.makeSymlink("node_modules/lodash", ".pnpm/lodash@4/node_modules/lodash");
-
-        // git: a worktree made by git itself, whose checkout is then deleted.
-        const std::string repo = home.makeDirectory("Projects/webapp");
-        home.writeFile(".gitconfig", "[user]\n\tname = Unbulk Test\n\temail = test@example.invalid\n");
-        const auto git = [](const Strings& words) { return unbulk::testing::runProcess("/usr/bin/git", words); };
-        ASSERT_FALSE(git({"-C", repo, "init", "-q"}).exitStatus ||
-                     git({"-C", repo, "commit", "-q", "--allow-empty", "-m", "first"}).exitStatus ||
-                     git({"-C", repo, "worktree", "add", "-q", "../webapp-hotfix"}).exitStatus);
-        ASSERT_TRUE(fs::is_regular_file(home.at(kGitRecord + "/gitdir"))) << "git keeps its records elsewhere";
-        fs::remove_all(home.at("Projects/webapp-hotfix"));
     }
 
     // Runs the scan; its items are exactly the `selected` rows, field by field,
-    // largest first, and its summary adds them up. Bad JSON throws, which
-    // fails the test.
+    // largest first, and its summary adds them up (how a summary is built is
+    // the model tests' business). Bad JSON throws, which fails the test.
     Json scanReportsExactly(const Strings& words, const std::function<bool(const Row&)>& selected) const {
         const Json document = Json::parse(unbulk::testing::runProcess(UNBULK_BINARY, words).standardOutput);
-        std::map<std::string, Json> byPath; // an item reported twice shows in the totals
+        std::map<std::string, Json> byPath;
         for (const auto& item : document["items"]) byPath[item.value("path", "")] = item;
         std::set<fs::path> items;
         for (const Row& row : rows) items.insert(home.at(row.path));
-        std::map<std::string, Sums> breakdown;
-        Sums total;
+        std::int64_t count = 0, allocated = 0;
         for (const Row& row : rows) {
             if (!selected(row)) continue;
-            const std::string path = home.at(row.path), category(rawValue(row.category));
+            const std::string path = home.at(row.path);
             HandCount n;
             countByHand(path, items, n);
             Json got = byPath[path].is_object() ? byPath[path] : Json::object();
             for (const char* key : {"id", "lastAccessedDate", "lastModifiedDate"}) got.erase(key);
             EXPECT_EQ(got, (Json{{"path", path}, {"url", unbulk::FileURL(path, !row.isFile).absoluteString()},
-                                 {"category", category}, {"riskTier", rawValue(row.riskTier)},
+                                 {"category", rawValue(row.category)}, {"riskTier", rawValue(row.riskTier)},
                                  {"itemDescription", row.description}, {"ruleId", row.ruleId},
                                  {"fileCount", n.files}, {"logicalSizeBytes", n.logical},
                                  {"allocatedSizeBytes", n.allocated}, {"isOrphaned", row.isOrphaned},
                                  {"isLocked", row.isLocked}, {"requiresFullDiskAccess", false}}));
             byPath.erase(path);
-            for (Sums* sums : {&breakdown[category], &total}) sums->add(row.riskTier, n);
+            count += 1;
+            allocated += n.allocated;
         }
         for (const auto& [path, item] : byPath) ADD_FAILURE() << "unexpected item: " << item.dump(2);
-
-        const auto largestFirst = [](const Json& list, const char* key) {
-            return std::is_sorted(list.begin(), list.end(),
-                                  [key](const Json& a, const Json& b) { return a.value(key, 0L) > b.value(key, 0L); });
-        };
-        const Json& summary = document["summary"];
-        EXPECT_TRUE(largestFirst(document["items"], "allocatedSizeBytes"));
-        EXPECT_TRUE(largestFirst(summary["categoryBreakdown"], "totalAllocatedBytes"));
-        EXPECT_EQ(summary["categoryBreakdown"].size(), breakdown.size());
-        for (const auto& entry : summary["categoryBreakdown"]) {
-            const Sums& s = breakdown[entry.value("category", "")];
-            EXPECT_EQ(entry, (Json{{"category", entry["category"]}, {"riskTier", rawValue(s.tier)},
-                                   {"itemCount", s.items}, {"totalLogicalBytes", s.logical},
-                                   {"totalAllocatedBytes", s.allocated}, {"safeToDeleteBytes", s.safeBytes},
-                                   {"reviewRequiredBytes", s.reviewBytes}, {"requiresFullDiskAccess", false}}));
-        }
-        EXPECT_EQ(summary, (Json{{"totalItems", total.items}, {"totalLogicalBytes", total.logical},
-                                 {"totalAllocatedBytes", total.allocated}, {"safeUnbulkableBytes", total.safeBytes},
-                                 {"reviewUnbulkableBytes", total.reviewBytes}, {"requiresFullDiskAccess", false},
-                                 {"categoryBreakdown", summary["categoryBreakdown"]}}));
+        EXPECT_EQ(document["items"].size(), static_cast<std::size_t>(count)); // none reported twice
+        EXPECT_TRUE(std::is_sorted(document["items"].begin(), document["items"].end(), [](const Json& a, const Json& b) {
+            return a.value("allocatedSizeBytes", 0L) > b.value("allocatedSizeBytes", 0L);
+        }));
+        EXPECT_EQ(document["summary"]["totalItems"], count);
+        EXPECT_EQ(document["summary"]["totalAllocatedBytes"], allocated);
         EXPECT_EQ(document["warnings"], Json::array());
         return document;
     }

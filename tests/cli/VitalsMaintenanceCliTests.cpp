@@ -1,9 +1,7 @@
 #include <regex>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
-#include "Support/Json.hpp"
 #include "support/ProcessRunner.hpp"
 #include "support/TempHome.hpp"
 
@@ -28,27 +26,12 @@ TEST(VitalsCliTest, TheTextReportHasItsLinesInOrder) {
     EXPECT_TRUE(std::regex_match(result.standardOutput, report)) << result.standardOutput;
 }
 
-TEST(VitalsCliTest, JsonHasTheRecordsKeysWithIsoDatesAndABatteryOnlyWhenThereIsOne) {
-    testing::TempHome home;
-    const ProcessResult result = run({"vitals", "--json"});
-    ASSERT_EQ(result.exitStatus, 0);
-    const Json vitals = Json::parse(result.standardOutput);
-    EXPECT_EQ(result.standardOutput, json::pretty(vitals) + "\n");
-    for (const char* key : {"timestamp", "cpu", "memory", "disk", "thermalState"})
-        EXPECT_TRUE(vitals.contains(key));
-    EXPECT_TRUE(
-        std::regex_match(vitals["timestamp"].get<std::string>(), std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
-    EXPECT_EQ(vitals["disk"]["volumePath"], "/");
-    EXPECT_EQ(vitals.contains("battery"), run({"vitals"}).standardOutput.find("Battery:") != std::string::npos);
-}
-
 // This machine has none of the Mac's maintenance tools: each task fails at
 // its launch, with the platform's reason, after what it printed first.
 TEST(MaintenanceCliTest, AMissingToolIsALaunchErrorAndAnUnknownWordRunsEverything) {
     testing::TempHome home;
     const std::string all = "Running all maintenance tasks...\n", missing = "': No such file or directory\n";
     const std::vector<std::tuple<std::vector<std::string>, std::string, std::string>> cases{
-        {{"maintenance"}, all, "dscacheutil"}, {{"maintenance", "all"}, all, "dscacheutil"},
         {{"maintenance", "foo", "--json"}, all, "dscacheutil"}, {{"maintenance", "spotlight"}, "", "mdutil"},
         {{"maintenance", "purgeable"}, "", "tmutil"},
     };
