@@ -1,5 +1,8 @@
 #include "Rules/RuleRegistry.hpp"
 
+#include <thread>
+#include <vector>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

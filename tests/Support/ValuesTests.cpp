@@ -1,4 +1,5 @@
 #include <regex>
+#include <thread>
 
 #include <gtest/gtest.h>
 
