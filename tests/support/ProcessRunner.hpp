@@ -31,7 +31,7 @@ struct ProcessOptions {
 
 // Runs `program` with `arguments` (argv[1]...) directly through execve, with
 // no shell in between, standard input from options.standardInput, and standard output and
-// standard error captured on pipes of their own. Waits for the end.
+// standard error captured in files of their own. Waits for the end.
 ProcessResult runProcess(const std::string& program, const std::vector<std::string>& arguments,
                          const ProcessOptions& options = {});
 

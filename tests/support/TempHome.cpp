@@ -13,9 +13,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void restore(const char* name, bool had, const std::string& value) {
-    if (had) {
-        ::setenv(name, value.c_str(), 1);
+std::optional<std::string> valueOf(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+void restore(const char* name, const std::optional<std::string>& value) {
+    if (value) {
+        ::setenv(name, value->c_str(), 1);
     } else {
         ::unsetenv(name);
     }
@@ -23,29 +28,20 @@ void restore(const char* name, bool had, const std::string& value) {
 
 } // namespace
 
-TempHome::TempHome() {
+TempHome::TempHome() : savedHome_(valueOf("HOME")), savedXdgDataHome_(valueOf("XDG_DATA_HOME")) {
     std::string pattern = (fs::temp_directory_path() / "unbulk-test-XXXXXX").string();
     if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
     root_ = fs::canonical(pattern).string();
     home_ = root_ + "/home";
     fs::create_directories(home_);
     fs::create_directories(home_ + "/.local/share");
-
-    if (const char* value = std::getenv("HOME")) {
-        hadHome_ = true;
-        savedHome_ = value;
-    }
-    if (const char* value = std::getenv("XDG_DATA_HOME")) {
-        hadXdgDataHome_ = true;
-        savedXdgDataHome_ = value;
-    }
     ::setenv("HOME", home_.c_str(), 1);
     ::setenv("XDG_DATA_HOME", (home_ + "/.local/share").c_str(), 1);
 }
 
 TempHome::~TempHome() {
-    restore("HOME", hadHome_, savedHome_);
-    restore("XDG_DATA_HOME", hadXdgDataHome_, savedXdgDataHome_);
+    restore("HOME", savedHome_);
+    restore("XDG_DATA_HOME", savedXdgDataHome_);
     std::error_code error;
     // Give every directory back its write and search bits so removal works.
     for (auto it = fs::recursive_directory_iterator(root_, fs::directory_options::skip_permission_denied, error);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -38,12 +39,11 @@ public:
     std::string makeSymlink(std::string_view relative, std::string_view target) const;
 
 private:
+    // What HOME and XDG_DATA_HOME were before (nothing when unset).
+    std::optional<std::string> savedHome_;
+    std::optional<std::string> savedXdgDataHome_;
     std::string root_;
     std::string home_;
-    std::string savedHome_;
-    std::string savedXdgDataHome_;
-    bool hadHome_ = false;
-    bool hadXdgDataHome_ = false;
 };
 
 } // namespace unbulk::testing
