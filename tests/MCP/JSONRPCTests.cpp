@@ -16,9 +16,8 @@ TEST(JSONValueTest, DecodesEachCaseAndEncodesBackToEqualJson) {
     EXPECT_EQ(toJson(JSONValue(3.0)).dump(), "3"); // whole numbers without a fraction
 }
 
-TEST(JSONRPCIdTest, IntegersThenStringsAndNothingElse) {
-    EXPECT_EQ(jsonRpcIdFromJson(Json(7)), JSONRPCId{std::int64_t{7}});
-    EXPECT_EQ(jsonRpcIdFromJson(Json("7")), JSONRPCId{std::string("7")});
+// Integer and string ids go through whole sessions in McpProtocolTest.
+TEST(JSONRPCIdTest, NothingButIntegersAndStrings) {
     for (const char* bad : {"1.5", "true", "null", "[1]", "{}"}) {
         try {
             jsonRpcIdFromJson(Json::parse(bad));

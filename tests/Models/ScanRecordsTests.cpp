@@ -27,13 +27,6 @@ DiscoveredItem fullItem() {
          at(sys_days{2001y / January / 1}, 10s), true, false, true, "Docker VM disk image", "dev.docker.vm"});
 }
 
-TEST(CategoriesTest, ParseIsLenientAboutCaseAndUnderscoresOnlyWhileRawValuesAreExact) {
-    for (const char* text : {"DOCKER_VM", "docker_vm", "dockerVM", "DOCKERVM"})
-        EXPECT_EQ(parseStorageCategory(text), C::dockerVM) << text;
-    EXPECT_EQ(fromRawValue<C>("DOCKER_VM"), C::dockerVM);
-    EXPECT_EQ(fromRawValue<C>("docker_vm"), std::nullopt); // exact, unlike parse
-}
-
 TEST(ScanSummaryTest, TotalsTiersBreakdownOrderAndFullDiskAccess) {
     const ScanSummary summary = ScanSummary::from({
         makeItem("/h/pip", C::developerCache, RiskTier::keep, 50, 70),

@@ -2,15 +2,13 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "Platform/linux/FreedesktopTrash.hpp"
-#include "Platform/posix/PosixFileSystem.hpp"
 #include "Support/Dates.hpp"
+#include "support/Files.hpp"
 #include "support/ProcessRunner.hpp"
 #include "support/TempHome.hpp"
 
@@ -18,11 +16,8 @@ namespace unbulk {
 namespace {
 
 namespace stdfs = std::filesystem;
-
-std::string contentsOf(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
+using testing::identityOf;
+using testing::readAll;
 
 class FreedesktopTrashTest : public ::testing::Test {
 protected:
@@ -35,11 +30,6 @@ protected:
     }
     std::string filesAt(const std::string& name) const { return trashDir + "/files/" + name; }
     std::string infoAt(const std::string& name) const { return trashDir + "/info/" + name + ".trashinfo"; }
-    static Identity identityOf(const std::string& path) {
-        std::error_code error;
-        const auto status = PosixFileSystem().linkStatus(path, error);
-        return status ? status->identity() : Identity{};
-    }
     std::optional<std::string> trashOrFail(const std::string& path) {
         std::optional<std::string> landed;
         std::error_code error;
@@ -63,7 +53,7 @@ TEST_F(FreedesktopTrashTest, AFileAndADirectoryLandInTheHomeTrashWithInfoThatTra
     for (const auto& [name, encoded] : items) {
         EXPECT_EQ(trashOrFail(home.at(name)), filesAt(name));
         EXPECT_FALSE(stdfs::exists(stdfs::symlink_status(home.at(name))));
-        EXPECT_EQ(contentsOf(infoAt(name)), info(home.path() + encoded));
+        EXPECT_EQ(readAll(infoAt(name)), info(home.path() + encoded));
     }
     for (const char* made : {"", "/files", "/info"})
         EXPECT_EQ(stdfs::status(trashDir + made).permissions(), stdfs::perms::owner_all) << made;
@@ -98,8 +88,8 @@ TEST_F(FreedesktopTrashTest, AnItemThatIsNoLongerTheCheckedOneIsLeftAlone) {
     error.clear();
     EXPECT_FALSE(trash.trashItem(home.at("Library/Caches/victim"), victim, landed, error));
     EXPECT_EQ(error, changedSinceCheckedError());
-    EXPECT_EQ(contentsOf(home.at("Documents/decoy/victim/precious.txt")), "mine too");
-    EXPECT_EQ(contentsOf(home.at("Library/Caches.moved/victim/precious.txt")), "mine");
+    EXPECT_EQ(readAll(home.at("Documents/decoy/victim/precious.txt")), "mine too");
+    EXPECT_EQ(readAll(home.at("Library/Caches.moved/victim/precious.txt")), "mine");
     EXPECT_FALSE(stdfs::exists(trashDir + "/files/victim"));
 }
 

@@ -15,6 +15,7 @@
 #include "Platform/posix/PosixFileSystem.hpp"
 #include "Support/Paths.hpp"
 #include "support/DeepTree.hpp"
+#include "support/Files.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -26,11 +27,7 @@ std::error_code errnoCode(int value) { return {value, std::generic_category()}; 
 
 stdfs::perms modeOf(const std::string& path) { return stdfs::symlink_status(path).permissions(); }
 
-Identity identityOf(const std::string& path) {
-    std::error_code error;
-    const auto status = PosixFileSystem().linkStatus(path, error);
-    return status ? status->identity() : Identity{};
-}
+using testing::identityOf;
 
 class PosixFileSystemTest : public ::testing::Test {
 protected:

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iterator>
 
 #include "Platform/PropertyList.hpp"
 #include "support/AppBundles.hpp"
+#include "support/Files.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -12,14 +12,11 @@ namespace {
 
 using testing::PlistFormat;
 
-std::string bytesOf(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using testing::readAll;
 
 std::string writtenBy(const testing::TempHome& home, const Json& dictionary, PlistFormat format) {
     testing::writePlist(home.at("Info.plist"), dictionary, format);
-    return bytesOf(home.at("Info.plist"));
+    return readAll(home.at("Info.plist"));
 }
 
 TEST(PropertyListTest, ReadsTheSameDictionaryFromXmlAndBinaryWithUtf16Strings) {
@@ -41,7 +38,7 @@ TEST(PropertyListTest, BinaryPlistsWithNulsInKeysOrStringsReadAsUnreadableWithou
     for (const char* name : {"string-with-nuls.bplist", "key-with-nuls.bplist"}) {
         const std::string path = std::string(UNBULK_SOURCE_DIR) + "/fuzz/corpus/info_plist/" + name;
         ASSERT_TRUE(std::ifstream(path)) << name;
-        EXPECT_EQ(PropertyList::parseDictionary(bytesOf(path)), Json::object()) << name;
+        EXPECT_EQ(PropertyList::parseDictionary(readAll(path)), Json::object()) << name;
     }
 }
 

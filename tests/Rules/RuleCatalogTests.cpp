@@ -28,15 +28,12 @@ TEST(RuleJson, RulesAndCatalogsRoundTripLeavingAbsentOptionalsOut) {
     EXPECT_EQ(ruleCatalogFromJson(toJson(catalog)), catalog);
 }
 
-TEST(RuleJson, AMissingKeyOrAnUnknownRawValueFailsTheWholeCatalog) {
-    const Json good = toJson(RuleCatalog{.rules = std::vector(3, RuleDefinition{.id = "a"})});
-    const std::vector<std::pair<Json, std::string>> patches{
-        {{{"op", "replace"}, {"path", "/rules/1/category"}, {"value", "developerCache"}},
-         "Invalid value at rules[1].category: unknown raw value \"developerCache\"."}};
-    for (const auto& row : patches) {
-        const Json patched = good.patch(Json::array({row.first}));
-        EXPECT_THAT([&] { ruleCatalogFromJson(patched); }, ::testing::ThrowsMessage<RuleDecodingError>(row.second));
-    }
+TEST(RuleJson, AnUnknownRawValueFailsTheWholeCatalogAndSaysWhere) {
+    Json catalog = toJson(RuleCatalog{.rules = std::vector(3, RuleDefinition{.id = "a"})});
+    catalog["rules"][1]["category"] = "developerCache";
+    EXPECT_THAT([&] { ruleCatalogFromJson(catalog); },
+                ::testing::ThrowsMessage<RuleDecodingError>(
+                    "Invalid value at rules[1].category: unknown raw value \"developerCache\"."));
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -14,6 +13,7 @@
 #include <unistd.h>
 
 #include "support/FaultyFileSystem.hpp"
+#include "support/Files.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -40,11 +40,7 @@ const char* const timestamp = "2026-03-01T10:15:30.123Z";
 const char* const firstHash = "4827a2ac7af842ff2db4c794aea93f9b60047475a2fba6789bf0959f9bd88dbd";
 const char* const secondHash = "2c1646c189b34d63edfca69b989f7a0de4de3965e682282aa1be5fc6749210b2";
 
-std::string readText(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
+using testing::readAll;
 
 struct Fixture {
     testing::TempHome home;
@@ -58,7 +54,7 @@ struct Fixture {
     }
     std::vector<std::string> lines() const {
         std::vector<std::string> result;
-        std::istringstream in(readText(logPath));
+        std::istringstream in(readAll(logPath));
         for (std::string line; std::getline(in, line);) result.push_back(line);
         return result;
     }
@@ -70,7 +66,7 @@ TEST(AuditLoggerTest, RecordsWriteTheIndependentVectorsInAPrivateFileAndDirector
                                        {"/Users/me/B", "/Users/me/A"}, "cli", 1234.5, *dates::parseISO8601(timestamp));
     // Sorted keys, "/" escaped, paths in the given order (hashed as A,B), the
     // first previousHash all zeros, one line feed.
-    EXPECT_EQ(readText(f.logPath),
+    EXPECT_EQ(readAll(f.logPath),
               std::string(R"({"bytesUnbulked":4096,"client":"cli","durationMs":1234.5,"itemsCount":2,)") +
                   R"("operationId":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","operationType":"trash",)" +
                   R"("paths":["\/Users\/me\/B","\/Users\/me\/A"],"previousHash":")" + zeros +
@@ -133,7 +129,7 @@ TEST(AuditLoggerTest, AGarbageLineFailsReadRecordAndVerifyWithItsLine) {
                  [&] { f.logger.readEntries(); }, [&] { f.recordOne(); }, [&] { f.logger.verifyIntegrity(); }}) {
             EXPECT_THAT(call, ThrowsMessage<AuditLoggerError>(MatchesRegex("Failed to parse audit log at line 2: .+")));
         }
-        EXPECT_EQ(readText(f.logPath), before) << "the failed record added nothing";
+        EXPECT_EQ(readAll(f.logPath), before) << "the failed record added nothing";
     }
 }
 
@@ -152,9 +148,9 @@ TEST(AuditLoggerTest, FailedWritesRaiseTheirKindAndLeaveTheFileAsItWas) {
     EXPECT_FALSE(f.fileSystem->fileExists(f.logPath));
     f.fileSystem->clearFailures();
     f.recordOne();
-    const std::string before = readText(f.logPath);
+    const std::string before = readAll(f.logPath);
     fails(FileSystemCall::appendUnderLock, f.logPath, ENOSPC, noSpace);
-    EXPECT_EQ(readText(f.logPath), before);
+    EXPECT_EQ(readAll(f.logPath), before);
 }
 
 TEST(AuditLoggerTest, TenProcessesAppendingAtOnceLoseNothingAndKeepOneChain) {

@@ -59,6 +59,7 @@ TEST(SandboxSecurityErrorTest, DescriptionsAreTheFixedSentences) {
     for (const auto& [error, sentence] : cases) EXPECT_EQ(error.what(), sentence);
 }
 
+// Every table entry is refused in the siege; here each branch gives its kind and payload once.
 TEST(SandboxValidatorTest, PathsAndPatterns) {
     testing::TempHome temp;
     const std::string home = temp.path();
@@ -73,13 +74,9 @@ TEST(SandboxValidatorTest, PathsAndPatterns) {
         {
             {path, "~", E::homeDirectoryTargeted(home)}, {path, "/", E::rootDirectoryTargeted("/")},
             {path, "~/foo", E::insufficientPathDepth(home + "/foo", 1)}, {path, "~/foo/bar", passes},
-            {path, "~/Library/Keychains/x",
-             E::forbiddenUserDirectory(home + "/Library/Keychains/x", "Library/Keychains")},
             {path, "~/DOCUMENTS/file", E::forbiddenUserDirectory(home + "/DOCUMENTS/file", "Documents")},
             {path, "~/Documentsx/file", passes},
-            {path, "~/.cargo/bin/tool", E::forbiddenUserDirectory(home + "/.cargo/bin/tool", ".cargo/bin")},
             {path, "/Volumes/Disk/x", E::forbiddenSystemPath("/Volumes/Disk/x", "/Volumes")},
-            {path, "/Library/Caches/x", E::forbiddenSystemPath("/Library/Caches/x", "/Library")},
             {path, "/var/folders/ab/cd", passes}, {path, "/var/log/x", E::forbiddenSystemPath("/var/log/x", "/var")},
             {path, "/private/var/folders/ab/cd", passes},
             {path, "/private/var/folders", E::forbiddenSystemPath("/private/var/folders", "/private")},
@@ -130,19 +127,15 @@ TEST(SandboxValidatorTest, OtherAccountsBaseDirectoriesAndLinuxRoots) {
 #endif
 }
 
-// HOME may be a link to the real home. A path reached through a link into
-// the real home's Documents must be refused as surely as with the real HOME.
-TEST(SandboxValidatorTest, ALinkedHomeProtectsWhatTheRealHomeDoes) {
+// HOME may be a link to the real home: the real home is the home too. (That
+// its Documents stay protected is in the siege and CleanSafetyTest.)
+TEST(SandboxValidatorTest, ALinkedHomeIsTheRealHome) {
     testing::TempHome temp;
     const std::string real = temp.path(), linked = temp.root() + "/linked-home";
     ASSERT_EQ(::symlink(real.c_str(), linked.c_str()), 0);
-    temp.writeFile("Documents/thesis.txt", "years of work");
-    temp.makeSymlink("Library/Caches", "../Documents");
     temp.writeFile(".cache/tool/blob", "cache");
     const FileURL linkedHome(linked, true);
-    check({{path, linked + "/Library/Caches/thesis.txt",
-            E::forbiddenUserDirectory(real + "/Documents/thesis.txt", "Documents")},
-           {path, real + "/.cache", E::insufficientPathDepth(real + "/.cache", 1)},
+    check({{path, real + "/.cache", E::insufficientPathDepth(real + "/.cache", 1)},
            {path, linked + "/.cache/tool", passes},
            {path, real + "/.cache/tool", passes}},
           linkedHome);

@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <filesystem>
 #include <tuple>
 
 #include <fcntl.h>
@@ -9,6 +8,7 @@
 
 #include "Scanner/ItemMeasurer.hpp"
 #include "support/FaultyFileSystem.hpp"
+#include "support/Files.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -18,13 +18,7 @@ using testing::FileSystemCall;
 constexpr auto ignoring = UnreadableDirectories::ignore;
 constexpr auto flagging = UnreadableDirectories::flagPermissionErrors;
 
-// What lstat says of a path, apart from the code under test.
-struct stat lstatOf(const std::string& path) {
-    struct stat st {};
-    EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
-    return st;
-}
-std::int64_t allocatedOf(const std::string& path) { return static_cast<std::int64_t>(lstatOf(path).st_blocks) * 512; }
+using testing::diskUsage;
 
 // File count, logical bytes, allocated bytes, requiresFullDiskAccess.
 using Sizes = std::tuple<std::int64_t, std::int64_t, std::int64_t, bool>;
@@ -43,21 +37,12 @@ protected:
     std::shared_ptr<testing::FaultyFileSystem> faulty = std::make_shared<testing::FaultyFileSystem>();
 };
 
+// How hard links and symbolic links count is checked end to end, on the
+// pnpm layout of ScanEndToEndTests.
 TEST_F(ItemMeasurerTest, EmptyDirectoryIsOneFileOfNoBytesAndAMissingPathIsZeros) {
     home.makeDirectory("empty/inner");
     EXPECT_EQ(measure("empty"), (MeasuredMetrics{.fileCount = 1}));
     EXPECT_EQ(measure("nowhere"), MeasuredMetrics{});
-}
-
-TEST_F(ItemMeasurerTest, HardLinksCountOncePerMeasurementAndSymbolicLinksNotAtAll) {
-    const std::string file = home.writeFile("left/shared", 40'000);
-    std::filesystem::create_hard_link(file, home.at("left/again"));
-    std::filesystem::create_hard_link(file, home.makeDirectory("right") + "/shared");
-    home.writeFile("big/payload", 2'000'000);
-    home.makeSymlink("right/to-folder", home.at("big"));
-    // Every link is a file, its bytes count once; a new measurement counts them again.
-    EXPECT_EQ(sizesOf(measure("left")), Sizes(2, 40'000, allocatedOf(file), false));
-    EXPECT_EQ(sizesOf(measure("right")), Sizes(1, 40'000, allocatedOf(file), false));
 }
 
 TEST_F(ItemMeasurerTest, KeepsTheNewestDatesOfFilesOnly) {
@@ -89,7 +74,7 @@ TEST_F(ItemMeasurerTest, WhatCannotBeReadIsLeftOutAndFlaggedAsTheVariantSays) {
         SCOPED_TRACE(::testing::Message() << failing << " errno " << errorNumber << " flagged " << flagged);
         faulty->clearFailures();
         faulty->failOn(FileSystemCall::walk, failing, errorNumber);
-        const std::int64_t allocated = allocatedOf(top) + allocatedOf(failing == lost ? inside : lost);
+        const std::int64_t allocated = diskUsage(top).allocated + diskUsage(failing == lost ? inside : lost).allocated;
         EXPECT_EQ(sizesOf(measure("item", unreadable)), Sizes(2, 9300, allocated, flagged));
     }
 }

@@ -3,12 +3,11 @@
 #include <filesystem>
 #include <tuple>
 
-#include <sys/stat.h>
-
 #include <gtest/gtest.h>
 
 #include "Scanner/DeveloperTargets.hpp"
 #include "support/FaultyFileSystem.hpp"
+#include "support/Files.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -17,28 +16,11 @@ namespace {
 namespace fs = std::filesystem;
 using testing::FileSystemCall;
 
-// Logical bytes, allocated bytes and regular files at or below a path (links
-// not followed), counted with lstat apart from the code under test.
-std::tuple<std::int64_t, std::int64_t, std::int64_t> onDisk(const std::string& path) {
-    std::int64_t logical = 0, allocated = 0, files = 0;
-    auto add = [&](const fs::path& file) {
-        struct stat st {};
-        if (::lstat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return;
-        logical += st.st_size;
-        allocated += std::int64_t{st.st_blocks} * 512;
-        ++files;
-    };
-    add(path);
-    if (fs::is_directory(fs::symlink_status(path)))
-        for (const auto& entry : fs::recursive_directory_iterator(path)) add(entry.path());
-    return {logical, allocated, files};
-}
-
 // A model item as the scan should make it of a place, its sizes measured
 // here: it needs review, and is neither orphaned nor locked.
 void expectItem(const DiscoveredItem& item, const std::string& path, const std::string& description,
                 const std::string& ruleId, std::optional<std::int64_t> fileCount = std::nullopt) {
-    const auto [logical, allocated, files] = onDisk(path);
+    const auto [logical, allocated, files] = testing::diskUsage(path);
     EXPECT_EQ(std::tuple(item.path, item.itemDescription, item.ruleId, item.category, item.riskTier, item.isOrphaned,
                          item.isLocked, item.requiresFullDiskAccess, item.fileCount, item.logicalSizeBytes,
                          item.allocatedSizeBytes),
@@ -71,16 +53,15 @@ protected:
     const std::string activeImage = "Docker VM Disk Image [Active (Docker.app installed or running)]";
 };
 
+// The hub's lock folder and a partial Whisper download are among the decoys of ScanEndToEndTests.
 TEST_F(ModelScanTest, ModelPlacesGiveTheirItems) {
     home.writeFile(hub + "/models--meta--llama--3/blobs/b1", 1100);
     home.writeFile(hub + "/models--meta--llama--3/snapshots/main/config.json", 7);
-    home.writeFile(hub + "/version.txt", 1); // plain files are passed over, hidden entries skipped
-    home.writeFile(hub + "/.locks/x.lock", 3);
+    home.writeFile(hub + "/version.txt", 1); // plain files are passed over
     home.writeFile(whisper + "base.PT", 1500);        // the extension test ignores case
     home.writeFile(whisper + "tiny.pt", 0);           // an empty checkpoint is still offered
     home.writeFile(whisper + "large.pt/part-1", 300); // a folder counts as one file
     home.writeFile(whisper + "large.pt/part-2", 400);
-    home.writeFile(whisper + "base.pt.part", 500);    // a partial download is no model
     home.writeFile(lms + "lmstudio-community/Qwen/q.gguf", 3000);
     home.makeDirectory(lms + "empty-publisher");      // offered as the publisher
     home.writeFile(".cache/vllm/torch_compile_cache/a", 80);

@@ -4,12 +4,12 @@
 #include <tuple>
 
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
 #include "Scanner/DeveloperTargets.hpp"
+#include "support/Files.hpp"
 #include "support/TempHome.hpp"
 
 extern char** environ;
@@ -19,23 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Bytes on disk of the regular files at or below the paths (links not
-// followed), worked out with lstat apart from the code under test.
-std::int64_t allocatedOnDisk(const std::vector<std::string>& paths) {
-    std::int64_t sum = 0;
-    auto add = [&](const fs::path& file) {
-        struct stat st {};
-        if (::lstat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode)) sum += std::int64_t{st.st_blocks} * 512;
-    };
-    for (const auto& path : paths) {
-        add(path);
-        if (!fs::is_directory(fs::symlink_status(path))) continue;
-        for (const auto& entry : fs::recursive_directory_iterator(path)) add(entry.path());
-    }
-    return sum;
-}
-
-// What one item should say; the allocated size is the lstat sum over
+// What one item should say; the allocated size is what lstat gives for
 // `measured` (the item's own path when empty).
 struct Want {
     std::string path, description, ruleId;
@@ -49,12 +33,15 @@ void expectItems(const std::vector<DiscoveredItem>& items, const std::vector<Wan
     for (std::size_t i = 0; i < items.size(); ++i) {
         const DiscoveredItem& it = items[i];
         const Want& w = wants[i];
+        std::int64_t allocated = 0;
+        for (const auto& path : w.measured.empty() ? std::vector{w.path} : w.measured)
+            allocated += testing::diskUsage(path).allocated;
         EXPECT_EQ(std::tuple(it.path, it.url.path(), it.itemDescription, it.ruleId, it.category, it.riskTier,
                              it.isOrphaned, it.isLocked, it.requiresFullDiskAccess, it.logicalSizeBytes, it.fileCount,
                              it.allocatedSizeBytes),
                   std::tuple(w.path, w.path, w.description, w.ruleId, StorageCategory::developerCache,
                              RiskTier::safeToDelete, w.orphaned, false, false, w.logical, w.fileCount,
-                             allocatedOnDisk(w.measured.empty() ? std::vector{w.path} : w.measured)));
+                             allocated));
     }
 }
 
@@ -74,13 +61,12 @@ protected:
 };
 
 // The sub-scans in their fixed order, each place in its own, and one
-// progress report for every item with that item's own bytes.
+// progress report for every item with that item's own bytes. (uv's
+// CACHEDIR.TAG beside its folders, and pnpm's store, are in ScanEndToEndTests.)
 TEST_F(PackageCacheScanTest, CachesInTheirOrderEachItemReportedByItself) {
-    home.writeFile(".cache/uv/CACHEDIR.TAG", 43);      // plain files are uv's bookkeeping
     home.writeFile("py/interpreter", 640);
     home.makeSymlink(".cache/uv/python-v0", at("py"));  // a link to a folder counts as one
     home.writeFile("Library/Caches/uv/.tmp/blob", 500); // lists nothing visible: offered whole
-    home.writeFile(".local/share/pnpm/store/v3/x", 111);
     home.writeFile(brew + "/api/formula.jws.json", 4000);
     home.writeFile(".gradle/caches/modules-2/x.jar", 6000);
 
@@ -88,7 +74,6 @@ TEST_F(PackageCacheScanTest, CachesInTheirOrderEachItemReportedByItself) {
     expectItems(items, {
         {at(".cache/uv/python-v0"), "uv Cache (python-v0)", "dev.uv.cache", 640, 1, false, {at("py")}},
         {at("Library/Caches/uv"), "uv Package and Wheel Archives", "dev.uv.cache", 500, 1},
-        {at(".local/share/pnpm/store"), "pnpm Virtual Store (~/.local/share/pnpm/store)", "dev.pnpm.store", 111, 1},
         {at(brew + "/api"), "Homebrew API Metadata Cache", "dev.homebrew.cache", 4000, 1},
         {at(".gradle/caches"), "Gradle Dependency & Transform Cache", "dev.gradle.cache", 6000, 1},
     });

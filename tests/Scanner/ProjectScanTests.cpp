@@ -132,14 +132,11 @@ TEST_F(ProjectScanTest, HomeThatIsARepositoryIsSearchedLastWithoutItsPersonalFol
                                                         targetDeleted(homeRecord), targetDeleted("cli/gone")}));
 }
 
+// DerivedData, with a stray file beside its folders, is in ScanEndToEndTests.
 TEST_F(ProjectScanTest, XcodeProductsByPlace) {
-    const std::string derivedData = home.at("Library/Developer/Xcode/DerivedData");
-    home.writeFile("Library/Developer/Xcode/DerivedData/App-abc/Build/app.o", 20000);
-    home.writeFile("Library/Developer/Xcode/DerivedData/stray.log", 50); // a plain file: no item
     home.writeFile("Library/Developer/Xcode/Archives/2024-01-01/App.xcarchive/Info.plist", 700);
     home.writeFile("Library/Developer/CoreSimulator/Caches/dyld/cache", 9000);
-    const std::vector<Want> wants{{derivedData + "/App-abc", "dev.xcode.derived_data", "Xcode DerivedData: App-abc"},
-                            {home.at("Library/Developer/Xcode/Archives"), "dev.xcode.archives",
+    const std::vector<Want> wants{{home.at("Library/Developer/Xcode/Archives"), "dev.xcode.archives",
                              "Xcode Release Archives (.xcarchive)", false, RiskTier::reviewRequired},
                             {home.at("Library/Developer/CoreSimulator/Caches"), "dev.xcode.simulator_caches",
                              "Xcode Simulator Runtime Caches"}};

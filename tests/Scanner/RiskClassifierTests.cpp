@@ -83,23 +83,5 @@ TEST_F(RiskClassifierTest, RulesThenTagsThenTheCategory) {
               (Result{review, 1.0, "Matched RuleRegistry rule: user.review.one (user.review.one)", "user.review.one"}));
 }
 
-TEST_F(RiskClassifierTest, CategoryDefaults) {
-    const Result other = plain(review, 0.85, "Category default risk classification.");
-    struct Row { C category; Result expected; bool orphaned = false; std::string path = "~/Projects/thing/data"; };
-    const std::vector<Row> rows{
-        {C::developerCache, transient},
-        {C::dockerVM, plain(review, 1.0, "Orphaned Docker VM disk image from uninstalled Docker Desktop."), true},
-        {C::dockerVM, keep("Active Docker VM disk image. Uninstallation or shutdown required.")},
-        {C::xcodeArtifacts,
-         plain(review, 1.0, "Xcode release archives contain dSYMs needed for App Store crash symbolication."), false,
-         "~/Library/Developer/Xcode/Archives/2024-01-01/x.xcarchive"},
-        {C::xcodeArtifacts,
-         plain(safe, 0.95, "Xcode intermediate build products regenerate automatically on compilation."), false,
-         "~/Library/Developer/Xcode/archives/2024-01-01/x.xcarchive"},
-        {C::dynamicRule, plain(safe, 0.85, other.reason)}, {C::unknownAnomaly, other},
-    };
-    for (const auto& r : rows) EXPECT_EQ(classify(r.path, r.category, r.orphaned), r.expected) << rawValue(r.category);
-}
-
 } // namespace
 } // namespace unbulk

@@ -26,10 +26,10 @@ DiscoveredItem makeItem(const std::string& path, C category, std::optional<std::
 }
 
 TEST(ScanTargetFilterTest, NormalisationTrimsExpandsStandardisesOrRefuses) {
+    // Standardising itself is PathsTest's.
     const std::vector<std::pair<std::string, std::optional<std::string>>> cases{
-        {"~", home},          {"~/", home},          {"  ~/Downloads/ \n", home + "/Downloads"},
-        {"\u00A0/opt/y\u2028", "/opt/y"}, {"\t/tmp/x//\r\n", "/tmp/x"}, {"/a/b/..", "/a"},
-        {"///", "/"},         {"relative/x", std::nullopt}, {" \n\t ", std::nullopt}, {"~user/x", std::nullopt},
+        {"~", home}, {"~/", home}, {"  ~/Downloads/ \n", home + "/Downloads"}, {"\u00A0/opt/y\u2028", "/opt/y"},
+        {"\t/tmp/x//\r\n", "/tmp/x"}, {"relative/x", std::nullopt}, {" \n\t ", std::nullopt}, {"~user/x", std::nullopt},
     };
     for (const auto& [in, expected] : cases) EXPECT_EQ(ScanTargetFilter::normalize(in, homeURL), expected) << in;
 }

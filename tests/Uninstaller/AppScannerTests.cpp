@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "Uninstaller/AppScanner.hpp"
 #include "support/AppBundles.hpp"
+#include "support/Files.hpp"
 
 namespace unbulk {
 namespace {
@@ -11,18 +11,10 @@ using testing::makeBundle;
 using testing::PlistFormat;
 
 struct AppScannerTest : ::testing::Test {
-    AppScanner scanner(std::function<bool(const std::string&)> running = {}) {
+    AppScanner scanner() {
         return AppScanner({.applicationsURLs = std::vector<FileURL>{FileURL(home.at("Applications"), true)},
                            .systemApplicationsURLs = std::vector<FileURL>{FileURL(home.at("System"), true)},
-                           .homeURL = FileURL(home.path(), true),
-                           .runningAppsProvider = std::move(running)});
-    }
-    // The applications found, by the file name of their bundle.
-    std::map<std::string, InstalledApp> scanByBundle(std::function<bool(const std::string&)> running = {}) {
-        std::map<std::string, InstalledApp> apps;
-        for (auto& app : scanner(std::move(running)).scanInstalledApps(false))
-            apps[app.bundleURL.lastComponent()] = app;
-        return apps;
+                           .homeURL = FileURL(home.path(), true)});
     }
     testing::TempHome home;
 };
@@ -60,7 +52,8 @@ TEST_F(AppScannerTest, ReadsInfoPlistsInBothFormatsAndFallsBackWithout) {
                {{"CFBundleIdentifier", ""}, {"CFBundleVersion", "7"}, {"CFBundleName", 42}}, PlistFormat::binary);
     makeBundle(home, "Applications/Foo.app", nlohmann::json(nullptr), PlistFormat::xml, "Foo", "#!/bin/sh\n");
 
-    const auto apps = scanByBundle();
+    std::map<std::string, InstalledApp> apps; // by the file name of the bundle
+    for (auto& app : scanner().scanInstalledApps(false)) apps[app.bundleURL.lastComponent()] = app;
     const InstalledApp& editor = apps.at("Editor.app");
     EXPECT_EQ(std::tie(editor.displayName, editor.version, editor.bundleName, editor.architecture),
               std::tuple("Editor Pro", "2.1", "EditorName", "arm64"));
@@ -83,14 +76,10 @@ TEST_F(AppScannerTest, MeasuresHardLinksOnceAndLinksNotAtAll) {
     const std::string data = home.writeFile("Applications/Sized.app/Contents/Resources/data", std::string(10000, 'd'));
     std::filesystem::create_hard_link(data, bundle + "/Contents/Resources/data-again");
     home.makeSymlink("Applications/Sized.app/Contents/Resources/link", "/usr/bin");
-    const std::string plistPath = bundle + "/Contents/Info.plist";
-    struct stat dataStat {
-    }, plistStat{};
-    ::lstat(data.c_str(), &dataStat);
-    ::lstat(plistPath.c_str(), &plistStat);
+    const auto once = testing::diskUsage(data), plist = testing::diskUsage(bundle + "/Contents/Info.plist");
     const InstalledApp app = scanner().inspectBundle(FileURL(bundle, true)).value();
-    EXPECT_EQ(app.logicalSizeBytes, 10000 + plistStat.st_size);
-    EXPECT_EQ(app.bundleSizeBytes, (dataStat.st_blocks + plistStat.st_blocks) * 512);
+    EXPECT_EQ(app.logicalSizeBytes, once.logical + plist.logical);
+    EXPECT_EQ(app.bundleSizeBytes, once.allocated + plist.allocated);
     EXPECT_FALSE(scanner().inspectBundle(FileURL(home.at("Applications/None.app"), true)));
 }
 

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "Uninstaller/DependencyResolver.hpp"
 #include "support/AppBundles.hpp"
+#include "support/Files.hpp"
 
 namespace unbulk {
 namespace {
@@ -83,8 +83,6 @@ TEST_F(DependencyResolverTest, AHardLinkBetweenTwoItemsIsChargedOnceAndALinkedFo
     std::filesystem::create_hard_link(a, home.at("Library/Caches/Linky/blob"));
     home.writeFile("outside/data", std::string(5000, 'y'));
     home.makeSymlink("Library/Application Support/com.acme.linky", home.at("outside"));
-    struct stat st {};
-    ::lstat(a.c_str(), &st);
 
     const AppFootprint footprint = DependencyResolver(homeURL).resolveDependencies(app("com.acme.linky", "Linky"));
     std::map<std::string, ResolvedDependency> byPath;
@@ -92,7 +90,7 @@ TEST_F(DependencyResolverTest, AHardLinkBetweenTwoItemsIsChargedOnceAndALinkedFo
     ASSERT_EQ(byPath.size(), 3u);
     const auto& support = byPath.at(home.at("Library/Application Support/Linky"));
     const auto& caches = byPath.at(home.at("Library/Caches/Linky"));
-    EXPECT_EQ(support.allocatedSizeBytes + caches.allocatedSizeBytes, st.st_blocks * 512);
+    EXPECT_EQ(support.allocatedSizeBytes + caches.allocatedSizeBytes, testing::diskUsage(a).allocated);
     EXPECT_EQ(support.fileCount + caches.fileCount, 2);
     EXPECT_EQ(caches.logicalSizeBytes, 9000);
     const auto& linked = byPath.at(home.at("Library/Application Support/com.acme.linky"));

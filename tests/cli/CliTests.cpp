@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,6 +16,7 @@
 #include "Platform/ByteCountFormatter.hpp"
 #include "Support/FileURL.hpp"
 #include "Support/Json.hpp"
+#include "Support/Text.hpp"
 #include "support/ProcessRunner.hpp"
 #include "support/TempHome.hpp"
 
@@ -47,13 +47,6 @@ std::string describe(const Strings& words) {
     std::string text = "unbulk";
     for (const auto& word : words) text += " '" + word + "'";
     return text;
-}
-
-Strings linesOf(const std::string& text) {
-    Strings lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
 }
 
 class CliTest : public ::testing::Test {
@@ -161,7 +154,7 @@ TEST_F(CliTest, CategoryOptionTakesOnlyAnExactRawValueAsTheNextWord) {
 TEST_F(CliTest, RulesListsTheBuiltInsInIdOrder) {
     const ProcessResult result = run({"rules"});
     ASSERT_EQ(result.exitStatus, 0) << result.standardError;
-    const Strings lines = linesOf(result.standardOutput);
+    const Strings lines = unbulk::text::splitNonEmpty(result.standardOutput, '\n');
     ASSERT_EQ(lines.size(), 25u) << result.standardOutput;
     EXPECT_EQ(lines.front(), "Active cleanup rules (24):");
     EXPECT_EQ(lines[1], "  \u2022 [ai.huggingface.hub] HuggingFace Hub Models: ~/.cache/huggingface/hub/**, "

@@ -14,16 +14,6 @@ testing::ProcessResult serve(const std::string& input) {
     return testing::runProcess(UNBULK_BINARY, {"mcp"}, options);
 }
 
-TEST(McpProtocolTest, PingIsAnsweredWithAnEmptyResultOnOneCompactLine) {
-    testing::TempHome home;
-    const auto result = serve(R"({"jsonrpc":"2.0","id":1,"method":"ping"})"
-                              "\n");
-    EXPECT_EQ(result.standardOutput, R"({"id":1,"jsonrpc":"2.0","result":{}})"
-                                     "\n");
-    EXPECT_EQ(result.standardError, "");
-    EXPECT_EQ(result.exitStatus, 0);
-}
-
 // Each input, a whole session, against every line it answers with (as one JSON array).
 TEST(McpProtocolTest, EachSessionIsAnsweredLineByLine) {
     testing::TempHome home;
