@@ -1,7 +1,6 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <map>
 
@@ -10,6 +9,7 @@
 #include "Safety/AuditLogger.hpp"
 #include "Safety/TrashPipeline.hpp"
 #include "support/FaultyFileSystem.hpp"
+#include "support/Files.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -32,18 +32,13 @@ struct FaultyTrash final : Trash {
     int errnoValue;
 };
 
-std::string readAll(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 // Every file below `root` (or root itself) with its contents.
 std::map<std::string, std::string> contentsBelow(const std::string& root) {
-    if (fs::is_regular_file(fs::symlink_status(root))) return {{"", readAll(root)}};
+    if (fs::is_regular_file(fs::symlink_status(root))) return {{"", testing::readAll(root)}};
     std::map<std::string, std::string> out;
     if (!fs::is_directory(fs::symlink_status(root))) return out;
     for (const auto& entry : fs::recursive_directory_iterator(root))
-        if (entry.is_regular_file()) out[fs::relative(entry.path(), root).string()] = readAll(entry.path());
+        if (entry.is_regular_file()) out[fs::relative(entry.path(), root).string()] = testing::readAll(entry.path().string());
     return out;
 }
 
