@@ -119,7 +119,9 @@ TEST(ParallelTreeMeasureTest, UnreadableAndUnsearchableDirectoriesCountAsTheSeri
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     testing::TempHome home;
     const std::string root = makeMixedTree(home);
-    for (std::string path = root; path.size() > 1; path = stdfs::path(path).parent_path().string())
+    // Open the way down for the child, from the temporary root only: the
+    // folders above it (the system's temporary folder) are not ours to change.
+    for (std::string path = root; path.size() >= home.root().size(); path = stdfs::path(path).parent_path().string())
         ::chmod(path.c_str(), 0755);
     // Shut, searchable but not listable, listable with its entries unexaminable.
     const std::pair<const char*, mode_t> closed[] = {
