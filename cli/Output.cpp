@@ -1,5 +1,7 @@
 #include "Output.hpp"
 
+#include "Support/Json.hpp"
+
 #include <cstdio>
 
 #include <fmt/format.h>

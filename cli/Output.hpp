@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 
 namespace unbulk::cli {
 

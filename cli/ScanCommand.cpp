@@ -16,6 +16,7 @@
 #include "Scanner/DeepScanEngine.hpp"
 #include "Support/Dates.hpp"
 #include "Support/FileURL.hpp"
+#include "Support/Json.hpp"
 
 namespace unbulk::cli {
 namespace {

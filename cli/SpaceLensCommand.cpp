@@ -9,6 +9,7 @@
 #include "Platform/ByteCountFormatter.hpp"
 #include "Platform/CurrentDirectory.hpp"
 #include "SpaceLens/SpaceLensEngine.hpp"
+#include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk::cli {

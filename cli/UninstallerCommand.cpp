@@ -6,6 +6,7 @@
 #include "ProgressLine.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Safety/AuditLogger.hpp"
+#include "Support/Json.hpp"
 #include "Support/Unicode.hpp"
 #include "Uninstaller/AppScanner.hpp"
 #include "Uninstaller/AppUninstaller.hpp"

@@ -4,6 +4,7 @@
 #include "Maintenance/VitalsMonitor.hpp"
 #include "Output.hpp"
 #include "Platform/ByteCountFormatter.hpp"
+#include "Support/Json.hpp"
 
 namespace unbulk::cli {
 

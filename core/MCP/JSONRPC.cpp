@@ -1,5 +1,7 @@
 #include "MCP/JSONRPC.hpp"
 
+#include "Support/Json.hpp"
+
 #include <cmath>
 
 namespace unbulk {

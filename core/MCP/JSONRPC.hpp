@@ -7,7 +7,7 @@
 #include <variant>
 
 #include "MCP/JSONValue.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 
 // The JSON-RPC 2.0 vocabulary: four small records that only make sense
 // together, so they share a file.

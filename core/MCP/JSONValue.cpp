@@ -1,5 +1,7 @@
 #include "MCP/JSONValue.hpp"
 
+#include "Support/Json.hpp"
+
 #include <cmath>
 #include <cstdint>
 

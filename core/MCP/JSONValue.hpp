@@ -6,7 +6,7 @@
 #include <variant>
 #include <vector>
 
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 
 namespace unbulk {
 

@@ -1,5 +1,7 @@
 #include "MCP/MCPProtocol.hpp"
 
+#include "Support/Json.hpp"
+
 namespace unbulk {
 
 Json toJson(const MCPImplementationInfo& info) { return Json{{"name", info.name}, {"version", info.version}}; }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "MCP/JSONValue.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 
 // The Model Context Protocol records this server speaks, JSON-coded under
 // their field names. They are one vocabulary, so they share a file.

@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "MCP/MCPTools.hpp"
+#include "Support/Json.hpp"
 
 namespace unbulk {
 

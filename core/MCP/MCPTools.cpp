@@ -20,6 +20,7 @@
 #include "Scanner/AnomalyDetector.hpp"
 #include "Scanner/DeepScanEngine.hpp"
 #include "SpaceLens/SpaceLensEngine.hpp"
+#include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
 #include "Uninstaller/AppScanner.hpp"

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "Platform/PropertyList.hpp"
+#include "Support/Json.hpp"
 #include "Support/NoSuchFileError.hpp"
 #include "Support/Paths.hpp"
 

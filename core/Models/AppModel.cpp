@@ -2,6 +2,7 @@
 
 #include "Platform/ByteCountFormatter.hpp"
 #include "Support/CheckedMath.hpp"
+#include "Support/Json.hpp"
 
 namespace unbulk {
 

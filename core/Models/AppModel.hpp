@@ -13,7 +13,7 @@
 #include "Support/Dates.hpp"
 #include "Support/EnumTable.hpp"
 #include "Support/FileURL.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 #include "Support/Uuid.hpp"
 
 // The records of the uninstaller: an installed application, what belongs

@@ -1,5 +1,7 @@
 #include "Models/RecordCoding.hpp"
 
+#include "Support/Json.hpp"
+
 #include <limits>
 #include <stdexcept>
 

@@ -7,7 +7,7 @@
 
 #include "Support/Dates.hpp"
 #include "Support/FileURL.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 #include "Support/Uuid.hpp"
 
 // What the records' JSON readers share: the typed values that are strings on

@@ -2,6 +2,7 @@
 
 #include "Models/RecordCoding.hpp"
 #include "Support/CheckedMath.hpp"
+#include "Support/Json.hpp"
 
 #include <chrono>
 #include <stdexcept>

@@ -6,6 +6,7 @@
 #include "Models/RecordCoding.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Support/CheckedMath.hpp"
+#include "Support/Json.hpp"
 
 namespace unbulk {
 namespace {

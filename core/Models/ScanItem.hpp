@@ -9,7 +9,7 @@
 #include "Models/Categories.hpp"
 #include "Support/Dates.hpp"
 #include "Support/FileURL.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 #include "Support/Uuid.hpp"
 
 namespace unbulk {

@@ -1,5 +1,7 @@
 #include "Models/SpaceNode.hpp"
 
+#include "Support/Json.hpp"
+
 namespace unbulk {
 
 SpaceNode SpaceNode::make(FileURL url, bool isDirectory) {

@@ -10,7 +10,7 @@
 #include "Support/Dates.hpp"
 #include "Support/EnumTable.hpp"
 #include "Support/FileURL.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 #include "Support/Uuid.hpp"
 
 namespace unbulk {

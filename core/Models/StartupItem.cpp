@@ -1,5 +1,7 @@
 #include "Models/StartupItem.hpp"
 
+#include "Support/Json.hpp"
+
 namespace unbulk {
 
 Json toJson(const StartupItem& item) {

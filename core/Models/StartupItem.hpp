@@ -7,7 +7,7 @@
 
 #include "Support/EnumTable.hpp"
 #include "Support/FileURL.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 #include "Support/Uuid.hpp"
 
 namespace unbulk {

@@ -1,5 +1,7 @@
 #include "Models/StorageAnomaly.hpp"
 
+#include "Support/Json.hpp"
+
 namespace unbulk {
 
 StorageAnomaly StorageAnomaly::make(StorageAnomaly fields) {

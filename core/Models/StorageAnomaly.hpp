@@ -9,7 +9,7 @@
 #include "Models/ScanItem.hpp"
 #include "Rules/RuleDefinition.hpp"
 #include "Support/FileURL.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 #include "Support/Uuid.hpp"
 
 namespace unbulk {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Platform/ByteCountFormatter.hpp"
+#include "Support/Json.hpp"
 
 namespace unbulk {
 

@@ -9,7 +9,7 @@
 
 #include "Support/Dates.hpp"
 #include "Support/EnumTable.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 
 // One snapshot of the machine's health: CPU, memory, the system volume, the
 // battery and the thermal state. Filled by VitalsMonitor, printed as it stands.

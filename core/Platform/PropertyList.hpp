@@ -3,7 +3,7 @@
 #include <optional>
 #include <string_view>
 
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 
 // Property lists, XML or binary, read through libplist on every platform.
 namespace unbulk::PropertyList {

@@ -1,5 +1,7 @@
 #include "Rules/RuleCatalog.hpp"
 
+#include "Support/Json.hpp"
+
 #include <algorithm>
 
 #include <fmt/format.h>

@@ -4,7 +4,7 @@
 
 #include "Rules/RuleDefinition.hpp"
 #include "Support/Dates.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 
 namespace unbulk {
 

@@ -1,5 +1,7 @@
 #include "Rules/RuleDecoding.hpp"
 
+#include "Support/Json.hpp"
+
 #include <limits>
 
 #include <fmt/format.h>

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Support/Dates.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 
 namespace unbulk {
 

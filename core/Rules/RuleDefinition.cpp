@@ -1,5 +1,7 @@
 #include "Rules/RuleDefinition.hpp"
 
+#include "Support/Json.hpp"
+
 #include <fmt/format.h>
 
 namespace unbulk {

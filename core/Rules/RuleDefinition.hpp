@@ -7,7 +7,7 @@
 #include "Models/Categories.hpp"
 #include "Rules/RuleDecoding.hpp"
 #include "Support/Dates.hpp"
-#include "Support/Json.hpp"
+#include "Support/JsonFwd.hpp"
 
 namespace unbulk {
 

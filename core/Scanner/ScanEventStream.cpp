@@ -1,5 +1,7 @@
 #include "Scanner/ScanEventStream.hpp"
 
+#include "Support/Json.hpp"
+
 namespace unbulk {
 
 ScanEventStream::ScanEventStream(Producer producer) : state_(std::make_shared<State>()) {

@@ -8,8 +8,6 @@
 #include <span>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
-
 #include "Models/Categories.hpp"
 
 namespace unbulk {

@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include "Support/Json.hpp"
+
 namespace unbulk::dates {
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace unbulk {
 
@@ -83,22 +83,35 @@ constexpr std::array<E, enum_table_detail::caseCount<E>> allCases() {
     return out;
 }
 
+namespace enum_table_detail {
+
+// The body of from_json, on a JSON type that is a template parameter, so that
+// this header needs only json_fwd.hpp: it is compiled where a value is read.
+template <typename BasicJson, TabledEnum E>
+void readRawValue(const BasicJson& j, E& value) {
+    const auto raw = j.template get<std::string>();
+    const std::optional<E> parsed = fromRawValue<E>(raw);
+    if (!parsed) {
+        throw BasicJson::other_error::create(
+            501, "Cannot initialize " + std::string(EnumTable<E>::name) + " from invalid raw value " + raw, nullptr);
+    }
+    value = *parsed;
+}
+
+} // namespace enum_table_detail
+
 // The JSON form is the raw value. Reading anything else throws
-// nlohmann::json::exception naming the type and the text.
+// nlohmann::json::exception naming the type and the text. The exact
+// nlohmann::json parameter makes these more specialised than the library's
+// own enum-as-integer conversion, so they are the ones chosen.
 template <TabledEnum E>
 void to_json(nlohmann::json& j, E value) {
-    j = std::string(rawValue(value));
+    j = std::string(rawValue(value)); // dependent on E: compiled where JSON is complete
 }
 
 template <TabledEnum E>
 void from_json(const nlohmann::json& j, E& value) {
-    const auto raw = j.get<std::string>();
-    const std::optional<E> parsed = fromRawValue<E>(raw);
-    if (!parsed) {
-        throw nlohmann::json::other_error::create(
-            501, "Cannot initialize " + std::string(EnumTable<E>::name) + " from invalid raw value " + raw, nullptr);
-    }
-    value = *parsed;
+    enum_table_detail::readRawValue(j, value);
 }
 
 } // namespace unbulk

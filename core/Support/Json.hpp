@@ -5,11 +5,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Support/JsonFwd.hpp"
+
 namespace unbulk {
 
 // nlohmann::json keeps object keys in a std::map, so every document comes out
 // with sorted keys.
-using Json = nlohmann::json;
 
 namespace json {
 

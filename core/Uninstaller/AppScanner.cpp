@@ -11,6 +11,7 @@
 #include "Platform/InodeSet.hpp"
 #include "Platform/TreeMeasure.hpp"
 #include "Support/CheckedMath.hpp"
+#include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
 #include "Uninstaller/MachOHeader.hpp"

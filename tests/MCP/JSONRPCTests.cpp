@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "MCP/JSONRPC.hpp"
+#include "Support/Json.hpp"
 
 namespace unbulk {
 namespace {

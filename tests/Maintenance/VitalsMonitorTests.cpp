@@ -5,6 +5,7 @@
 
 #include "Maintenance/VitalsMonitor.hpp"
 #include "Platform/linux/ProcVitalsSources.hpp"
+#include "Support/Json.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {

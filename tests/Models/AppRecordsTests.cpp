@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Models/AppModel.hpp"
+#include "Support/Json.hpp"
 
 namespace unbulk {
 namespace {

@@ -2,6 +2,7 @@
 
 #include "Models/Categories.hpp"
 #include "Models/ScanItem.hpp"
+#include "Support/Json.hpp"
 
 namespace unbulk {
 namespace {

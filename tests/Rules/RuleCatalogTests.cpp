@@ -3,6 +3,7 @@
 
 #include "Rules/BuiltInRules.hpp"
 #include "Rules/RuleCatalog.hpp"
+#include "Support/Json.hpp"
 
 namespace unbulk {
 namespace {

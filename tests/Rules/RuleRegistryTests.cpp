@@ -9,6 +9,7 @@
 #include "Rules/BuiltInRules.hpp"
 #include "Rules/RuleCatalog.hpp"
 #include "Safety/SandboxSecurityError.hpp"
+#include "Support/Json.hpp"
 #include "support/FaultyFileSystem.hpp"
 #include "support/TempHome.hpp"
 

@@ -1,5 +1,7 @@
 #include "Platform/PropertyList.hpp"
 
+#include "Support/Json.hpp"
+
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
