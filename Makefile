@@ -50,7 +50,9 @@ fuzz:
 	@scripts/fuzz
 
 # clang 16 with libc++ 16 over every source; with MACOS_SDK set, also every
-# .cpp and .mm for arm64 and x86_64 macOS 13 against that SDK.
+# .cpp and .mm for arm64 and x86_64 macOS 13 against that SDK, the static
+# analyzer over the Apple-only sources, and a link of the darwin objects
+# against the SDK's stubs.
 check-macos:
 	@scripts/install-deps test bench clang
 	@scripts/check-macos

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "Platform/FileSystem.hpp"
+#include "Platform/PlatformError.hpp"
 
 namespace unbulk {
 
@@ -20,10 +21,11 @@ public:
     // move acts in the parent opened without following links, on a name that
     // must still hold `expected`, or fails with changedSinceCheckedError().
     // On success answers true and sets `landedPath` to where the item now
-    // lies when that is known; on failure answers false with `error` set and
-    // leaves the item where it was.
+    // lies when that is known; on failure answers false with `error` set (and
+    // the platform's own sentence in it where it has one) and leaves the item
+    // where it was.
     virtual bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
-                           std::error_code& error) = 0;
+                           PlatformError& error) = 0;
 };
 
 // Linux: the freedesktop.org Trash specification 1.0 (the home trash under

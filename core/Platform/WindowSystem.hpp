@@ -52,7 +52,8 @@ public:
     virtual std::shared_ptr<Window> keyWindow() const = 0;
     virtual std::shared_ptr<Window> mainWindow() const = 0;
     virtual std::vector<std::shared_ptr<Window>> windows() const = 0;
-    // A token for removeKeyDownMonitor; installs the handler for key-down events.
+    // A token for removeKeyDownMonitor; installs the handler for key-down
+    // events. 0 when none could be installed; removing 0 does nothing.
     virtual std::uintptr_t addKeyDownMonitor(KeyHandler handler) = 0;
     virtual void removeKeyDownMonitor(std::uintptr_t token) = 0;
 };

@@ -121,8 +121,12 @@ TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRu
     if (permanentPurge) return purge(url, realPath, own->identity(), metrics);
 
     std::optional<std::string> landedPath;
-    if (!trash_->trashItem(realPath, own->identity(), landedPath, error)) {
-        return failed(metrics, fmt::format("Could not move '{}' to the Trash: {}", path, error.message()));
+    PlatformError failure;
+    if (!trash_->trashItem(realPath, own->identity(), landedPath, failure)) {
+        // The platform's own sentence names the item and the reason; a bare
+        // error number's words say neither, so the item is named around them.
+        if (!failure.description.empty()) return failed(metrics, failure.description);
+        return failed(metrics, fmt::format("Could not move '{}' to the Trash: {}", path, failure.code.message()));
     }
     std::optional<FileURL> trashURL;
     if (landedPath) trashURL = fileSystem_->fileURL(*landedPath);

@@ -32,7 +32,7 @@ protected:
     std::string infoAt(const std::string& name) const { return trashDir + "/info/" + name + ".trashinfo"; }
     std::optional<std::string> trashOrFail(const std::string& path) {
         std::optional<std::string> landed;
-        std::error_code error;
+        PlatformError error;
         EXPECT_TRUE(trash.trashItem(path, identityOf(path), landed, error)) << path << ": " << error.message();
         return landed;
     }
@@ -71,13 +71,13 @@ TEST_F(FreedesktopTrashTest, AFileAndADirectoryLandInTheHomeTrashWithInfoThatTra
 // or "Caches" was swapped for a link to a folder the user keeps.
 TEST_F(FreedesktopTrashTest, AnItemThatIsNoLongerTheCheckedOneIsLeftAlone) {
     std::optional<std::string> landed;
-    std::error_code error;
+    PlatformError error;
     const std::string item = home.writeFile("Library/Caches/item", "checked");
     const Identity itemIdentity = identityOf(item);
     stdfs::rename(item, home.at("Library/Caches/kept"));
     home.writeFile("Library/Caches/item", "another file under the same name");
     EXPECT_FALSE(trash.trashItem(item, itemIdentity, landed, error));
-    EXPECT_EQ(error, changedSinceCheckedError());
+    EXPECT_EQ(error.code, changedSinceCheckedError());
     EXPECT_TRUE(stdfs::exists(item));
 
     home.writeFile("Library/Caches/victim/precious.txt", "mine");
@@ -85,9 +85,8 @@ TEST_F(FreedesktopTrashTest, AnItemThatIsNoLongerTheCheckedOneIsLeftAlone) {
     home.writeFile("Documents/decoy/victim/precious.txt", "mine too");
     stdfs::rename(home.at("Library/Caches"), home.at("Library/Caches.moved"));
     home.makeSymlink("Library/Caches", home.at("Documents/decoy"));
-    error.clear();
     EXPECT_FALSE(trash.trashItem(home.at("Library/Caches/victim"), victim, landed, error));
-    EXPECT_EQ(error, changedSinceCheckedError());
+    EXPECT_EQ(error.code, changedSinceCheckedError());
     EXPECT_EQ(readAll(home.at("Documents/decoy/victim/precious.txt")), "mine too");
     EXPECT_EQ(readAll(home.at("Library/Caches.moved/victim/precious.txt")), "mine");
     EXPECT_FALSE(stdfs::exists(trashDir + "/files/victim"));

@@ -22,9 +22,9 @@ using testing::FileSystemCall;
 struct FaultyTrash final : Trash {
     FaultyTrash(std::string path, int error) : failing(std::move(path)), errnoValue(error) {}
     bool trashItem(const std::string& item, const Identity& expected, std::optional<std::string>& landed,
-                   std::error_code& code) override {
-        if (item != failing) return inner->trashItem(item, expected, landed, code);
-        code = std::error_code(errnoValue, std::generic_category());
+                   PlatformError& error) override {
+        if (item != failing) return inner->trashItem(item, expected, landed, error);
+        error = {std::error_code(errnoValue, std::generic_category()), ""};
         return false;
     }
     std::shared_ptr<Trash> inner = makeDefaultTrash();

@@ -60,6 +60,16 @@ private:
     mutable bool swapped_ = false;
 };
 
+// A Trash that refuses every item with the error it was given.
+struct RefusingTrash final : Trash {
+    explicit RefusingTrash(PlatformError error) : refusal(std::move(error)) {}
+    bool trashItem(const std::string&, const Identity&, std::optional<std::string>&, PlatformError& error) override {
+        error = refusal;
+        return false;
+    }
+    PlatformError refusal;
+};
+
 class TrashPipelineTest : public ::testing::Test {
 protected:
     // Logged to <home>/.unbulk/audit.jsonl through the same file system, or not logged at all.
@@ -231,6 +241,27 @@ TEST_F(TrashPipelineTest, ALinkToADirectoryIsMeasuredThroughButRemovedAsTheLink)
     EXPECT_EQ(std::tie(dead.status, dead.errorMessage, dead.logicalBytes, dead.fileCount),
               std::tuple(TrashItemStatus::failed, "File does not exist: " + dangling, 0, 1));
     EXPECT_TRUE(present(dangling)) << "a dangling link is left alone";
+}
+
+// Foundation's sentence names the item and the reason and becomes the
+// record's message as it stands; an error with only a number is told around
+// the item's path.
+TEST_F(TrashPipelineTest, ARefusedMoveIsToldInThePlatformsOwnWords) {
+    const std::string item = home.writeFile(".cache/tool/blob", 3000);
+    const std::string sentence = "\u201Cblob\u201D couldn\u2019t be moved to the Trash because you don\u2019t have "
+                                 "permission to access it.";
+    const std::pair<PlatformError, std::string> cases[] = {
+        {PlatformError::fromDomain("NSCocoaErrorDomain", 513, sentence, EACCES), sentence},
+        {PlatformError{{EACCES, std::generic_category()}, ""},
+         "Could not move '" + item + "' to the Trash: Permission denied"},
+    };
+    for (const auto& [refusal, message] : cases) {
+        const TrashPipeline pipe(makeDefaultFileSystem(), std::make_shared<RefusingTrash>(refusal), nullptr, homeURL);
+        const TrashItemRecord record = pipe.trash({FileURL(item)}, false, "cli").records.at(0);
+        EXPECT_EQ(std::tie(record.status, record.errorMessage, record.logicalBytes),
+                  std::tuple(TrashItemStatus::failed, message, 3000));
+        EXPECT_TRUE(present(item));
+    }
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #import <QuartzCore/QuartzCore.h>
 
 #include "Platform/WindowSystem.hpp"
+#include "Platform/darwin/FoundationStrings.hpp"
 
 namespace unbulk {
 namespace {
@@ -13,7 +14,7 @@ class AppKitWindow final : public Window {
 public:
     explicit AppKitWindow(NSWindow* window) : window_(window) {}
 
-    std::string className() const override { return std::string(NSStringFromClass([window_ class]).UTF8String); }
+    std::string className() const override { return foundation::utf8(NSStringFromClass([window_ class])).value_or(""); }
     bool isPanel() const override { return [window_ isKindOfClass:[NSPanel class]]; }
     bool canBecomeKey() const override { return window_.canBecomeKeyWindow; }
     std::uint64_t styleMask() const override { return static_cast<std::uint64_t>(window_.styleMask); }
@@ -48,8 +49,8 @@ KeyEvent keyEventOf(NSEvent* event) {
     key.type = static_cast<std::uint64_t>(event.type);
     key.modifierFlags = static_cast<std::uint64_t>(event.modifierFlags);
     key.keyCode = event.keyCode;
-    if (NSString* text = event.charactersIgnoringModifiers) key.charactersIgnoringModifiers = text.UTF8String;
-    if (NSString* text = event.characters) key.characters = text.UTF8String;
+    if (auto text = foundation::utf8(event.charactersIgnoringModifiers)) key.charactersIgnoringModifiers = *text;
+    if (auto text = foundation::utf8(event.characters)) key.characters = *text;
     return key;
 }
 
@@ -68,10 +69,12 @@ public:
                                                            handler:^NSEvent*(NSEvent* event) {
                                                              return handler(keyEventOf(event)) ? nil : event;
                                                            }];
-        const auto token = reinterpret_cast<std::uintptr_t>((__bridge_retained void*)monitor);
-        return token;
+        // AppKit answers nil when it installs nothing: token 0, which removes nothing.
+        if (monitor == nil) return 0;
+        return reinterpret_cast<std::uintptr_t>((__bridge_retained void*)monitor);
     }
     void removeKeyDownMonitor(std::uintptr_t token) override {
+        if (token == 0) return;
         id monitor = (__bridge_transfer id) reinterpret_cast<void*>(token);
         [NSEvent removeMonitor:monitor];
     }

@@ -4,6 +4,7 @@
 #import <Foundation/Foundation.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <errno.h>
@@ -11,52 +12,38 @@
 #include <sys/stat.h>
 
 #include "Platform/Trash.hpp"
+#include "Platform/darwin/FoundationStrings.hpp"
 #include "Platform/posix/AnchoredDirectory.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk {
 namespace {
 
-// An error of NSCocoaErrorDomain. The category holds no state: its message
-// is the description Foundation gives the code itself, made afresh each time.
-class CocoaErrorCategory final : public std::error_category {
-public:
-    const char* name() const noexcept override { return "NSCocoaErrorDomain"; }
-    std::string message(int code) const override {
-        @autoreleasepool {
-            NSError* error = [NSError errorWithDomain:NSCocoaErrorDomain code:code userInfo:nil];
-            const char* text = error.localizedDescription.UTF8String;
-            return text ? std::string(text) : std::string("Cocoa error ") + std::to_string(code);
+// The NSError as Foundation words it: its localizedDescription names the
+// item and the reason, which no error number can carry.
+PlatformError platformErrorOf(NSError* _Nullable error) {
+    if (error == nil) {
+        return {{EIO, std::generic_category()}, "The file manager gave no reason for refusing the move to the Trash."};
+    }
+    std::optional<long> underlyingPOSIXCode;
+    id underlying = error.userInfo[NSUnderlyingErrorKey];
+    if ([underlying isKindOfClass:[NSError class]]) {
+        NSError* underlyingError = underlying;
+        if ([underlyingError.domain isEqualToString:NSPOSIXErrorDomain]) {
+            underlyingPOSIXCode = static_cast<long>(underlyingError.code);
         }
     }
-};
-
-const CocoaErrorCategory& cocoaErrorCategory() {
-    static const CocoaErrorCategory category;
-    return category;
-}
-
-// POSIX errors keep their number; Cocoa errors keep theirs in the category
-// above; an error of any other domain is told by the POSIX error under it, or
-// else as a plain I/O error.
-std::error_code errorCodeOf(NSError* error) {
-    if (error == nil) return {EIO, std::generic_category()};
-    const int code = static_cast<int>(error.code);
-    if ([error.domain isEqualToString:NSPOSIXErrorDomain]) return {code, std::generic_category()};
-    if ([error.domain isEqualToString:NSCocoaErrorDomain]) return {code, cocoaErrorCategory()};
-    NSError* underlying = error.userInfo[NSUnderlyingErrorKey];
-    if ([underlying isKindOfClass:[NSError class]] && [underlying.domain isEqualToString:NSPOSIXErrorDomain]) {
-        return {static_cast<int>(underlying.code), std::generic_category()};
-    }
-    return {EIO, std::generic_category()};
+    return PlatformError::fromDomain(foundation::utf8(error.domain).value_or(""), static_cast<long>(error.code),
+                                     foundation::utf8(error.localizedDescription).value_or(""), underlyingPOSIXCode);
 }
 
 class FoundationTrash final : public Trash {
 public:
     bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
-                   std::error_code& error) override {
+                   PlatformError& failure) override {
+        failure = {};
+        std::error_code& error = failure.code;
         landedPath.reset();
-        error.clear();
         const std::string name = paths::lastComponent(path);
         if (!paths::isAbsolute(path) || name.empty() || name == "/") {
             error = {EINVAL, std::generic_category()};
@@ -87,13 +74,17 @@ public:
         // a link to a directory made into "link/" would name its target.
         const bool isDirectory = S_ISDIR(status.st_mode);
         @autoreleasepool {
-            NSURL* url = [NSURL fileURLWithFileSystemRepresentation:path.c_str()
-                                                        isDirectory:isDirectory
-                                                      relativeToURL:nil];
+            NSURL* url = foundation::fileURL(path, isDirectory);
+            if (url == nil) {
+                failure.code = {EINVAL, std::generic_category()};
+                failure.description =
+                    "Could not move '" + path + "' to the Trash: the file manager cannot make a URL of this path.";
+                return false;
+            }
             NSURL* resulting = nil;
-            NSError* failure = nil;
-            if (![NSFileManager.defaultManager trashItemAtURL:url resultingItemURL:&resulting error:&failure]) {
-                error = errorCodeOf(failure);
+            NSError* refusal = nil;
+            if (![NSFileManager.defaultManager trashItemAtURL:url resultingItemURL:&resulting error:&refusal]) {
+                failure = platformErrorOf(refusal);
                 return false;
             }
             if (resulting != nil && resulting.isFileURL) {

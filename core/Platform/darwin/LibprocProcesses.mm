@@ -3,6 +3,11 @@
 #include "Platform/Processes.hpp"
 
 #include <libproc.h>
+#include <signal.h>
+#include <sys/proc.h>
+#include <sys/proc_info.h>
+
+#include <cerrno>
 
 #include <algorithm>
 #include <vector>
@@ -49,16 +54,33 @@ public:
         }
     }
 
+    // NSRunningApplication's properties change only as the main run loop
+    // turns, and the thread that waits for an application to end runs none:
+    // `terminated` might never turn true there. So the list is asked afresh
+    // on each call, and the kernel decides by process id whether each
+    // application's process is still there.
     bool applicationsTerminated(const std::string& bundleIdentifier) const override {
         @autoreleasepool {
             for (NSRunningApplication* application in running(bundleIdentifier)) {
-                if (!application.terminated) return false;
+                if (!application.terminated && processRuns(application.processIdentifier)) return false;
             }
             return true;
         }
     }
 
 private:
+    // A process that has ended but is not yet reaped (a zombie) has ended.
+    static bool processRuns(pid_t pid) {
+        if (pid <= 0) return false; // -1: the application has no process
+        struct proc_bsdinfo info {};
+        if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof info) == static_cast<int>(sizeof info)) {
+            return info.pbi_status != SZOMB;
+        }
+        if (errno == ESRCH) return false;
+        // Refused (another user's process): kill(2) with no signal still tells whether it exists.
+        return ::kill(pid, 0) == 0 || errno == EPERM;
+    }
+
     static NSArray<NSRunningApplication*>* running(const std::string& bundleIdentifier) {
         NSString* identifier = [NSString stringWithUTF8String:bundleIdentifier.c_str()];
         if (identifier == nil) return @[];

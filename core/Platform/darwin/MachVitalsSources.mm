@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 #include "Platform/VitalsSources.hpp"
+#include "Platform/VolumeSpaceUsedReply.hpp"
+#include "Platform/darwin/FoundationStrings.hpp"
 
 namespace unbulk {
 namespace {
@@ -22,12 +24,31 @@ std::optional<std::int64_t> int64Value(CFDictionaryRef dictionary, CFStringRef k
     return number;
 }
 
+// The host's name port. Every mach_host_self() adds a reference to the send
+// right, which stays until it is deallocated: one taken per snapshot would
+// pile up over a long `unbulk mcp` session. So each source takes it once
+// and gives it back when it goes.
+class HostPort {
+public:
+    HostPort() : port_(mach_host_self()) {}
+    ~HostPort() {
+        if (port_ != MACH_PORT_NULL) mach_port_deallocate(mach_task_self(), port_);
+    }
+    HostPort(const HostPort&) = delete;
+    HostPort& operator=(const HostPort&) = delete;
+
+    host_t get() const { return port_; }
+
+private:
+    host_t port_;
+};
+
 class MachVitalsSources final : public VitalsSources {
 public:
     std::optional<CPUTicks> cpuTicks() const override {
         host_cpu_load_info_data_t load{};
         mach_msg_type_number_t count = HOST_CPU_LOAD_INFO_COUNT;
-        if (host_statistics(mach_host_self(), HOST_CPU_LOAD_INFO, reinterpret_cast<host_info_t>(&load), &count) !=
+        if (host_statistics(host_.get(), HOST_CPU_LOAD_INFO, reinterpret_cast<host_info_t>(&load), &count) !=
             KERN_SUCCESS) {
             return std::nullopt;
         }
@@ -44,12 +65,12 @@ public:
     std::optional<MemoryCounters> memoryCounters() const override {
         vm_statistics64_data_t vm{};
         mach_msg_type_number_t count = HOST_VM_INFO64_COUNT;
-        if (host_statistics64(mach_host_self(), HOST_VM_INFO64, reinterpret_cast<host_info64_t>(&vm), &count) !=
+        if (host_statistics64(host_.get(), HOST_VM_INFO64, reinterpret_cast<host_info64_t>(&vm), &count) !=
             KERN_SUCCESS) {
             return std::nullopt;
         }
         vm_size_t pageSize = 0;
-        host_page_size(mach_host_self(), &pageSize);
+        host_page_size(host_.get(), &pageSize);
         const auto page = static_cast<std::int64_t>(pageSize == 0 ? 4096 : pageSize);
         return MemoryCounters{.activeBytes = static_cast<std::int64_t>(vm.active_count) * page,
                               .inactiveBytes = static_cast<std::int64_t>(vm.inactive_count) * page,
@@ -64,7 +85,9 @@ public:
     VolumeCapacity volumeCapacity(const std::string& volumePath) const override {
         @autoreleasepool {
             VolumeCapacity capacity;
-            NSURL* url = [NSURL fileURLWithPath:[NSString stringWithUTF8String:volumePath.c_str()]];
+            // A path Foundation cannot take leaves every figure unknown.
+            NSURL* url = foundation::fileURL(volumePath);
+            if (url == nil) return capacity;
             NSDictionary<NSURLResourceKey, id>* values = [url resourceValuesForKeys:@[
                 NSURLVolumeTotalCapacityKey, NSURLVolumeAvailableCapacityKey,
                 NSURLVolumeAvailableCapacityForImportantUsageKey, NSURLVolumeNameKey
@@ -77,22 +100,19 @@ public:
             if (NSNumber* important = values[NSURLVolumeAvailableCapacityForImportantUsageKey]) {
                 capacity.availableCapacityForImportantUsage = important.longLongValue;
             }
-            if (NSString* name = values[NSURLVolumeNameKey]) capacity.name = std::string(name.UTF8String);
+            if (NSString* name = values[NSURLVolumeNameKey]) capacity.name = foundation::utf8(name);
             return capacity;
         }
     }
 
     std::optional<std::int64_t> volumeSpaceUsed(const std::string& volumePath) const override {
+        static_assert(sizeof(off_t) == sizeof(std::int64_t));
         struct attrlist request {};
         request.bitmapcount = ATTR_BIT_MAP_COUNT;
         request.volattr = ATTR_VOL_INFO | ATTR_VOL_SPACEUSED;
-        struct alignas(8) {
-            std::uint32_t length;
-            off_t spaceUsed;
-            char padding[52];
-        } buffer{};
-        if (getattrlist(volumePath.c_str(), &request, &buffer, 64, 0) != 0) return std::nullopt;
-        return static_cast<std::int64_t>(buffer.spaceUsed);
+        VolumeSpaceUsedReply reply;
+        if (getattrlist(volumePath.c_str(), &request, &reply, sizeof reply, 0) != 0) return std::nullopt;
+        return reply.value();
     }
 
     std::optional<PowerSourceDescription> firstPowerSource() const override {
@@ -116,7 +136,7 @@ public:
             }
             const void* state = CFDictionaryGetValue(description, CFSTR(kIOPSPowerSourceStateKey));
             if (state != nullptr && CFGetTypeID(state) == CFStringGetTypeID()) {
-                source.powerSourceState = std::string([(__bridge NSString*)static_cast<CFStringRef>(state) UTF8String]);
+                source.powerSourceState = foundation::utf8((__bridge NSString*)static_cast<CFStringRef>(state));
             }
             source.timeToEmpty = int64Value(description, CFSTR(kIOPSTimeToEmptyKey));
             found = source;
@@ -127,6 +147,9 @@ public:
     }
 
     int thermalState() const override { return static_cast<int>(NSProcessInfo.processInfo.thermalState); }
+
+private:
+    HostPort host_;
 };
 
 } // namespace

@@ -5,6 +5,7 @@
 #import <Security/Security.h>
 
 #include "Platform/CodeSigning.hpp"
+#include "Platform/darwin/FoundationStrings.hpp"
 
 namespace unbulk {
 namespace {
@@ -13,7 +14,9 @@ class SecurityCodeSigning final : public CodeSigning {
 public:
     std::optional<SigningInformation> signingInformation(const std::string& bundlePath) const override {
         @autoreleasepool {
-            NSURL* url = [NSURL fileURLWithPath:[NSString stringWithUTF8String:bundlePath.c_str()]];
+            // A path Foundation cannot take reads as unsigned.
+            NSURL* url = foundation::fileURL(bundlePath);
+            if (url == nil) return std::nullopt;
             SecStaticCodeRef code = nullptr;
             if (SecStaticCodeCreateWithPath((__bridge CFURLRef)url, kSecCSDefaultFlags, &code) != errSecSuccess ||
                 code == nullptr) {
@@ -28,7 +31,7 @@ public:
 
             SigningInformation signing;
             id team = info[(__bridge NSString*)kSecCodeInfoTeamIdentifier];
-            if ([team isKindOfClass:[NSString class]]) signing.teamIdentifier = std::string([team UTF8String]);
+            if ([team isKindOfClass:[NSString class]]) signing.teamIdentifier = foundation::utf8(team);
             signing.hasPlatformIdentifier = info[@"platform-identifier"] != nil;
             id flags = info[(__bridge NSString*)kSecCodeInfoFlags];
             if ([flags isKindOfClass:[NSNumber class]]) signing.flags = [flags unsignedIntValue];
@@ -37,7 +40,7 @@ public:
                 SecCertificateRef leaf = (__bridge SecCertificateRef)[certificates objectAtIndex:0];
                 CFStringRef summary = SecCertificateCopySubjectSummary(leaf);
                 if (summary != nullptr) {
-                    signing.authority = std::string([(__bridge NSString*)summary UTF8String]);
+                    signing.authority = foundation::utf8((__bridge NSString*)summary);
                     CFRelease(summary);
                 }
             }

@@ -200,9 +200,11 @@ std::optional<std::string> FreedesktopTrash::topdirTrashDirectory(const std::str
 }
 
 bool FreedesktopTrash::trashItem(const std::string& path, const Identity& expected,
-                                 std::optional<std::string>& landedPath, std::error_code& error) {
+                                 std::optional<std::string>& landedPath, PlatformError& platformError) {
+    // Linux words no error beyond its number: the code alone tells the failure.
+    platformError = {};
+    std::error_code& error = platformError.code;
     landedPath.reset();
-    error.clear();
     const std::string item = paths::standardize(path);
     const std::string name = paths::lastComponent(item);
     if (!paths::isAbsolute(item) || name.empty() || item == "/") {

@@ -37,7 +37,7 @@ public:
     explicit FreedesktopTrash(std::string dataHome, Clock clock = {});
 
     bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
-                   std::error_code& error) override;
+                   PlatformError& platformError) override;
 
     const std::string& homeTrashDirectory() const { return homeTrash_; }
 

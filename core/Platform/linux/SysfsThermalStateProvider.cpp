@@ -7,8 +7,8 @@
 #include <string_view>
 #include <utility>
 
+#include "Platform/SampledThermalStateUpdates.hpp"
 #include "Platform/linux/SysfsAttributes.hpp"
-#include "Support/Cancellation.hpp"
 
 namespace unbulk {
 namespace {
@@ -71,32 +71,6 @@ ThermalState machineState(const std::string& root) {
     return worst;
 }
 
-class SampledThermalStateUpdates final : public ThermalStateUpdates {
-public:
-    SampledThermalStateUpdates(std::string root, std::chrono::milliseconds interval)
-        : root_(std::move(root)), interval_(interval), last_(machineState(root_)) {}
-
-    std::optional<ThermalState> next(StopToken stop) override {
-        for (;;) {
-            try {
-                cancellableSleep(interval_, stop);
-            } catch (const CancellationError&) {
-                return std::nullopt;
-            }
-            const ThermalState now = machineState(root_);
-            if (now != last_) {
-                last_ = now;
-                return now;
-            }
-        }
-    }
-
-private:
-    std::string root_;
-    std::chrono::milliseconds interval_;
-    ThermalState last_;
-};
-
 } // namespace
 
 SysfsThermalStateProvider::SysfsThermalStateProvider(std::string sysfsRoot, std::chrono::milliseconds sampleInterval)
@@ -105,7 +79,7 @@ SysfsThermalStateProvider::SysfsThermalStateProvider(std::string sysfsRoot, std:
 ThermalState SysfsThermalStateProvider::thermalState() const { return machineState(root_); }
 
 std::unique_ptr<ThermalStateUpdates> SysfsThermalStateProvider::thermalStateUpdates() {
-    return std::make_unique<SampledThermalStateUpdates>(root_, sampleInterval_);
+    return std::make_unique<SampledThermalStateUpdates>([root = root_] { return machineState(root); }, sampleInterval_);
 }
 
 std::shared_ptr<ThermalStateProviding> makeDefaultThermalStateProvider() {
