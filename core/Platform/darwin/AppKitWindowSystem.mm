@@ -3,6 +3,7 @@
 
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
+#include <dispatch/dispatch.h>
 
 #include "Platform/WindowSystem.hpp"
 
@@ -28,6 +29,7 @@ public:
         NSWindow* window = window_;
         [NSAnimationContext
             runAnimationGroup:^(NSAnimationContext* context) {
+              dispatch_assert_queue(dispatch_get_main_queue());
               context.duration = seconds;
               context.timingFunction = [CAMediaTimingFunction functionWithName:kCAMediaTimingFunctionEaseOut];
               [window.animator setFrameOrigin:NSMakePoint(origin.x, origin.y)];
@@ -55,6 +57,7 @@ KeyEvent keyEventOf(NSEvent* event) {
 
 class AppKitWindowSystem final : public WindowSystem {
 public:
+    void requireMainThread() const override { dispatch_assert_queue(dispatch_get_main_queue()); }
     std::shared_ptr<Window> keyWindow() const override { return wrap(NSApp.keyWindow); }
     std::shared_ptr<Window> mainWindow() const override { return wrap(NSApp.mainWindow); }
     std::vector<std::shared_ptr<Window>> windows() const override {
@@ -66,6 +69,7 @@ public:
     std::uintptr_t addKeyDownMonitor(KeyHandler handler) override {
         id monitor = [NSEvent addLocalMonitorForEventsMatchingMask:NSEventMaskKeyDown
                                                            handler:^NSEvent*(NSEvent* event) {
+                                                             dispatch_assert_queue(dispatch_get_main_queue());
                                                              return handler(keyEventOf(event)) ? nil : event;
                                                            }];
         const auto token = reinterpret_cast<std::uintptr_t>((__bridge_retained void*)monitor);
