@@ -1,4 +1,5 @@
 #include <charconv>
+#include <cstdint>
 
 #include <fmt/format.h>
 
@@ -15,14 +16,18 @@
 namespace unbulk::cli {
 namespace {
 
-// A whole decimal number with an optional sign, or 2: "--depth x", an empty
-// value and a missing one all analyse two levels.
-int depthOf(const Arguments& args) {
+// A whole decimal number in 64 bits with at most one leading sign, or 2:
+// "--depth x", "+-1", an empty value, a number out of range and a missing
+// value all analyse two levels.
+std::int64_t depthOf(const Arguments& args) {
     const auto value = optionValue(args, "--depth");
     if (!value || value->empty()) return 2;
     std::string_view text = *value;
-    if (text.front() == '+') text.remove_prefix(1);
-    int depth = 0;
+    if (text.front() == '+') {
+        text.remove_prefix(1);
+        if (text.starts_with('-')) return 2; // from_chars would take this second sign
+    }
+    std::int64_t depth = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), depth);
     if (error != std::errc() || end != text.data() + text.size()) return 2;
     return depth;

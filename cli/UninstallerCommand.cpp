@@ -26,10 +26,11 @@ int list(const Arguments& args) {
     {
         ProgressLine progress(!hasFlag(args, "--json"));
         apps = makeScanner(homeURL).scanInstalledApps(false, {}, progress.countingItems());
-        // The hunter gets neither the list nor a way to make one, so its index
-        // is empty and it reports every library item that is not whitelisted.
-        // That is how this listing has always behaved, and it is kept.
-        leftovers = LeftoversHunter(homeURL).scanForLeftovers(std::nullopt);
+        // The hunter is handed the list just made. Left to itself, with no list
+        // and no scanner, its index would be empty and every installed
+        // application's data would be listed as orphaned; an orphan is what no
+        // installed application accounts for.
+        leftovers = LeftoversHunter(homeURL).scanForLeftovers(apps);
     }
 
     if (hasFlag(args, "--json")) {

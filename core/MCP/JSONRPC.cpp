@@ -23,10 +23,16 @@ std::string requiredString(const Json& object, const char* key) {
 } // namespace
 
 JSONRPCId jsonRpcIdFromJson(const Json& json) {
-    if (json.is_number_integer()) return JSONRPCId{json.get<std::int64_t>()};
-    if (json.is_number_unsigned() && json.get<std::uint64_t>() <= static_cast<std::uint64_t>(INT64_MAX)) {
+    // The reader keeps a number above the signed range as unsigned, and
+    // is_number_integer() holds for those too: they are tested first, so that
+    // 2^63 and above are no id rather than another one.
+    if (json.is_number_unsigned()) {
+        if (json.get<std::uint64_t>() > static_cast<std::uint64_t>(INT64_MAX)) {
+            throw JSONRPCDecodingError("Expected String or Int id");
+        }
         return JSONRPCId{static_cast<std::int64_t>(json.get<std::uint64_t>())};
     }
+    if (json.is_number_integer()) return JSONRPCId{json.get<std::int64_t>()};
     // 3.0 is the integer 3; 1.5 is no id.
     if (json.is_number_float()) {
         const double d = json.get<double>();

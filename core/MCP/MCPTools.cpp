@@ -223,10 +223,8 @@ MCPCallToolResult registerRule(const Arguments& arguments) {
     if (!id || !name || !pattern || !category || !riskTier) {
         return MCPCallToolResult::text("Missing required arguments for register_rule", true);
     }
-    std::string tier = *riskTier;
-    for (auto& c : tier) {
-        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    }
+    // Upper case by Unicode's mapping, not ASCII's: LONG S is an S here.
+    const std::string tier = unicode::uppercased(*riskTier);
     RuleDefinition rule;
     rule.id = *id;
     rule.name = *name;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <system_error>
 
+#include "Platform/Home.hpp"
 #include "Platform/PropertyList.hpp"
 #include "Support/Json.hpp"
 #include "Support/NoSuchFileError.hpp"
@@ -14,6 +15,9 @@ StartupManager::Directories StartupManager::defaultDirectories(const FileURL& ho
     return {homeURL.appending("Library/LaunchAgents", true), FileURL("/Library/LaunchAgents", true),
             FileURL("/Library/LaunchDaemons", true)};
 }
+
+StartupManager::StartupManager(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<ProcessRunner> runner)
+    : StartupManager(defaultDirectories(FileURL(homeDirectory(), true)), std::move(fileSystem), std::move(runner)) {}
 
 StartupManager::StartupManager(Directories directories, std::shared_ptr<FileSystem> fileSystem,
                                std::shared_ptr<ProcessRunner> runner)
@@ -63,7 +67,8 @@ std::optional<StartupItem> StartupManager::parse(const std::string& path, Startu
         const std::string extension = paths::pathExtension(name);
         item.label = extension.empty() ? name : name.substr(0, name.size() - extension.size() - 1);
     }
-    // Only the presence of KeepAlive counts, whatever its value.
+    // Only the presence of KeepAlive counts, whatever its value (a date or
+    // data too, which read as null).
     if (plist.contains("KeepAlive")) {
         item.impact = StartupImpact::high;
     } else if (auto it = plist.find("RunAtLoad"); it != plist.end() && it->is_boolean() && it->get<bool>()) {
@@ -72,7 +77,9 @@ std::optional<StartupItem> StartupManager::parse(const std::string& path, Startu
     if (auto it = plist.find("Program"); it != plist.end() && it->is_string()) {
         item.targetExecutablePath = it->get<std::string>();
     } else if (auto args = plist.find("ProgramArguments");
-               args != plist.end() && args->is_array() && !args->empty() && (*args)[0].is_string()) {
+               args != plist.end() && args->is_array() && !args->empty() &&
+               std::all_of(args->begin(), args->end(), [](const Json& word) { return word.is_string(); })) {
+        // An array of strings, or nothing: one word of another type spoils it.
         item.targetExecutablePath = (*args)[0].get<std::string>();
     }
     if (item.targetExecutablePath && !fileSystem_->fileExists(*item.targetExecutablePath)) {

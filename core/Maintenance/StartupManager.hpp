@@ -23,6 +23,9 @@ public:
     };
     static Directories defaultDirectories(const FileURL& homeURL);
 
+    // The current user's home and the two system directories.
+    explicit StartupManager(std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
+                            std::shared_ptr<ProcessRunner> runner = makeDefaultProcessRunner());
     StartupManager(Directories directories, std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
                    std::shared_ptr<ProcessRunner> runner = makeDefaultProcessRunner());
 

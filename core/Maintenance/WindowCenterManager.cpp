@@ -10,6 +10,11 @@ constexpr std::uint64_t fullScreenStyle = 1u << 14;
 
 } // namespace
 
+WindowCenterManager& WindowCenterManager::shared() {
+    static WindowCenterManager* const instance = new WindowCenterManager();
+    return *instance;
+}
+
 WindowCenterManager::WindowCenterManager(std::shared_ptr<WindowSystem> windowSystem)
     : windowSystem_(std::move(windowSystem)), self_(std::make_shared<WindowCenterManager*>(this)) {}
 
@@ -28,19 +33,27 @@ bool WindowCenterManager::isCenterShortcut(const KeyEvent& event) {
     return event.keyCode == 8 || lower == "c" || event.characters == "\x03";
 }
 
+void WindowCenterManager::requireMainThread() const {
+    if (windowSystem_) windowSystem_->requireMainThread();
+}
+
 void WindowCenterManager::startMonitoring() {
+    requireMainThread();
     if (monitor_ || !windowSystem_) return;
     // The handler holds the manager weakly: once it is gone, events pass.
     std::weak_ptr<WindowCenterManager*> weakSelf = self_;
     monitor_ = windowSystem_->addKeyDownMonitor([weakSelf](const KeyEvent& event) {
         auto self = weakSelf.lock();
-        if (!self || *self == nullptr || !isCenterShortcut(event)) return false;
+        if (!self || *self == nullptr) return false;
+        (*self)->requireMainThread();
+        if (!isCenterShortcut(event)) return false;
         if (auto window = (*self)->resolveTargetWindow()) (*self)->center(*window, true);
         return true; // the shortcut is swallowed, window or not
     });
 }
 
 void WindowCenterManager::stopMonitoring() {
+    requireMainThread();
     if (!monitor_ || !windowSystem_) return;
     windowSystem_->removeKeyDownMonitor(*monitor_);
     monitor_.reset();
@@ -55,6 +68,7 @@ bool WindowCenterManager::isValidTarget(const Window& window) {
 }
 
 std::shared_ptr<Window> WindowCenterManager::resolveTargetWindow() const {
+    requireMainThread();
     if (!windowSystem_) return nullptr;
     for (const auto& candidate : {windowSystem_->keyWindow(), trackedWindow.lock(), windowSystem_->mainWindow()}) {
         if (candidate && isValidTarget(*candidate)) return candidate;
@@ -66,6 +80,7 @@ std::shared_ptr<Window> WindowCenterManager::resolveTargetWindow() const {
 }
 
 bool WindowCenterManager::centerActiveWindow(bool animated) {
+    requireMainThread();
     auto window = resolveTargetWindow();
     if (!window) return false;
     center(*window, animated);
@@ -73,6 +88,7 @@ bool WindowCenterManager::centerActiveWindow(bool animated) {
 }
 
 void WindowCenterManager::center(Window& window, bool animated) const {
+    requireMainThread();
     if (window.styleMask() & fullScreenStyle) return;
     if (window.isMiniaturized()) window.deminiaturize();
     if (!window.isVisible()) window.makeKeyAndOrderFront();

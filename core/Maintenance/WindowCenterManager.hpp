@@ -10,10 +10,16 @@ namespace unbulk {
 
 // Centres a window of the running application on its screen, on a keyboard
 // shortcut (fn + control + C) or when asked. All of it belongs on the main
-// thread. A host makes one and keeps it; without a window system (any
-// platform but the Mac) it finds no window and answers false.
+// thread, and every entry point (the key handler too) stops the process when
+// called from another. A host uses the shared one, or makes one and keeps
+// it; without a window system (any platform but the Mac) it finds no window
+// and answers false.
 class WindowCenterManager {
 public:
+    // The application's one manager, over the default window system, made on
+    // first use and never destroyed (so no exit-time teardown touches AppKit).
+    static WindowCenterManager& shared();
+
     explicit WindowCenterManager(std::shared_ptr<WindowSystem> windowSystem = makeDefaultWindowSystem());
     ~WindowCenterManager();
     WindowCenterManager(const WindowCenterManager&) = delete;
@@ -35,6 +41,8 @@ public:
     std::weak_ptr<Window> trackedWindow;
 
 private:
+    void requireMainThread() const;
+
     std::shared_ptr<WindowSystem> windowSystem_;
     std::optional<std::uintptr_t> monitor_;
     std::shared_ptr<WindowCenterManager*> self_; // what the monitor holds: cleared when the manager goes

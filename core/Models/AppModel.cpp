@@ -1,5 +1,8 @@
 #include "Models/AppModel.hpp"
 
+#include <stdexcept>
+
+#include "Models/RecordCoding.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Support/CheckedMath.hpp"
 #include "Support/Json.hpp"
@@ -174,6 +177,110 @@ Json toJson(const UninstallSummary& s, DateEncoding dates) {
                 {"dryRun", s.dryRun},
                 {"records", records},
                 {"timestamp", dates::encode(s.timestamp, dates)}};
+}
+
+namespace {
+
+std::optional<FileURL> optionalURL(const Json& j, const char* key) {
+    auto it = j.find(key);
+    if (it == j.end() || it->is_null()) return std::nullopt;
+    return coding::fileURL(*it);
+}
+
+} // namespace
+
+InstalledApp installedAppFromJson(const Json& j) {
+    InstalledApp a;
+    a.id = coding::uuid(j.at("id"));
+    a.bundleIdentifier = coding::string(j, "bundleIdentifier");
+    a.bundleURL = coding::fileURL(j.at("bundleURL"));
+    a.displayName = coding::string(j, "displayName");
+    a.version = coding::string(j, "version");
+    a.shortVersion = json::getOptional<std::string>(j, "shortVersion");
+    a.isSystemApp = j.at("isSystemApp").get<bool>();
+    a.isRunning = j.at("isRunning").get<bool>();
+    a.bundleSizeBytes = coding::int64(j, "bundleSizeBytes");
+    a.logicalSizeBytes = coding::int64(j, "logicalSizeBytes");
+    a.architecture = json::getOptional<std::string>(j, "architecture");
+    a.codeSignatureAuthority = json::getOptional<std::string>(j, "codeSignatureAuthority");
+    a.iconURL = optionalURL(j, "iconURL");
+    a.executablePath = json::getOptional<std::string>(j, "executablePath");
+    a.teamIdentifier = json::getOptional<std::string>(j, "teamIdentifier");
+    a.isProtected = j.at("isProtected").get<bool>();
+    a.protectionReason = json::getOptional<std::string>(j, "protectionReason");
+    a.bundleName = json::getOptional<std::string>(j, "bundleName");
+    a.appGroupIdentifiers = json::getOptional<std::vector<std::string>>(j, "appGroupIdentifiers");
+    return a;
+}
+
+ResolvedDependency resolvedDependencyFromJson(const Json& j) {
+    ResolvedDependency d;
+    d.id = coding::uuid(j.at("id"));
+    d.url = coding::fileURL(j.at("url"));
+    d.path = coding::string(j, "path");
+    d.location = j.at("location").get<DependencyLocation>();
+    d.allocatedSizeBytes = coding::int64(j, "allocatedSizeBytes");
+    d.logicalSizeBytes = coding::int64(j, "logicalSizeBytes");
+    d.fileCount = coding::int64(j, "fileCount");
+    d.lastModifiedDate = coding::optionalDate(j, "lastModifiedDate");
+    d.isDirectory = j.at("isDirectory").get<bool>();
+    d.isSymlink = j.at("isSymlink").get<bool>();
+    return d;
+}
+
+AppFootprint appFootprintFromJson(const Json& j) {
+    AppFootprint f;
+    f.app = installedAppFromJson(j.at("app"));
+    for (const auto& dependency : j.at("dependencies"))
+        f.dependencies.push_back(resolvedDependencyFromJson(dependency));
+    f.totalAllocatedSizeBytes = coding::int64(j, "totalAllocatedSizeBytes");
+    f.totalLogicalSizeBytes = coding::int64(j, "totalLogicalSizeBytes");
+    f.totalItemCount = coding::int64(j, "totalItemCount");
+    // The flat form: a location's raw value, then its count, and so on.
+    const Json& counts = j.at("itemCountByLocation");
+    if (!counts.is_array() || counts.size() % 2 != 0) {
+        throw std::invalid_argument("itemCountByLocation must alternate locations and counts");
+    }
+    for (std::size_t i = 0; i < counts.size(); i += 2) {
+        f.itemCountByLocation[counts[i].get<DependencyLocation>()] = coding::int64Value(counts[i + 1], "a location's count");
+    }
+    f.canUninstall = j.at("canUninstall").get<bool>();
+    f.blockingReason = json::getOptional<std::string>(j, "blockingReason");
+    return f;
+}
+
+AppLeftover appLeftoverFromJson(const Json& j) {
+    AppLeftover l;
+    l.id = coding::uuid(j.at("id"));
+    l.candidateAppName = coding::string(j, "candidateAppName");
+    l.bundleIdentifier = json::getOptional<std::string>(j, "bundleIdentifier");
+    l.url = coding::fileURL(j.at("url"));
+    l.path = coding::string(j, "path");
+    l.location = j.at("location").get<DependencyLocation>();
+    l.allocatedSizeBytes = coding::int64(j, "allocatedSizeBytes");
+    l.logicalSizeBytes = coding::int64(j, "logicalSizeBytes");
+    l.lastModifiedDate = coding::optionalDate(j, "lastModifiedDate");
+    l.confidence = j.at("confidence").get<double>();
+    l.orphanReason = coding::string(j, "orphanReason");
+    l.suggestedRiskTier = j.at("suggestedRiskTier").get<RiskTier>();
+    return l;
+}
+
+UninstallSummary uninstallSummaryFromJson(const Json& j) {
+    UninstallSummary s;
+    s.id = coding::uuid(j.at("id"));
+    s.appName = coding::string(j, "appName");
+    s.bundleIdentifier = coding::string(j, "bundleIdentifier");
+    s.bundleURL = coding::fileURL(j.at("bundleURL"));
+    for (const auto& url : j.at("deletedURLs"))
+        s.deletedURLs.push_back(coding::fileURL(url));
+    s.unbulkedAllocatedBytes = coding::int64(j, "unbulkedAllocatedBytes");
+    s.unbulkedLogicalBytes = coding::int64(j, "unbulkedLogicalBytes");
+    s.dryRun = j.at("dryRun").get<bool>();
+    for (const auto& record : j.at("records"))
+        s.records.push_back(trashItemRecordFromJson(record));
+    s.timestamp = coding::date(j.at("timestamp"));
+    return s;
 }
 
 } // namespace unbulk

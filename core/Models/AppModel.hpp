@@ -56,7 +56,8 @@ enum class DependencyLocation {
     groupContainers,
     applicationScripts,
     launchAgents,
-    crashReports, // also where logs are filed
+    crashReports,
+    logs = crashReports, // a second name for the same place, not a case of its own
 };
 
 struct DependencyLocationInfo {
@@ -220,5 +221,16 @@ Json toJson(const ResolvedDependency& dependency, DateEncoding dates = DateEncod
 Json toJson(const AppFootprint& footprint, DateEncoding dates = DateEncoding::secondsSinceReferenceDate);
 Json toJson(const AppLeftover& leftover, DateEncoding dates = DateEncoding::secondsSinceReferenceDate);
 Json toJson(const UninstallSummary& summary, DateEncoding dates = DateEncoding::secondsSinceReferenceDate);
+
+// Readers of the same forms, dates in either encoding. Every field that is
+// not optional is required; a missing key or a value of the wrong type
+// throws (nlohmann::json's exceptions, or std::invalid_argument for a bad
+// URL, UUID or date). Values are taken as they stand: no initialiser rule
+// runs again.
+InstalledApp installedAppFromJson(const Json& json);
+ResolvedDependency resolvedDependencyFromJson(const Json& json);
+AppFootprint appFootprintFromJson(const Json& json);
+AppLeftover appLeftoverFromJson(const Json& json);
+UninstallSummary uninstallSummaryFromJson(const Json& json);
 
 } // namespace unbulk

@@ -45,4 +45,10 @@ DiskCapacityBreakdown DiskCapacityBreakdown::make(std::int64_t totalBytes, std::
     return b;
 }
 
+Json toJson(const DiskCapacityBreakdown& b) {
+    return Json{{"totalBytes", b.totalBytes},         {"freeBytes", b.freeBytes}, {"usedBytes", b.usedBytes},
+                {"systemBytes", b.systemBytes},       {"appsBytes", b.appsBytes}, {"sweepableBytes", b.sweepableBytes},
+                {"otherBytes", b.otherBytes}};
+}
+
 } // namespace unbulk

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "Support/Json.hpp"
+
 namespace unbulk {
 
 // A disk's capacity split into the shares a person cares about: free, the
@@ -37,5 +39,8 @@ struct DiskCapacityBreakdown {
 private:
     double fraction(double share) const { return totalBytes > 0 ? share / totalBytes : 0; }
 };
+
+// The seven shares under their field names; the fractions are computed, not stored.
+Json toJson(const DiskCapacityBreakdown& breakdown);
 
 } // namespace unbulk

@@ -31,17 +31,20 @@ std::optional<Date> optionalDate(const Json& object, const char* key) {
     return date(*it);
 }
 
-std::int64_t int64(const Json& object, const char* key) {
-    const Json& value = object.at(key);
+std::int64_t int64Value(const Json& value, std::string_view what) {
     if (value.is_number_unsigned()) {
         auto unsignedValue = value.get<std::uint64_t>();
         if (unsignedValue > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-            throw std::out_of_range(std::string("number out of range for key '") + key + "'");
+            throw std::out_of_range("number out of range for " + std::string(what));
         }
         return static_cast<std::int64_t>(unsignedValue);
     }
     if (value.is_number_integer()) return value.get<std::int64_t>();
-    throw std::invalid_argument(std::string("expected an integer for key '") + key + "', found " + value.dump());
+    throw std::invalid_argument("expected an integer for " + std::string(what) + ", found " + value.dump());
+}
+
+std::int64_t int64(const Json& object, const char* key) {
+    return int64Value(object.at(key), std::string("key '") + key + "'");
 }
 
 std::string string(const Json& object, const char* key) {

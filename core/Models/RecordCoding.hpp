@@ -24,6 +24,8 @@ std::optional<Date> optionalDate(const Json& object, const char* key);
 // rather than truncated, so that an edited number cannot slip through as
 // another one.
 std::int64_t int64(const Json& object, const char* key);
+// The same for a value that is not under a key; `what` names it in the error.
+std::int64_t int64Value(const Json& value, std::string_view what);
 
 // A JSON string under the key, with the key named when it is something else.
 std::string string(const Json& object, const char* key);

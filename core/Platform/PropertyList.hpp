@@ -9,8 +9,10 @@
 namespace unbulk::PropertyList {
 
 // The document as JSON: dictionaries as objects, arrays, strings, booleans,
-// integers and reals as themselves; dates, data and UIDs are left out (no
-// reader here needs them). Nothing when the bytes are no property list.
+// integers and reals as themselves; dates, data and UIDs as null, so that a
+// key holding one is still present and an array keeps its length, while no
+// reader takes the value for a string or a number. Nothing when the bytes
+// are no property list.
 std::optional<Json> parse(std::string_view bytes);
 
 // The top-level dictionary; anything else (unreadable bytes, an array at the

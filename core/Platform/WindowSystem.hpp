@@ -49,6 +49,9 @@ public:
     using KeyHandler = std::function<bool(const KeyEvent&)>;
 
     virtual ~WindowSystem() = default;
+    // Stops the process when called anywhere but on the main thread, the one
+    // thread the window system may be used from.
+    virtual void requireMainThread() const = 0;
     virtual std::shared_ptr<Window> keyWindow() const = 0;
     virtual std::shared_ptr<Window> mainWindow() const = 0;
     virtual std::vector<std::shared_ptr<Window>> windows() const = 0;

@@ -54,42 +54,14 @@ std::vector<std::string_view> splitLines(std::string_view text) {
     return lines;
 }
 
-// Compact JSON with sorted keys, every "/" written as "\/" as the platform's
-// JSON encoder does by default, and every character that some reader takes
-// for a line break or a control written as an escape: DEL and the C1
-// controls (U+0085 among them), LINE SEPARATOR and PARAGRAPH SEPARATOR. The
-// C0 controls are escaped by the JSON writer itself. Each of these can only
-// stand inside a string in JSON text, and an escape reads back as the same
-// character, so the hash over the field values still verifies.
+// One compact line in the shared encoding of Support/Json, which escapes
+// every character that a reader could take for a line break.
 std::string encodeLine(const AuditLogEntry& entry) {
     // A non-finite duration has no JSON form.
     if (!std::isfinite(entry.durationMs.value_or(0.0)) || !isValidUtf8(entry.client)) {
         throw writeFailed("Failed to encode audit entry to JSON.");
     }
-    const std::string compact = json::compact(toJson(entry));
-    std::string line;
-    line.reserve(compact.size() + compact.size() / 8 + 1);
-    for (std::size_t i = 0; i < compact.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(compact[i]);
-        const auto next = [&](std::size_t k) {
-            return i + k < compact.size() ? static_cast<unsigned char>(compact[i + k]) : 0u;
-        };
-        if (byte == '/') {
-            line += "\\/";
-        } else if (byte == 0x7F) {
-            line += "\\u007f";
-        } else if (byte == 0xC2 && next(1) >= 0x80 && next(1) <= 0x9F) {
-            line += fmt::format("\\u{:04x}", next(1));
-            i += 1;
-        } else if (byte == 0xE2 && next(1) == 0x80 && (next(2) == 0xA8 || next(2) == 0xA9)) {
-            line += next(2) == 0xA8 ? "\\u2028" : "\\u2029";
-            i += 2;
-        } else {
-            line += compact[i];
-        }
-    }
-    line += '\n';
-    return line;
+    return json::compact(toJson(entry)) + '\n';
 }
 
 // Every line of the log text, decoded, or decodingFailed at the first that
@@ -104,7 +76,7 @@ std::vector<AuditLogEntry> decodeEntries(std::string_view contents) {
         if (unicode::trimmingWhitespaceAndNewlines(line).empty()) continue;
         ++lineNumber;
         try {
-            entries.push_back(auditLogEntryFromJson(Json::parse(line)));
+            entries.push_back(auditLogEntryFromJson(json::parse(line)));
         } catch (const std::exception& decoding) {
             throw AuditLoggerError(Kind::decodingFailed, decoding.what(), lineNumber);
         }

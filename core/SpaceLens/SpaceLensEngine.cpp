@@ -16,9 +16,9 @@ namespace unbulk {
 SpaceLensEngine::SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<FileTypes> fileTypes)
     : fileSystem_(std::move(fileSystem)), fileTypes_(std::move(fileTypes)) {}
 
-SpaceNode SpaceLensEngine::scanDirectory(const FileURL& url, int maxDepth, StopToken stop,
+SpaceNode SpaceLensEngine::scanDirectory(const FileURL& url, std::int64_t maxDepth, StopToken stop,
                                          const ItemProgress& progress) const {
-    return buildNode(url, 0, maxDepth, stop, progress);
+    return buildNode(url, 0, maxDepth, stop, progress, nullptr);
 }
 
 SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& path) const {
@@ -41,35 +41,59 @@ SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& pa
     return measure;
 }
 
-SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int maxDepth, StopToken stop,
-                                     const ItemProgress& progress) const {
-    // The root is taken as asked, links followed; below it a link is a leaf
-    // of its own size, so no walk can loop or leave the tree.
+// The directories open above a node, innermost first, for telling a link
+// that leads back into its own tree.
+struct SpaceLensEngine::Ancestor {
+    Identity identity;
+    const Ancestor* parent = nullptr;
+
+    bool contains(const Identity& other) const {
+        for (const Ancestor* at = this; at != nullptr; at = at->parent) {
+            if (at->identity == other) return true;
+        }
+        return false;
+    }
+};
+
+SpaceNode SpaceLensEngine::buildNode(const FileURL& url, std::int64_t currentDepth, std::int64_t maxDepth,
+                                     StopToken stop, const ItemProgress& progress, const Ancestor* ancestors) const {
+    // Whether something is there, and whether it is a directory, is asked
+    // following links, so a link to a directory opens as that directory and
+    // a dangling link is nothing (and left out by its parent). What is read
+    // about the entry itself (dates, a leaf's sizes, being a package) is the
+    // link's own.
     std::error_code error;
-    const auto followed =
-        currentDepth == 0 ? fileSystem_->status(url.path(), error) : fileSystem_->linkStatus(url.path(), error);
+    const auto followed = fileSystem_->status(url.path(), error);
     if (!followed) throw NoSuchFileError(url.path());
-    const bool isDirectory = followed->kind == FileKind::directory;
-    const bool isPackage = isDirectory && fileSystem_->isPackage(url.path());
+    const auto own = fileSystem_->linkStatus(url.path(), error);
+    const bool isLink = own && own->kind == FileKind::symbolicLink;
+    // A link back to a directory that is open above it would open the same
+    // tree again at every level: it stays a leaf of its own size.
+    const bool loops = isLink && ancestors != nullptr && ancestors->contains(followed->identity());
+    const bool isDirectory = followed->kind == FileKind::directory && !loops;
+    const bool isPackage = isDirectory && !isLink && fileSystem_->isPackage(url.path());
 
     SpaceNode node = SpaceNode::make(FileURL(url.path(), isDirectory), isDirectory);
-    node.lastAccessedDate = followed->accessDate;
-    node.lastModifiedDate = followed->modificationDate;
+    if (own) {
+        node.lastAccessedDate = own->accessDate;
+        node.lastModifiedDate = own->modificationDate;
+    }
 
     if (!isDirectory || (isPackage && currentDepth > 0)) {
         if (isPackage) {
             const Measure measure = recursiveMeasure(url.path());
             node.allocatedSizeBytes = measure.allocated;
             node.logicalSizeBytes = measure.logical;
-        } else if (followed->kind == FileKind::regular || followed->kind == FileKind::symbolicLink) {
-            node.allocatedSizeBytes = followed->allocatedSize;
-            node.logicalSizeBytes = followed->size;
+        } else if (own && (own->kind == FileKind::regular || own->kind == FileKind::symbolicLink)) {
+            node.allocatedSizeBytes = own->allocatedSize;
+            node.logicalSizeBytes = own->size;
         }
         node.itemCount = 1;
         node.fileCategory = FileCategorizer::categorize(node.url, *fileTypes_);
         if (progress) progress(url.path(), node.allocatedSizeBytes);
         return node;
     }
+    const Ancestor here{followed->identity(), ancestors};
 
     const auto entries = fileSystem_->contentsOfDirectory(url.path(), {.skipHiddenFiles = true}, error);
     if (error) {
@@ -93,11 +117,11 @@ SpaceNode SpaceLensEngine::buildNode(const FileURL& url, int currentDepth, int m
                     return;
                 }
                 try {
-                    SpaceNode child = buildNode(childURL, currentDepth + 1, maxDepth, stop, progress);
+                    SpaceNode child = buildNode(childURL, currentDepth + 1, maxDepth, stop, progress, &here);
                     std::lock_guard lock(gathered);
                     children.push_back(std::move(child));
                 } catch (const NoSuchFileError&) {
-                    // Vanished since the listing: left out.
+                    // Vanished since the listing, or a dangling link: left out.
                 } catch (const CancellationError&) {
                     std::lock_guard lock(gathered);
                     cancelled = true;

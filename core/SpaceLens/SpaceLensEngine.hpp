@@ -21,7 +21,9 @@ namespace unbulk {
 // every leaf classified. Below the limit it builds no nodes but still
 // measures everything, so the sizes at the visible level are true. Each
 // opened directory measures its entries in parallel. Hard links count every
-// time they are met; links are never followed below the root.
+// time they are met. At the opened levels a symbolic link to a directory
+// opens as that directory and a dangling one is left out; below them, in the
+// recursive measure, links are not followed.
 class SpaceLensEngine {
 public:
     explicit SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
@@ -30,7 +32,7 @@ public:
     // The root at depth 0. Throws NoSuchFileError when nothing is at `url`, and
     // CancellationError when stop is requested. `progress` hears of every
     // leaf and every measured entry below the opened levels.
-    SpaceNode scanDirectory(const FileURL& url, int maxDepth, StopToken stop = {},
+    SpaceNode scanDirectory(const FileURL& url, std::int64_t maxDepth, StopToken stop = {},
                             const ItemProgress& progress = {}) const;
 
     // Files, package leaves and directories cut off by depth (never an opened
@@ -51,8 +53,9 @@ public:
     Measure recursiveMeasure(const std::string& path) const;
 
 private:
-    SpaceNode buildNode(const FileURL& url, int currentDepth, int maxDepth, StopToken stop,
-                        const ItemProgress& progress) const;
+    struct Ancestor;
+    SpaceNode buildNode(const FileURL& url, std::int64_t currentDepth, std::int64_t maxDepth, StopToken stop,
+                        const ItemProgress& progress, const Ancestor* ancestors) const;
 
     std::shared_ptr<FileSystem> fileSystem_;
     std::shared_ptr<FileTypes> fileTypes_;

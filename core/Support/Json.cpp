@@ -1,11 +1,56 @@
 #include "Support/Json.hpp"
 
+#include <stdexcept>
+
+#include <fmt/format.h>
+
 namespace unbulk::json {
+namespace {
+
+// Every "/" written as "\/", as the platform's JSON encoder does by default,
+// and every character that some reader takes for a line break or a control
+// written as an escape: DEL and the C1 controls (U+0085 among them), LINE
+// SEPARATOR and PARAGRAPH SEPARATOR. The C0 controls are escaped by the JSON
+// writer itself. Each of these can only stand inside a string in JSON text,
+// and an escape reads back as the same character, so the value is unchanged.
+std::string escaped(const std::string& text) {
+    std::string out;
+    out.reserve(text.size() + text.size() / 8);
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const auto next = [&](std::size_t k) {
+            return i + k < text.size() ? static_cast<unsigned char>(text[i + k]) : 0u;
+        };
+        if (byte == '/') {
+            out += "\\/";
+        } else if (byte == 0x7F) {
+            out += "\\u007f";
+        } else if (byte == 0xC2 && next(1) >= 0x80 && next(1) <= 0x9F) {
+            out += fmt::format("\\u{:04x}", next(1));
+            i += 1;
+        } else if (byte == 0xE2 && next(1) == 0x80 && (next(2) == 0xA8 || next(2) == 0xA9)) {
+            out += next(2) == 0xA8 ? "\\u2028" : "\\u2029";
+            i += 2;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+Json parse(std::string_view text) {
+    if (const auto at = text.find('\0'); at != std::string_view::npos) {
+        throw std::invalid_argument("syntax error at byte " + std::to_string(at + 1) + ": a NUL byte is not JSON");
+    }
+    return Json::parse(text);
+}
 
 // Invalid UTF-8 (a file name on Linux may hold any bytes) is replaced rather
 // than thrown on, so that one odd name cannot sink a whole report.
-std::string pretty(const Json& value) { return value.dump(2, ' ', false, Json::error_handler_t::replace); }
+std::string pretty(const Json& value) { return escaped(value.dump(2, ' ', false, Json::error_handler_t::replace)); }
 
-std::string compact(const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
+std::string compact(const Json& value) { return escaped(value.dump(-1, ' ', false, Json::error_handler_t::replace)); }
 
 } // namespace unbulk::json

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -14,11 +15,23 @@ namespace unbulk {
 
 namespace json {
 
-// Pretty-printed (two-space indent), sorted keys: command output and tool results.
+// Both writers share one encoding rule: "/" is written "\/" (the platform
+// encoder's default), and DEL, the C1 controls, LINE SEPARATOR and PARAGRAPH
+// SEPARATOR are escaped as well, so that no line-oriented reader breaks a
+// line inside a string.
+
+// Pretty-printed (two-space indent), sorted keys: command output, tool
+// results and the rule file.
 std::string pretty(const Json& value);
 
 // One line, sorted keys: MCP messages and audit lines.
 std::string compact(const Json& value);
+
+// One whole JSON text. A NUL byte anywhere is refused, as bytes that are not
+// JSON: the reader would otherwise take it for the end of the input and
+// quietly ignore whatever follows it. Throws nlohmann::json::parse_error, or
+// std::invalid_argument for a NUL.
+Json parse(std::string_view text);
 
 // Writes the key only when the optional holds a value; an absent optional
 // never becomes null.

@@ -6,7 +6,7 @@ namespace unbulk {
 
 NoSuchFileError::NoSuchFileError(const std::string& missingPath)
     : std::runtime_error("The file \u201C" + paths::lastComponent(missingPath) +
-                         "\u201D couldn\u2019t be opened because there is no such file. (" + missingPath + ")"),
+                         "\u201D couldn\u2019t be opened because there is no such file."),
       path(missingPath) {}
 
 } // namespace unbulk

@@ -159,6 +159,12 @@ std::string lowercased(std::string_view text) {
     return mapScalars(text, [](char32_t scalar, char32_t) { return lower(scalar); });
 }
 
+std::string uppercased(std::string_view text) {
+    return mapScalars(text, [](char32_t scalar, char32_t) {
+        return static_cast<char32_t>(utf8proc_toupper(static_cast<utf8proc_int32_t>(scalar)));
+    });
+}
+
 std::string capitalized(std::string_view text) {
     return mapScalars(text, [](char32_t scalar, char32_t previous) {
         const bool wordStart = previous == 0 || isWhitespaceOrNewline(previous);
@@ -174,6 +180,18 @@ std::string caseFolded(std::string_view text) {
         utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()), static_cast<utf8proc_ssize_t>(text.size()),
                      &folded, static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD));
     if (length < 0) return std::string(text);
+    std::string out(reinterpret_cast<const char*>(folded), static_cast<std::size_t>(length));
+    std::free(folded);
+    return out;
+}
+
+std::string caseFoldedWithoutMarks(std::string_view text) {
+    if (!isAscii(text) && !scalars(text)) return asciiLowercased(text);
+    utf8proc_uint8_t* folded = nullptr;
+    const auto length = utf8proc_map(
+        reinterpret_cast<const utf8proc_uint8_t*>(text.data()), static_cast<utf8proc_ssize_t>(text.size()), &folded,
+        static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD | UTF8PROC_STRIPMARK));
+    if (length < 0) return caseFolded(text);
     std::string out(reinterpret_cast<const char*>(folded), static_cast<std::size_t>(length));
     std::free(folded);
     return out;

@@ -43,6 +43,11 @@ void appendUtf8(std::string& out, char32_t scalar);
 // the Unicode data: one scalar each). Bytes that are not valid UTF-8 stay.
 std::string lowercased(std::string_view text);
 
+// The text with every scalar mapped to its upper case, by the same simple
+// mapping ("\u017F", LONG S, is "S"; "\u00DF" stays, having no one-scalar
+// upper case). Bytes that are not valid UTF-8 stay.
+std::string uppercased(std::string_view text);
+
 // Each word's first scalar in title case and every other scalar in lower
 // case, a word being what spaces, tabs and line breaks delimit ("élan
 // vital" is "Élan Vital"). Bytes that are not valid UTF-8 stay.
@@ -53,6 +58,11 @@ std::string capitalized(std::string_view text);
 // to "s") on the composed form. Bytes that are not valid UTF-8 stay, with
 // ASCII letters lowered.
 std::string caseFolded(std::string_view text);
+
+// caseFolded with the combining marks taken away after decomposition
+// ("\u00C9clair" is "eclair", "\u00F1" is "n"): the letters a reader sorts by.
+// Bytes that are not valid UTF-8 stay, with ASCII letters lowered.
+std::string caseFoldedWithoutMarks(std::string_view text);
 
 // What a name looks like, for refusing look-alikes of protected names: the
 // compatibility-composed, case-folded text (fullwidth and ligature forms

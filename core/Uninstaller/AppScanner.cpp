@@ -7,6 +7,7 @@
 
 #include <tbb/task_group.h>
 
+#include "Platform/LocalizedCompare.hpp"
 #include "Platform/PropertyList.hpp"
 #include "Platform/InodeSet.hpp"
 #include "Platform/TreeMeasure.hpp"
@@ -80,7 +81,7 @@ std::vector<InstalledApp> AppScanner::scanInstalledApps(bool includeSystemApps, 
     std::lock_guard lock(gathered);
     if (cancelled) throw CancellationError{};
     std::stable_sort(apps.begin(), apps.end(), [](const InstalledApp& a, const InstalledApp& b) {
-        return unicode::caseFolded(a.displayName) < unicode::caseFolded(b.displayName);
+        return localizedCaseInsensitiveCompare(a.displayName, b.displayName) < 0;
     });
     return apps;
 }

@@ -119,9 +119,9 @@ private:
         const auto entries = list(directory, ok);
         if (!ok) return;
         for (const auto& entry : entries) {
-            for (const auto& group : c.appGroupIds) {
-                // A team-prefixed container is named "<team>.<group>".
-                if (entry.name.ends_with("." + group) || entry.name == "group." + group) {
+            for (const auto& id : c.candidateBundleIds) {
+                // A team-prefixed container is named "<team>.<identifier>".
+                if (entry.name.ends_with("." + id) || entry.name == "group." + id) {
                     appendIfValid(paths::appending(directory, entry.name), DependencyLocation::groupContainers);
                 }
             }
@@ -290,7 +290,7 @@ DependencyResolver::SearchCandidates DependencyResolver::makeCandidates(const In
     const std::vector<std::string> pieces = text::splitNonEmpty(id, '.');
     if (pieces.size() >= 3) {
         const std::string& last = pieces.back();
-        if (last.size() > 2) names.insert(last);
+        if (unicode::graphemeClusters(last).size() > 2) names.insert(last);
         const std::string vendor = unicode::capitalized(pieces[1]);
         c.vendorSubpaths.insert(vendor + "/" + last);
         if (!name.empty() && name != last) c.vendorSubpaths.insert(vendor + "/" + name);

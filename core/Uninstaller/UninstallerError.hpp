@@ -6,7 +6,7 @@
 namespace unbulk {
 
 // The guard's refusals, and the bundle that would not go. Four more cases
-// stand ready in the wording table and are raised by nothing.
+// stand ready with their wording and are raised by nothing here.
 struct UninstallerError : std::runtime_error {
     enum class Kind {
         applicationNotFound,
@@ -18,9 +18,13 @@ struct UninstallerError : std::runtime_error {
         deletionFailed,
     };
 
+    static UninstallerError applicationNotFound(const std::string& path);
+    static UninstallerError bundleInspectionFailed(const std::string& path, const std::string& reason);
     static UninstallerError protectedSystemApp(const std::string& bundleIdentifier, const std::string& path,
                                                const std::string& reason);
     static UninstallerError applicationRunning(const std::string& bundleIdentifier, const std::string& name);
+    static UninstallerError uninstallationFailed(const std::string& path, const std::string& underlyingError);
+    static UninstallerError permissionDenied(const std::string& path);
     static UninstallerError deletionFailed(const std::string& path, const std::string& reason);
 
     Kind kind;
@@ -44,6 +48,8 @@ struct AppUninstallerError : std::runtime_error {
     static AppUninstallerError applicationIsRunning(const std::string& name, const std::string& bundleId);
     static AppUninstallerError applicationNotFound(const std::string& text);
     static AppUninstallerError uninstallationBlocked(const std::string& reason);
+    static AppUninstallerError pipelineFailure(const std::string& text);
+    static AppUninstallerError deletionFailed(const std::string& path, const std::string& reason);
 
     Kind kind;
 

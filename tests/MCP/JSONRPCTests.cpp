@@ -19,7 +19,7 @@ TEST(JSONValueTest, DecodesEachCaseAndEncodesBackToEqualJson) {
 
 // Integer and string ids go through whole sessions in McpProtocolTest.
 TEST(JSONRPCIdTest, NothingButIntegersAndStrings) {
-    for (const char* bad : {"1.5", "true", "null", "[1]", "{}"}) {
+    for (const char* bad : {"1.5", "true", "null", "[1]", "{}", "9223372036854775808", "18446744073709551615"}) {
         try {
             jsonRpcIdFromJson(Json::parse(bad));
             ADD_FAILURE() << bad << " read as an id";
@@ -27,6 +27,8 @@ TEST(JSONRPCIdTest, NothingButIntegersAndStrings) {
             EXPECT_STREQ(error.what(), "Expected String or Int id") << bad;
         }
     }
+    EXPECT_EQ(jsonRpcIdFromJson(Json::parse("9223372036854775807")), JSONRPCId{INT64_MAX});
+    EXPECT_EQ(jsonRpcIdFromJson(Json::parse("-9223372036854775808")), JSONRPCId{INT64_MIN});
 }
 
 TEST(JSONRPCRequestTest, MethodAndVersionAreRequiredButTheVersionIsNotTestedAndNullsReadAsAbsent) {

@@ -1,3 +1,4 @@
+#include <array>
 #include <filesystem>
 #include <fstream>
 
@@ -32,6 +33,83 @@ struct MCPToolsTest : ::testing::Test {
     }
     TempHome home;
 };
+
+// The table an agent reads, word for word; properties are name, type, description.
+TEST(MCPToolTableTest, NamesDescriptionsSchemasAndRequiredListsStandAsPublished) {
+    using Properties = std::vector<std::array<const char*, 3>>;
+    const struct { const char* name; const char* description; Properties properties; std::vector<const char*> required; }
+        rows[] = {
+            {"scan_storage",
+             "Scans disk storage across developer bloat, AI model caches, system junk, and orphaned VM disks. Strictly "
+             "read-only.",
+             {{"categories", "array",
+               "Optional list of categories to scan: uvCache, npmBunCache, pipCondaCache, huggingFaceWhisperModels, "
+               "orphanedDockerVM, xcodeDerivedData, xcodeSimulators, strayNodeModules, systemCaches, systemLogs, "
+               "crashReports, mailDownloads"},
+              {"min_size_mb", "number", "Minimum item size in megabytes to include in results (default: 0)"}},
+             {}},
+            {"clean_storage",
+             "Safely cleans scanned storage items or specified paths using Trash-first safety and audit logging. In "
+             "dry-run mode, computes unbulked bytes without touching files.",
+             {{"categories", "array", "Categories to clean (e.g. uvCache, orphanedDockerVM)"},
+              {"paths", "array", "Specific file or directory paths to clean"},
+              {"dry_run", "boolean", "If true, simulates cleanup without modifying disk (default: true)"},
+              {"permanent", "boolean", "If true and confirmed, purges permanently bypassing Trash (default: false)"}},
+             {}},
+            {"inspect_directory",
+             "Performs high-speed hierarchical directory breakdown by physical and logical storage size.",
+             {{"path", "string", "Absolute path of the directory to inspect"},
+              {"depth", "integer", "Maximum search depth (default: 3)"}},
+             {"path"}},
+            {"list_apps",
+             "Lists installed applications in /Applications and ~/Applications along with orphaned leftovers from "
+             "previously deleted apps.",
+             {{"include_leftovers", "boolean", "Include orphaned leftover files from deleted apps (default: true)"}},
+             {}},
+            {"uninstall_app",
+             "Completely uninstalls an application by moving its bundle, preferences, Application Support, caches, "
+             "and LaunchAgents to macOS Trash.",
+             {{"bundle_id_or_name", "string",
+               "Bundle identifier (e.g. com.docker.docker) or display name (e.g. Docker)"},
+              {"dry_run", "boolean", "Simulate uninstallation without trashing files (default: true)"},
+              {"force", "boolean", "Force uninstall even if application is running (default: false)"}},
+             {"bundle_id_or_name"}},
+            {"get_system_vitals",
+             "Returns real-time Mach kernel CPU percentage, memory pressure status, free disk capacity, battery "
+             "health, and thermal state.",
+             {},
+             {}},
+            {"list_rules", "Returns all active built-in and dynamic cleanup rules from the rule registry.", {}, {}},
+            {"register_rule",
+             "Dynamically registers a newly synthesized cleanup rule after validating with SandboxValidator.",
+             {{"id", "string", "Unique alphanumeric rule ID (e.g. custom_mlx_models)"},
+              {"name", "string", "Human-readable rule name"},
+              {"pattern", "string", "Path pattern relative to home (e.g. ~/.cache/mlx/*)"},
+              {"category", "string", "Storage category: huggingFaceWhisperModels, developerArtifacts, etc."},
+              {"risk_tier", "string", "Risk tier: SAFE_TO_DELETE, REVIEW_REQUIRED, KEEP"},
+              {"description", "string", "Optional description"}},
+             {"id", "name", "pattern", "category", "risk_tier"}},
+            {"inspect_anomalies",
+             "Detects uncataloged heavy directories in ~/.cache and ~/Library that don't match existing cleanup "
+             "rules.",
+             {{"min_size_mb", "number", "Minimum directory size in megabytes to trigger anomaly (default: 100)"}},
+             {}},
+        };
+    const std::vector<MCPTool> tools = MCPTools::listTools();
+    ASSERT_EQ(tools.size(), std::size(rows));
+    for (std::size_t i = 0; i < tools.size(); ++i) {
+        const auto& row = rows[i];
+        Json properties = Json::object();
+        for (const auto& [name, type, description] : row.properties) {
+            properties[name] = {{"type", type}, {"description", description}};
+            if (std::string_view(type) == "array") properties[name]["items"] = {{"type", "string"}};
+        }
+        Json schema{{"type", "object"}, {"properties", properties}};
+        if (!row.required.empty()) schema["required"] = row.required;
+        EXPECT_EQ(toJson(tools[i]), (Json{{"name", row.name}, {"description", row.description}, {"inputSchema", schema}}))
+            << row.name;
+    }
+}
 
 TEST_F(MCPToolsTest, ScanStorageFiltersByCategoryAndSize) {
     home.writeFile(".npm/_cacache/content-v2/blob", 5000);
@@ -74,7 +152,7 @@ TEST_F(MCPToolsTest, CleanStorageIsADryRunUnlessToldOtherwiseAndPermanentAlonePu
 
 TEST_F(MCPToolsTest, RegisterRuleStoresTheRuleWhichANewListDoesNotShow) {
     const auto result = call("register_rule", R"({"id":"custom_mlx","name":"MLX","pattern":"~/.cache/mlx/*",
-        "category":"aiModelWeights","risk_tier":"safe_to_delete"})");
+        "category":"aiModelWeights","risk_tier":"\u017Fafe_to_delete"})"); // LONG S upper-cases to S
     EXPECT_FALSE(result.isError);
     EXPECT_EQ(result.content.at(0).text, "Successfully registered rule 'custom_mlx' matching pattern '~/.cache/mlx/*'");
     std::ifstream in(home.at(".unbulk/rules.json"));

@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <map>
 
 #include <gtest/gtest.h>
 
@@ -66,6 +67,25 @@ TEST_F(StartupManagerTest, RatesAndSortsItemsFromEveryDirectory) {
                                      "com.acme.off LOW DISABLED off"}));
     EXPECT_EQ(std::tuple(items[1].name, items[1].targetExecutablePath, items[0].type, items[0].requiresAdministrator),
               std::tuple(std::string("agent"), program, StartupType::systemLaunchAgent, true));
+}
+
+// KeepAlive counts with any value at all; ProgramArguments only as an array of strings.
+TEST_F(StartupManagerTest, ReadsKeepAliveOfAnyTypeAndOnlyStringArgumentsFromTheHomeByItself) {
+    const auto xml = [](const std::string& body) {
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" + body + "</dict></plist>";
+    };
+    home.writeFile("Library/LaunchAgents/a.date.plist", xml("<key>KeepAlive</key><date>2024-01-01T00:00:00Z</date>"));
+    home.writeFile("Library/LaunchAgents/b.data.plist", xml("<key>KeepAlive</key><data>AA==</data>"));
+    home.writeFile("Library/LaunchAgents/c.mixed.plist",
+                   xml("<key>ProgramArguments</key><array><string>/nowhere/tool</string><integer>3</integer></array>"));
+    std::map<std::string, std::string> found;
+    for (const auto& item : StartupManager(makeDefaultFileSystem(), runner).listStartupItems()) {
+        if (item.type != StartupType::userLaunchAgent) continue; // the machine's own /Library may hold some
+        found[item.label] = std::string(rawValue(item.impact)) + " " + std::string(rawValue(item.status)) +
+                            (item.targetExecutablePath ? " " + *item.targetExecutablePath : "");
+    }
+    EXPECT_EQ(found, (std::map<std::string, std::string>{
+                         {"a.date", "HIGH ENABLED"}, {"b.data", "HIGH ENABLED"}, {"c.mixed", "LOW ENABLED"}}));
 }
 
 TEST_F(StartupManagerTest, TogglingRenamesAndAsksLaunchctlInTheRightOrder) {

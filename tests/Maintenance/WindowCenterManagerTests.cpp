@@ -1,4 +1,5 @@
 #include <array>
+#include <stdexcept>
 
 #include <gtest/gtest.h>
 
@@ -32,6 +33,10 @@ struct FakeWindow final : Window {
 };
 
 struct FakeWindowSystem final : WindowSystem {
+    // Off the main thread, the real one stops the process; this one throws.
+    void requireMainThread() const override {
+        if (offMainThread) throw std::logic_error("off the main thread");
+    }
     std::shared_ptr<Window> keyWindow() const override { return key; }
     std::shared_ptr<Window> mainWindow() const override { return main; }
     std::vector<std::shared_ptr<Window>> windows() const override { return all; }
@@ -43,6 +48,7 @@ struct FakeWindowSystem final : WindowSystem {
     std::shared_ptr<Window> key, main;
     std::vector<std::shared_ptr<Window>> all;
     std::vector<WindowSystem::KeyHandler> handlers;
+    bool offMainThread = false;
 };
 
 KeyEvent key(std::uint64_t flags, std::uint16_t code = 8, std::string chars = "c", std::uint64_t type = 10) {
@@ -125,6 +131,27 @@ TEST(WindowCenterManagerTest, TheMonitorIsInstalledOnceAndSwallowsOnlyTheShortcu
     // The manager is gone: its handler lets every event through.
     ASSERT_EQ(system->handlers.size(), 2u);
     EXPECT_EQ(system->handlers[1], nullptr); // removed when the manager went
+}
+
+TEST(WindowCenterManagerTest, EveryEntryAndTheKeyHandlerRequireTheMainThread) {
+    auto system = std::make_shared<FakeWindowSystem>();
+    auto window = std::make_shared<FakeWindow>();
+    system->key = window;
+    WindowCenterManager manager(system);
+    manager.startMonitoring();
+    system->offMainThread = true;
+    EXPECT_THROW(manager.startMonitoring(), std::logic_error);
+    EXPECT_THROW(manager.stopMonitoring(), std::logic_error);
+    EXPECT_THROW(manager.centerActiveWindow(false), std::logic_error);
+    EXPECT_THROW(manager.resolveTargetWindow(), std::logic_error);
+    EXPECT_THROW(manager.center(*window, false), std::logic_error);
+    EXPECT_THROW(system->handlers.at(0)(key(0x840000)), std::logic_error);
+    EXPECT_EQ(window->origin, (WindowPoint{0, 0})) << "nothing moved off the main thread";
+    system->offMainThread = false;
+}
+
+TEST(WindowCenterManagerTest, TheSharedManagerIsOneInstance) {
+    EXPECT_EQ(&WindowCenterManager::shared(), &WindowCenterManager::shared());
 }
 
 } // namespace

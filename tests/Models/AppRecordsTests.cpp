@@ -35,5 +35,39 @@ TEST(AppRecordsTest, AFootprintCountsTheBundleOnceAndProtectionOutranksRunning) 
     EXPECT_TRUE(AppFootprint::make(app(), {}).canUninstall);
 }
 
+TEST(AppRecordsTest, EveryRecordReadsBackWhatItWroteInBothDateFormsAndNeedsItsRequiredKeys) {
+    InstalledApp full = app();
+    full.shortVersion = "1.2";
+    full.architecture = "arm64";
+    full.iconURL = FileURL("/Applications/X.app/Contents/Resources/X.icns");
+    full.appGroupIdentifiers = std::vector<std::string>{"group.x"};
+    ResolvedDependency logs = dependency("/h/Library/Logs/X", DependencyLocation::logs, 10);
+    logs.lastModifiedDate = Date(std::chrono::seconds(1'700'000'000));
+    const AppFootprint footprint = AppFootprint::make(full, {logs});
+    const AppLeftover leftover = AppLeftover::make({.candidateAppName = "Gone", .bundleIdentifier = "com.gone",
+                                                    .url = FileURL("/h/Library/Caches/com.gone"),
+                                                    .location = DependencyLocation::caches, .allocatedSizeBytes = 7,
+                                                    .lastModifiedDate = logs.lastModifiedDate, .confidence = 0.95,
+                                                    .orphanReason = "r", .suggestedRiskTier = RiskTier::safeToDelete});
+    const UninstallSummary summary{.appName = "X", .bundleIdentifier = "com.acme.x", .bundleURL = full.bundleURL,
+                                   .deletedURLs = {full.bundleURL}, .unbulkedAllocatedBytes = 4096, .dryRun = true,
+                                   .records = {TrashItemRecord{.sourceURL = full.bundleURL,
+                                                               .sourcePath = full.bundleURL.path()}},
+                                   .timestamp = Date(std::chrono::seconds(1'700'000'000))};
+    for (const DateEncoding dates : {DateEncoding::iso8601, DateEncoding::secondsSinceReferenceDate}) {
+        EXPECT_EQ(appFootprintFromJson(toJson(footprint, dates)), footprint);
+        EXPECT_EQ(appLeftoverFromJson(toJson(leftover, dates)), leftover);
+        EXPECT_EQ(uninstallSummaryFromJson(toJson(summary, dates)), summary);
+    }
+    EXPECT_EQ(toJson(logs)["location"], "CRASH_REPORTS"); // logs is the same place as crash reports
+
+    Json missing = toJson(full);
+    missing.erase("isProtected");
+    EXPECT_ANY_THROW(installedAppFromJson(missing));
+    Json odd = toJson(footprint);
+    odd["itemCountByLocation"] = Json::parse(R"(["CACHES"])");
+    EXPECT_ANY_THROW(appFootprintFromJson(odd));
+}
+
 } // namespace
 } // namespace unbulk

@@ -249,6 +249,10 @@ TEST_F(PosixFileSystemTest, ATreeOneHundredThousandDeepIsWalkedMeasuredAndRemove
 TEST_F(PosixFileSystemTest, PackagesAreDirectoriesWithAPackageExtensionAndHomeIsAbsolute) {
     // The walk above sees a package directory as one; a file is never one, whatever its name.
     EXPECT_FALSE(fs.isPackage(home.writeFile("Fake.app", "not a directory")));
+    // Common developer packages besides applications, whatever the case of their extension.
+    for (const char* name : {"App.dSYM", "Disk.sparsebundle", "Build.xcarchive", "Run.xcresult", "Unit.xctest"})
+        EXPECT_TRUE(fs.isPackage(home.makeDirectory(name))) << name;
+    EXPECT_FALSE(fs.isPackage(home.makeDirectory("Plain.folder")));
 
     // The home directory is HOME only when it is absolute. The fixture's TempHome puts HOME back afterwards.
     ::setenv("HOME", (home.path() + "//sub/../").c_str(), 1);

@@ -63,7 +63,9 @@ TEST_F(RuleRegistryTest, RegisterWritesAPrettySortedCatalogAndKeepsABuiltInClaim
 
     const std::string text = storedText().value();
     const Json document = Json::parse(text);
-    EXPECT_EQ(text, document.dump(2)); // two-space indentation, keys sorted at every level
+    // Two-space indentation, keys sorted at every level, "/" written "\/".
+    EXPECT_EQ(text, json::pretty(document));
+    EXPECT_NE(text.find(R"("~\/.cache\/mlx\/**")"), std::string::npos);
     EXPECT_EQ(document["version"], 1);
     const auto catalog = ruleCatalogFromJson(document);
     EXPECT_EQ(idsOf(catalog.rules), (Strings{claimed.id, rule.id}));

@@ -120,8 +120,10 @@ TEST(AuditLoggerTest, AGarbageLineFailsReadRecordAndVerifyWithItsLine) {
     Fixture f;
     f.recordOne();
     const std::string good = f.lines()[0];
-    // Not JSON, then JSON that is not an entry; blank lines do not count.
-    for (const std::string garbage : {"garbage", R"({"not": "an entry"})"}) {
+    // Not JSON, JSON that is not an entry, and an entry with bytes behind a
+    // NUL (which must not end the line early); blank lines do not count.
+    for (const std::string& garbage : {std::string("garbage"), std::string(R"({"not": "an entry"})"),
+                                      good + std::string(1, '\0') + "junk"}) {
         const std::string before = "\n" + good + "\n\n" + garbage + "\n" + good + "\n";
         f.home.writeFile(".unbulk/audit.jsonl", before);
         // The parser's own reason follows the line number.

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <ranges>
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include "Rules/CacheDirTagDetector.hpp"
 #include "Rules/RuleRegistry.hpp"
 #include "Scanner/AnomalyDetector.hpp"
+#include "support/ForwardingFileSystem.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -50,6 +52,7 @@ TEST_F(AnomalyDetectorTest, DecidesByTagKeywordsHashNamesAndFileCount) {
         {"tmp", false, false, 501, 0.7499999999999999, R::safeToDelete, C::unknownAnomaly},
         {"tmp", false, false, 3, 0.6499999999999999, R::reviewRequired, C::unknownAnomaly},
         {"blobs", false, true, 501, 0.65, R::reviewRequired, C::unknownAnomaly},
+        {"blobs", false, true, 3, 0.55, R::reviewRequired, C::unknownAnomaly},
         {"photos", false, false, 501, std::nullopt, R::keep, C::unknownAnomaly},
     };
     for (const auto& row : rows) {
@@ -73,6 +76,52 @@ TEST_F(AnomalyDetectorTest, DecidesByTagKeywordsHashNamesAndFileCount) {
 }
 
 
+// What a person reads about a find: the tag's comment, or the keywords matched.
+TEST_F(AnomalyDetectorTest, DescribesEachFindByItsTagOrItsKeywords) {
+    tag(".cache/tagged", "tool");
+    tag(".cache/PhotoStore", std::nullopt);
+    home.writeFile(".cache/Downloads/file", "x");
+    home.writeFile(".cache/objects/" + std::string(64, 'a'), "x");
+    std::map<std::string, std::tuple<std::string, std::optional<std::string>, std::vector<std::string>>> found;
+    for (const auto& a : detect())
+        found[a.url.lastComponent()] = {a.anomalyDescription, a.tagApplicationComment, a.matchedKeywords};
+    using Keywords = std::vector<std::string>;
+    const std::string comment = "This file is a cache directory tag created by tool.";
+    EXPECT_EQ(found, (decltype(found){
+                         {"tagged", {"Authoritative cache tagged with CACHEDIR.TAG standard (" + comment + ").",
+                                     comment, Keywords{}}},
+                         {"PhotoStore", {"Authoritative cache tagged with CACHEDIR.TAG standard (photostore).",
+                                         std::nullopt, Keywords{}}},
+                         {"Downloads", {"Untracked heavy storage directory matching cache heuristics (keywords: "
+                                        "download, downloads).",
+                                        std::nullopt, Keywords{"download", "downloads"}}},
+                         {"objects", {"Untracked heavy storage directory matching cache heuristics (keywords: ).",
+                                      std::nullopt, Keywords{}}},
+                     }));
+}
+
+// Lists a directory in name order, so that a test can say which names come first.
+struct SortedListing final : testing::ForwardingFileSystem {
+    std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
+                                                    std::error_code& error) const override {
+        auto entries = ForwardingFileSystem::contentsOfDirectory(path, options, error);
+        std::ranges::sort(entries, {}, &DirectoryEntry::name);
+        return entries;
+    }
+};
+
+TEST_F(AnomalyDetectorTest, OnlyTheFirstTwentyNamesAreLookedAtForHashes) {
+    fileSystem = std::make_shared<SortedListing>();
+    for (const int others : {19, 20}) {
+        SCOPED_TRACE(others);
+        TempHome rowHome;
+        homeURL = FileURL(rowHome.path(), true);
+        registry = std::make_shared<RuleRegistry>(std::nullopt, homeURL, fileSystem);
+        for (int i = 0; i < others; ++i) rowHome.writeFile(fmt::format(".cache/blobs/a{:02}", i), "x");
+        rowHome.writeFile(".cache/blobs/" + std::string(40, 'f') + ".bin", "x"); // listed last
+        EXPECT_EQ(detect().size(), others < 20 ? 1u : 0u);
+    }
+}
 
 TEST_F(AnomalyDetectorTest, SizeBelowTheMinimumYieldsNothingEvenWithATag) {
     tag(".cache/small", "tool");

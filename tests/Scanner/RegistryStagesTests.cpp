@@ -69,6 +69,17 @@ TEST_F(RegistryStagesTest, AnomaliesAloneRunTheAnomalyStageAndTheRuleStageOnThat
     EXPECT_EQ(items.at("custom.stuff").path, home.at("stuff"));
 }
 
+TEST_F(RegistryStagesTest, TheAnomalyStageRunsOnlyForAnomaliesOrDynamicRules) {
+    home.allocateFile(".cache/modelcache/blob", 101 * MiB);
+    for (const auto& [categories, runs] : std::vector<std::pair<CategorySet, bool>>{
+             {{C::unknownAnomaly}, true}, {{C::dynamicRule}, true}, {{C::developerCache, C::systemCaches}, false}}) {
+        bool anomalyFound = false;
+        for (const auto& item : engine().scan(categories).items)
+            anomalyFound = anomalyFound || item.ruleId == "dynamic.anomaly.modelcache";
+        EXPECT_EQ(anomalyFound, runs) << ::testing::PrintToString(categories);
+    }
+}
+
 TEST_F(RegistryStagesTest, BuiltInRulesTheTargetsServeAreLeftToThemAndTheOthersResolveOnDisk) {
     home.writeFile(".npm/_cacache/index", "npm");
     home.writeFile("go/pkg/mod/cache/download/x", "go module");

@@ -71,14 +71,21 @@ TEST_F(SpaceLensEngineTest, PackagesBelowTheRootAreLeaves) {
     EXPECT_EQ(std::pair(app.itemCount, app.logicalSizeBytes), std::pair(1L, 10000L));
 }
 
-TEST_F(SpaceLensEngineTest, LinksBelowTheRootAreLeavesOfTheirOwnSize) {
-    home.writeFile("elsewhere/huge.bin", 50000);
+TEST_F(SpaceLensEngineTest, LinksOpenWhereTheyLeadAtOpenedLevelsAndDanglingOnesAreLeftOut) {
+    home.writeFile("elsewhere/sub/huge.bin", 50000);
+    home.makeSymlink("elsewhere/sub/inner-link", home.at("elsewhere")); // below the limit: not followed
     home.makeSymlink("t/link", home.at("elsewhere"));
+    home.makeSymlink("t/dangling", home.at("nowhere"));
+    home.makeSymlink("t/back", home.at("t")); // leads into its own tree: not opened again
     home.writeFile("t/file.bin", 10);
-    const SpaceNode root = scan("t", 3);
-    EXPECT_FALSE(byName(root).at("link")->children);
-    EXPECT_LT(root.logicalSizeBytes, 50000);
-    EXPECT_EQ(root.itemCount, 2);
+    const SpaceNode root = scan("t", 2);
+    const auto children = byName(root);
+    EXPECT_FALSE(children.contains("dangling"));
+    const SpaceNode& link = *children.at("link");
+    EXPECT_TRUE(link.isDirectory);
+    ASSERT_TRUE(link.children);
+    EXPECT_EQ(std::tuple(link.logicalSizeBytes, link.itemCount), std::tuple(50000L, 2L)); // the file and the inner link
+    EXPECT_FALSE(children.at("back")->children);
 }
 
 TEST_F(SpaceLensEngineTest, UnreadableDirectoriesAreEmptyAndACancelledScanFails) {

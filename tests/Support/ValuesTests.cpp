@@ -59,6 +59,13 @@ TEST(JsonTest, SortedOutputAndInvalidUtf8ReplacedNotThrown) {
     EXPECT_NO_THROW(json::pretty(value));
 }
 
+// Command output, tool results and audit lines read the same to a consumer.
+TEST(JsonTest, BothWritersEscapeSlashesAndLineBreakingCharactersAlike) {
+    const Json value{{"p", "/a\x7F\xC2\x85\xE2\x80\xA8"}};
+    EXPECT_EQ(json::compact(value), R"({"p":"\/a\u007f\u0085\u2028"})");
+    EXPECT_EQ(json::pretty(value), "{\n  \"p\": \"\\/a\\u007f\\u0085\\u2028\"\n}");
+}
+
 TEST(CancellationTest, StopEndsTheSleepAtOnce) {
     StopSource source;
     std::thread stopper([&source] { std::this_thread::sleep_for(milliseconds{50}); source.requestStop(); });

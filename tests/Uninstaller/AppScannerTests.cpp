@@ -42,6 +42,15 @@ TEST_F(AppScannerTest, FindsBundlesTwoLevelsDownOnceEachAndNeverInsideOne) {
     EXPECT_EQ(scanner().scanInstalledApps(true).size(), 5u);
 }
 
+// A person's order: an accented first letter sorts with its letter, case is ignored.
+TEST_F(AppScannerTest, ListsByDisplayNameAsAPersonReadsIt) {
+    for (const char* name : {"Zed", "\u00C9clair", "apple", "Dock"})
+        makeBundle(home, std::string("Applications/") + name + ".app", Json::object());
+    std::vector<std::string> found;
+    for (const auto& app : scanner().scanInstalledApps(false)) found.push_back(app.displayName);
+    EXPECT_EQ(found, (std::vector<std::string>{"apple", "Dock", "\u00C9clair", "Zed"}));
+}
+
 TEST_F(AppScannerTest, ReadsInfoPlistsInBothFormatsAndFallsBackWithout) {
     const Json info{{"CFBundleIdentifier", "com.acme.editor"}, {"CFBundleName", "EditorName"},
                     {"CFBundleDisplayName", "Editor Pro"},      {"CFBundleShortVersionString", "2.1"},

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Platform/Trash.hpp"
 #include "Uninstaller/AppUninstaller.hpp"
 #include "Uninstaller/UninstallerError.hpp"
 #include "support/AppBundles.hpp"
@@ -10,8 +11,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct AppUninstallerTest : ::testing::Test {
-    AppUninstallerTest() {
+// Acme installed in a temporary home, with a cache and its preferences.
+struct AcmeInstalled {
+    AcmeInstalled() {
         bundle = testing::makeBundle(home, "Applications/Acme.app", {{"CFBundleIdentifier", "com.acme.app"}});
         home.writeFile("Applications/Acme.app/Contents/MacOS/Acme", "binary");
         home.writeFile("Library/Caches/com.acme.app/cache.db", "cache");
@@ -30,6 +32,8 @@ struct AppUninstallerTest : ::testing::Test {
     FileURL homeURL{home.path(), true};
     std::string bundle;
 };
+
+struct AppUninstallerTest : ::testing::Test, AcmeInstalled {};
 
 // That a dry run leaves the application and a real run puts it in the Trash
 // is checked through the program in UninstallerCliTests.
@@ -69,6 +73,94 @@ TEST_F(AppUninstallerTest, LookingUpAnIdentifierNeedsAScannerAndAMatch) {
     EXPECT_THAT([&] { withScanner.uninstall(std::string("com.acme.none"), true); },
                 ::testing::ThrowsMessage<AppUninstallerError>("Application bundle not found: No installed application "
                                                               "with bundle identifier 'com.acme.none' was found."));
+}
+
+// Moves to the real Trash, except the one path it refuses, as a locked bundle would be.
+struct RefusingTrash final : Trash {
+    explicit RefusingTrash(std::string refused) : refusedPath(std::move(refused)) {}
+    bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
+                   std::error_code& error) override {
+        if (path != refusedPath) return inner->trashItem(path, expected, landedPath, error);
+        error = std::make_error_code(std::errc::permission_denied);
+        return false;
+    }
+    std::string refusedPath;
+    std::shared_ptr<Trash> inner = makeDefaultTrash();
+};
+
+TEST_F(AppUninstallerTest, ABundleThatCannotBeMovedFailsTheUninstallAfterItsDataHasGone) {
+    const auto fileSystem = makeDefaultFileSystem();
+    const AppUninstaller refusing(
+        {.trashPipeline = std::make_shared<const TrashPipeline>(fileSystem, std::make_shared<RefusingTrash>(bundle),
+                                                                nullptr, homeURL),
+         .runningAppsProvider = [](const std::string&) { return false; },
+         .homeURL = homeURL});
+    EXPECT_THAT([&] { refusing.uninstall(acme(), false); },
+                ::testing::ThrowsMessage<UninstallerError>("Failed to delete item at '" + bundle + "': Could not move '" +
+                                                           bundle + "' to the Trash: Permission denied"));
+    EXPECT_TRUE(fs::exists(bundle));
+    EXPECT_FALSE(fs::exists(home.at("Library/Caches/com.acme.app"))) << "nothing is rolled back";
+}
+
+TEST_F(AppUninstallerTest, OptionsChooseTheItemsAndWhetherTheyAreMovedOrDeleted) {
+    const struct { const char* name; bool dryRun; UninstallOptions options; bool bundleStays, dataStays, inTrash; } rows[] = {
+        {"dependencies only", false, {.includeBundle = false}, true, false, true},
+        {"permanent purge", false, {.permanentPurge = true}, false, false, false},
+        {"permanent purge in a dry run", true, {.permanentPurge = true}, true, true, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        AcmeInstalled fresh; // each row on its own home, with the application in place
+        const UninstallSummary summary = fresh.uninstaller().uninstall(fresh.acme(), row.dryRun, row.options);
+        EXPECT_EQ(fs::exists(fresh.bundle), row.bundleStays);
+        EXPECT_EQ(fs::exists(fresh.home.at("Library/Preferences/com.acme.app.plist")), row.dataStays);
+        EXPECT_EQ(fs::exists(fresh.home.at(".local/share/Trash/files/com.acme.app.plist")), row.inTrash);
+        EXPECT_EQ(summary.records.size(), row.options.includeBundle ? 3u : 2u);
+        const auto entries = AuditLogger(std::nullopt, fresh.homeURL).readEntries();
+        ASSERT_EQ(entries.size(), 1u);
+        EXPECT_EQ(entries[0].operationType, row.dryRun                 ? AuditOperationType::dryRun
+                                            : row.options.permanentPurge ? AuditOperationType::purge
+                                                                         : AuditOperationType::trash);
+    }
+}
+
+TEST_F(AppUninstallerTest, ForceTerminatesARunningApplicationFirstAndFailsWhenItWillNotEnd) {
+    for (const bool ends : {true, false}) {
+        SCOPED_TRACE(ends);
+        std::vector<std::pair<std::string, bool>> asked;
+        const auto running = [](const std::string&) { return true; };
+        const auto guard = std::make_shared<const ProtectedAppGuard>(
+            makeDefaultFileSystem(), running, [&](const std::string& id, bool force) {
+                asked.emplace_back(id, force);
+                return ends;
+            });
+        const AppUninstaller forced({.runningAppsProvider = running, .homeURL = homeURL, .protectedAppGuard = guard});
+        if (ends) {
+            EXPECT_EQ(forced.uninstall(acme(), true, {.force = true}).records.size(), 3u);
+        } else {
+            EXPECT_THAT([&] { forced.uninstall(acme(), true, {.force = true}); },
+                        ::testing::ThrowsMessage<UninstallerError>(
+                            "Cannot uninstall 'com.acme.app' (com.acme.app) because it is currently running."));
+        }
+        EXPECT_EQ(asked, (std::vector<std::pair<std::string, bool>>{{"com.acme.app", true}}));
+    }
+}
+
+TEST(UninstallerErrorTest, EveryCaseHasItsWords) {
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {UninstallerError::applicationNotFound("/A.app").what(), "Application bundle not found at path: /A.app"},
+        {UninstallerError::bundleInspectionFailed("/A.app", "why").what(),
+         "Failed to inspect application bundle at '/A.app': why"},
+        {UninstallerError::uninstallationFailed("/A.app", "why").what(),
+         "Failed to uninstall application at '/A.app': why"},
+        {UninstallerError::permissionDenied("/A.app").what(),
+         "Access denied to application bundle at '/A.app'. Full Disk Access may be required."},
+        {UninstallerError::deletionFailed("/A.app", "why").what(), "Failed to delete item at '/A.app': why"},
+        {AppUninstallerError::pipelineFailure("why").what(), "Trash pipeline execution failed: why"},
+        {AppUninstallerError::deletionFailed("/A.app", "why").what(), "Failed to delete item at '/A.app': why"},
+        {AppUninstallerError::uninstallationBlocked("why").what(), "Uninstallation blocked: why"},
+    };
+    for (const auto& [text, expected] : rows) EXPECT_EQ(text, expected);
 }
 
 } // namespace

@@ -30,6 +30,8 @@ TEST(DependencyResolverCandidatesTest, NamesIdentifiersAndVendorPaths) {
     EXPECT_EQ(resolver.makeCandidates(app("com.foo.bar", "Bar")).vendorSubpaths, (Strings{"Foo/bar", "Foo/Bar"}));
     const auto twoPieces = resolver.makeCandidates(app("acme.tool", "X"));
     EXPECT_TRUE(twoPieces.vendorSubpaths.empty() && twoPieces.candidateNames.empty()); // "X" is too short
+    // "more than two characters" counts what a reader sees: "éé" is two, though four bytes.
+    EXPECT_EQ(resolver.makeCandidates(app("com.acme.\u00E9\u00E9", "X")).candidateNames, Strings{});
     const auto pages = resolver.makeCandidates(app("com.apple.Pages", "Pages"));
     EXPECT_TRUE(pages.candidateBundleIds.empty());
     EXPECT_EQ(pages.appGroupIds, (Strings{"group.com.apple.Pages"}));
@@ -51,7 +53,8 @@ TEST_F(DependencyResolverTest, FindsTheApplicationsDataInEveryLibraryPlace) {
           "Preferences/com.acme.tool.helper.plist", "Preferences/ByHost/com.acme.tool.ABCD.plist",
           "Preferences/.GlobalPreferences.plist",
           "Saved Application State/com.acme.tool.savedState/x", "HTTPStorages/com.acme.tool.binarycookies",
-          "Group Containers/TEAM123.group.com.acme.tool/x", "LaunchAgents/com.acme.toolhelper.plist",
+          "Group Containers/TEAM123.group.com.acme.tool/x", "Group Containers/TEAM123.com.acme.tool/x",
+          "LaunchAgents/com.acme.toolhelper.plist",
           "Logs/DiagnosticReports/Acme Tool-2024-01-01-101010.ips", "Logs/DiagnosticReports/Other-2024.ips",
           "Caches/unrelated/x"})
         home.writeFile(std::string("Library/") + path, "1");
@@ -72,9 +75,10 @@ TEST_F(DependencyResolverTest, FindsTheApplicationsDataInEveryLibraryPlace) {
                   "SAVED_APPLICATION_STATE Library/Saved Application State/com.acme.tool.savedState",
                   "HTTP_STORAGES Library/HTTPStorages/com.acme.tool.binarycookies",
                   "GROUP_CONTAINERS Library/Group Containers/TEAM123.group.com.acme.tool",
+                  "GROUP_CONTAINERS Library/Group Containers/TEAM123.com.acme.tool",
                   "LAUNCH_AGENTS Library/LaunchAgents/com.acme.toolhelper.plist",
                   "CRASH_REPORTS Library/Logs/DiagnosticReports/Acme Tool-2024-01-01-101010.ips"}));
-    EXPECT_EQ(footprint.totalItemCount, 12);
+    EXPECT_EQ(footprint.totalItemCount, 13);
 }
 
 TEST_F(DependencyResolverTest, AHardLinkBetweenTwoItemsIsChargedOnceAndALinkedFolderIsALink) {

@@ -36,6 +36,9 @@ TEST(McpProtocolTest, EachSessionIsAnsweredLineByLine) {
                   "not json", "{}", "[" + ping + R"(,"id":1}])", ping + R"(,"id":9})"}),
          R"([{"jsonrpc":"2.0",)" + notFound + R"(},{"jsonrpc":"2.0","id":"x-1",)" + notFound + "}," + parseError +
              "," + parseError + "," + parseError + R"(,{"jsonrpc":"2.0","id":9,"result":{}}])"},
+        // A line is read whole: a NUL does not end it early. An id beyond 64 signed bits is no id.
+        {session({ping + R"(,"id":1})" + std::string(1, '\0') + "garbage", ping + R"(,"id":18446744073709551615})"}),
+         "[" + parseError + "," + parseError + "]"},
         // A blank line ends the server as the end of input does.
         {session({ping + R"(,"id":1})", "", ping + R"(,"id":2})"}), R"([{"jsonrpc":"2.0","id":1,"result":{}}])"},
         // Carriage returns are dropped, and a last line needs no line feed.

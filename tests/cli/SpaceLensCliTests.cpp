@@ -30,8 +30,25 @@ TEST(SpaceLensCliTest, PrintsThePathAsTypedTheTotalAndTenLargestChildren) {
     // Nothing at the path is an error.
     const ProcessResult gone = run({"spacelens", "--path", home.at("gone")});
     EXPECT_EQ(std::tuple(gone.exitStatus, gone.standardOutput), std::tuple(1, std::string()));
-    EXPECT_EQ(gone.standardError, "Error: The file \u201Cgone\u201D couldn\u2019t be opened because there is no "
-                                  "such file. (" + home.at("gone") + ")\n");
+    EXPECT_EQ(gone.standardError,
+              "Error: The file \u201Cgone\u201D couldn\u2019t be opened because there is no such file.\n");
+}
+
+// How many levels below the root are opened, by the value given to --depth.
+TEST(SpaceLensCliTest, TheDepthIsA64BitNumberWithOneSign) {
+    testing::TempHome home;
+    home.writeFile("t/a/b/c/d/file", 10);
+    auto openedLevels = [&](const std::string& depth) {
+        const ProcessResult result = run({"spacelens", "--json", "--path", home.at("t"), "--depth", depth});
+        EXPECT_EQ(result.exitStatus, 0) << depth << ": " << result.standardError;
+        int levels = 0;
+        for (Json node = Json::parse(result.standardOutput); node.contains("children"); node = node["children"][0])
+            ++levels;
+        return levels;
+    };
+    const std::vector<std::pair<std::string, int>> rows{
+        {"2147483648", 5}, {"+3", 3}, {"-1", 0}, {"+-1", 2}, {"--1", 2}, {"9223372036854775808", 2}, {"1.5", 2}};
+    for (const auto& [depth, levels] : rows) EXPECT_EQ(openedLevels(depth), levels) << depth;
 }
 
 TEST(SpaceLensCliTest, JsonIsTheWholeTreeAndTheDefaultPathIsTheHome) {

@@ -24,12 +24,18 @@ struct UninstallerCliTest : ::testing::Test {
     std::string bundle;
 };
 
-TEST_F(UninstallerCliTest, ListShowsAppsAndWhatTheLibraryHolds) {
+TEST_F(UninstallerCliTest, ListShowsAppsAndWhatNoInstalledAppAccountsFor) {
+    home.writeFile("Library/Application Support/Acme/state", "state");
+    home.writeFile("Library/Preferences/com.acme.app.plist", "prefs");
+    home.writeFile("Library/Caches/com.gone.tool/cache.db", "cache");
     const ProcessResult text = run({"uninstaller"});
     ASSERT_EQ(text.exitStatus, 0) << text.standardError;
     EXPECT_TRUE(text.standardOutput.starts_with("Installed apps (1):\n  \u2022 Acme (com.acme.app): "))
         << text.standardOutput;
-    EXPECT_NE(text.standardOutput.find("\n\nOrphaned files ("), std::string::npos);
+    EXPECT_NE(text.standardOutput.find("\n\nOrphaned files (1):\n  \u2022 com.gone.tool: " +
+                                       home.at("Library/Caches/com.gone.tool") + " ("),
+              std::string::npos)
+        << text.standardOutput;
 
     const Json list = Json::parse(run({"uninstall", "list", "--json"}).standardOutput);
     EXPECT_EQ(list["installed"][0]["bundleIdentifier"], "com.acme.app");

@@ -3,6 +3,7 @@
 
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
+#include <dispatch/dispatch.h>
 
 #include "Platform/WindowSystem.hpp"
 #include "Platform/darwin/FoundationStrings.hpp"
@@ -29,6 +30,7 @@ public:
         NSWindow* window = window_;
         [NSAnimationContext
             runAnimationGroup:^(NSAnimationContext* context) {
+              dispatch_assert_queue(dispatch_get_main_queue());
               context.duration = seconds;
               context.timingFunction = [CAMediaTimingFunction functionWithName:kCAMediaTimingFunctionEaseOut];
               [window.animator setFrameOrigin:NSMakePoint(origin.x, origin.y)];
@@ -56,6 +58,7 @@ KeyEvent keyEventOf(NSEvent* event) {
 
 class AppKitWindowSystem final : public WindowSystem {
 public:
+    void requireMainThread() const override { dispatch_assert_queue(dispatch_get_main_queue()); }
     std::shared_ptr<Window> keyWindow() const override { return wrap(NSApp.keyWindow); }
     std::shared_ptr<Window> mainWindow() const override { return wrap(NSApp.mainWindow); }
     std::vector<std::shared_ptr<Window>> windows() const override {
@@ -67,6 +70,7 @@ public:
     std::uintptr_t addKeyDownMonitor(KeyHandler handler) override {
         id monitor = [NSEvent addLocalMonitorForEventsMatchingMask:NSEventMaskKeyDown
                                                            handler:^NSEvent*(NSEvent* event) {
+                                                             dispatch_assert_queue(dispatch_get_main_queue());
                                                              return handler(keyEventOf(event)) ? nil : event;
                                                            }];
         // AppKit answers nil when it installs nothing: token 0, which removes nothing.

@@ -74,9 +74,20 @@ std::string temporarySibling(const std::string& path) {
     return fmt::format("{}/.{}.tmp-{:016x}", parent, paths::lastComponent(path), distribution(device));
 }
 
-constexpr std::array<std::string_view, 20> packageExtensions{
-    "app",   "bundle", "framework", "plugin", "kext",    "xpc",         "appex",     "prefpane", "qlgenerator", "mdimporter",
-    "saver", "wdgt",   "xcodeproj", "xcworkspace", "playground", "rtfd", "photoslibrary", "musiclibrary", "component", "pkg"};
+// The directory types the Mac shows as one item, among those a developer's
+// disk holds, in lower case (the test ignores case, so "dSYM" is "dsym").
+constexpr std::array packageExtensions = std::to_array<std::string_view>({
+    // applications, plug-ins and extensions
+    "app", "appex", "bundle", "component", "dext", "framework", "kext", "mdimporter", "plugin", "prefpane",
+    "qlgenerator", "saver", "systemextension", "wdgt", "xpc", "xctest",
+    // Xcode's documents and products
+    "doccarchive", "dsym", "playground", "swiftpm", "xcarchive", "xcodeproj", "xcresult", "xcworkspace",
+    // disk images, installers, virtual machines and downloads in progress
+    "sparsebundle", "mpkg", "pkg", "pvm", "utm", "vmwarevm", "download",
+    // documents, libraries and scripts kept as folders
+    "band", "fcpbundle", "imovielibrary", "key", "logicx", "musiclibrary", "numbers", "pages", "photoslibrary",
+    "rtfd", "action", "scptd", "workflow",
+});
 
 } // namespace
 

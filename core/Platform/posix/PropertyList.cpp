@@ -11,7 +11,7 @@
 namespace unbulk::PropertyList {
 namespace {
 
-std::optional<Json> convert(plist_t node) {
+Json convert(plist_t node) {
     switch (plist_get_node_type(node)) {
     case PLIST_DICT: {
         Json object = Json::object();
@@ -22,7 +22,7 @@ std::optional<Json> convert(plist_t node) {
             plist_t value = nullptr;
             plist_dict_next_item(node, iterator, &key, &value);
             if (key == nullptr) break;
-            if (auto converted = convert(value)) object[key] = std::move(*converted);
+            object[key] = convert(value);
             std::free(key);
         }
         std::free(iterator);
@@ -31,7 +31,7 @@ std::optional<Json> convert(plist_t node) {
     case PLIST_ARRAY: {
         Json array = Json::array();
         for (std::uint32_t i = 0; i < plist_array_get_size(node); ++i) {
-            if (auto converted = convert(plist_array_get_item(node, i))) array.push_back(std::move(*converted));
+            array.push_back(convert(plist_array_get_item(node, i)));
         }
         return array;
     }
@@ -57,7 +57,9 @@ std::optional<Json> convert(plist_t node) {
         plist_get_real_val(node, &value);
         return Json(value);
     }
-    default: return std::nullopt;
+    default:
+        // Dates, data and UIDs: present, but of no type a reader here takes.
+        return Json(nullptr);
     }
 }
 
@@ -123,7 +125,7 @@ std::optional<Json> parse(std::string_view bytes) {
         plist_from_xml(bytes.data(), length, &root);
     }
     if (root == nullptr) return std::nullopt;
-    std::optional<Json> result = convert(root);
+    Json result = convert(root);
     plist_free(root);
     return result;
 }
