@@ -79,9 +79,9 @@ TEST_F(AppUninstallerTest, LookingUpAnIdentifierNeedsAScannerAndAMatch) {
 struct RefusingTrash final : Trash {
     explicit RefusingTrash(std::string refused) : refusedPath(std::move(refused)) {}
     bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
-                   std::error_code& error) override {
+                   PlatformError& error) override {
         if (path != refusedPath) return inner->trashItem(path, expected, landedPath, error);
-        error = std::make_error_code(std::errc::permission_denied);
+        error.code = std::make_error_code(std::errc::permission_denied);
         return false;
     }
     std::string refusedPath;
