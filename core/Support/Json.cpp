@@ -7,21 +7,45 @@
 namespace unbulk::json {
 namespace {
 
-// Every "/" written as "\/", as the platform's JSON encoder does by default,
-// and every character that some reader takes for a line break or a control
-// written as an escape: DEL and the C1 controls (U+0085 among them), LINE
-// SEPARATOR and PARAGRAPH SEPARATOR. The C0 controls are escaped by the JSON
-// writer itself. Each of these can only stand inside a string in JSON text,
-// and an escape reads back as the same character, so the value is unchanged.
+// The writer's text, brought to the platform encoder's defaults.
+//
+// Inside strings: every "/" written as "\/", and every character that some
+// reader takes for a line break or a control written as an escape: DEL and
+// the C1 controls (U+0085 among them), LINE SEPARATOR and PARAGRAPH
+// SEPARATOR. The C0 controls are escaped by the JSON writer itself. An escape
+// reads back as the same character, so the value is unchanged.
+//
+// Outside strings: a whole floating-point number is written without its
+// fraction ("60", not "60.0"), as the platform's encoder writes a Double.
+// Readers see the same value either way.
 std::string escaped(const std::string& text) {
     std::string out;
     out.reserve(text.size() + text.size() / 8);
+    bool inString = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);
         const auto next = [&](std::size_t k) {
             return i + k < text.size() ? static_cast<unsigned char>(text[i + k]) : 0u;
         };
-        if (byte == '/') {
+        if (!inString) {
+            if (byte == '"') inString = true;
+            const bool afterDigit = !out.empty() && out.back() >= '0' && out.back() <= '9';
+            const bool wholeFraction = byte == '.' && afterDigit && next(1) == '0' &&
+                                       !(next(2) >= '0' && next(2) <= '9') && next(2) != 'e' && next(2) != 'E';
+            if (wholeFraction) {
+                i += 1; // the "0" after the point
+            } else {
+                out += text[i];
+            }
+            continue;
+        }
+        if (byte == '\\') {
+            out += text[i];
+            if (i + 1 < text.size()) out += text[++i]; // an escape the writer made stays whole
+        } else if (byte == '"') {
+            inString = false;
+            out += text[i];
+        } else if (byte == '/') {
             out += "\\/";
         } else if (byte == 0x7F) {
             out += "\\u007f";

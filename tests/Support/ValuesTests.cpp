@@ -66,6 +66,17 @@ TEST(JsonTest, BothWritersEscapeSlashesAndLineBreakingCharactersAlike) {
     EXPECT_EQ(json::pretty(value), "{\n  \"p\": \"\\/a\\u007f\\u0085\\u2028\"\n}");
 }
 
+// A Double goes out as the platform's encoder writes it: a whole one without
+// a fraction, anything else untouched, and text that looks like a number
+// inside a string left alone.
+TEST(JsonTest, WholeDoublesAreWrittenWithoutAFraction) {
+    const Json value{{"a", 60.0}, {"b", -2.0}, {"c", 1.5}, {"d", 0.0}, {"e", 1e300}, {"f", 10.05}, {"g", "7.0"},
+                     {"h", {2.0, 3.0}}, {"i", "a\\\"1.0"}};
+    EXPECT_EQ(json::compact(value), R"({"a":60,"b":-2,"c":1.5,"d":0,"e":1e+300,"f":10.05,"g":"7.0","h":[2,3],)"
+                                    R"("i":"a\\\"1.0"})");
+    EXPECT_EQ(json::pretty(Json{{"a", 60.0}}), "{\n  \"a\": 60\n}");
+}
+
 TEST(CancellationTest, StopEndsTheSleepAtOnce) {
     StopSource source;
     std::thread stopper([&source] { std::this_thread::sleep_for(milliseconds{50}); source.requestStop(); });
