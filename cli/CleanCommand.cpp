@@ -43,15 +43,16 @@ std::optional<CategorySet> selectedCategories(const Arguments& args) {
     return std::nullopt;
 }
 
-void printReport(const TrashSummary& summary, bool dryRun, bool permanent) {
-    // The label and the hint follow the flags, not the summary: a confirmed
-    // purge without --execute has really purged and still says DRY RUN.
-    const char* label = dryRun ? "[DRY RUN]" : !permanent ? "[TRASHED]" : "[PERMANENT PURGE]";
+void printReport(const TrashSummary& summary) {
+    // The label and the hint say what the pipeline did, not what the flags
+    // suggest: --permanent --yes purges without --execute too, and a purge
+    // must never read as a dry run.
+    const char* label = summary.isPermanentPurge ? "[PERMANENT PURGE]" : summary.isDryRun ? "[DRY RUN]" : "[TRASHED]";
     printLine(fmt::format("\n{} Cleanup Summary:", label));
     printLine(fmt::format("  Items Processed: {}", summary.records.size()));
     printLine(fmt::format("  Successful: {}", summary.successCount));
     printLine(fmt::format("  Space Unbulked: {}", formatByteCount(summary.totalAllocatedBytesUnbulked)));
-    if (dryRun) {
+    if (summary.isDryRun) {
         printLine("\nTo apply these deletions, run again with '--execute'. All items will be moved to macOS Trash.");
     }
 }
@@ -108,7 +109,7 @@ int handleClean(const Arguments& args) {
     if (jsonOutput) {
         printJson(toJson(summary, DateEncoding::iso8601));
     } else {
-        printReport(summary, dryRun, permanent);
+        printReport(summary);
     }
     return 0;
 }
