@@ -20,7 +20,7 @@ void MCPServer::run() {
         if (line.empty()) return;
         JSONRPCRequest request;
         try {
-            request = jsonRpcRequestFromJson(Json::parse(line));
+            request = jsonRpcRequestFromJson(json::parse(line));
         } catch (const std::exception&) {
             sendResponse(JSONRPCResponse::withError(std::nullopt, JSONRPCError::parseError()));
             continue;

@@ -72,7 +72,7 @@ void RuleRegistry::loadCustomRules() {
     }
     RuleCatalog catalog;
     try {
-        catalog = ruleCatalogFromJson(Json::parse(*contents));
+        catalog = ruleCatalogFromJson(json::parse(*contents));
     } catch (const std::exception& decoding) {
         throw RuleRegistryError(Kind::catalogDecodingFailed, decoding.what());
     }

@@ -104,7 +104,7 @@ std::vector<AuditLogEntry> decodeEntries(std::string_view contents) {
         if (unicode::trimmingWhitespaceAndNewlines(line).empty()) continue;
         ++lineNumber;
         try {
-            entries.push_back(auditLogEntryFromJson(Json::parse(line)));
+            entries.push_back(auditLogEntryFromJson(json::parse(line)));
         } catch (const std::exception& decoding) {
             throw AuditLoggerError(Kind::decodingFailed, decoding.what(), lineNumber);
         }

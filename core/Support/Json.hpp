@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -12,6 +15,20 @@ namespace unbulk {
 using Json = nlohmann::json;
 
 namespace json {
+
+// The deepest nesting of arrays and objects that is read (a top-level
+// container is depth 1). Far beyond any document of ours, and far below what
+// would exhaust a stack in code that walks a document recursively.
+inline constexpr std::size_t maximumNestingDepth = 512;
+
+struct NestingTooDeepError : std::runtime_error {
+    NestingTooDeepError() : std::runtime_error("JSON nested deeper than 512 levels") {}
+};
+
+// Json::parse that refuses, while it reads and before anything deeper is
+// built, a document nested beyond maximumNestingDepth (NestingTooDeepError).
+// Text that is no JSON throws what Json::parse throws.
+Json parse(std::string_view text);
 
 // Pretty-printed (two-space indent), sorted keys: command output and tool results.
 std::string pretty(const Json& value);

@@ -36,6 +36,14 @@ TEST(McpProtocolTest, EachSessionIsAnsweredLineByLine) {
                   "not json", "{}", "[" + ping + R"(,"id":1}])", ping + R"(,"id":9})"}),
          R"([{"jsonrpc":"2.0",)" + notFound + R"(},{"jsonrpc":"2.0","id":"x-1",)" + notFound + "}," + parseError +
              "," + parseError + "," + parseError + R"(,{"jsonrpc":"2.0","id":9,"result":{}}])"},
+        // Nesting deeper than the limit is a parse error, however long the
+        // line; the server reads on. At the limit the request is served.
+        {session({std::string(20'000, '[') + std::string(20'000, ']'),
+                  ping + R"(,"id":1,"params":)" + std::string(511, '[') + std::string(511, ']') + "}",
+                  ping + R"(,"id":2,"params":)" + std::string(512, '[') + std::string(512, ']') + "}",
+                  ping + R"(,"id":3})"}),
+         "[" + parseError + R"(,{"jsonrpc":"2.0","id":1,"result":{}},)" + parseError +
+             R"(,{"jsonrpc":"2.0","id":3,"result":{}}])"},
         // A blank line ends the server as the end of input does.
         {session({ping + R"(,"id":1})", "", ping + R"(,"id":2})"}), R"([{"jsonrpc":"2.0","id":1,"result":{}}])"},
         // Carriage returns are dropped, and a last line needs no line feed.
