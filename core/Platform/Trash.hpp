@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "Platform/FileSystem.hpp"
 
@@ -25,6 +26,12 @@ public:
     virtual bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
                            std::error_code& error) = 0;
 };
+
+// Where the Trash of the user whose home is `homePath` lies. Linux:
+// <home>/.local/share/Trash, and $XDG_DATA_HOME/Trash when that is set to an
+// absolute path. macOS: <home>/.Trash. (The Trash folders of other disks are
+// known by their names, .Trash, .Trashes and .Trash-<uid>.)
+std::vector<std::string> homeTrashDirectories(const std::string& homePath);
 
 // Linux: the freedesktop.org Trash specification 1.0 (the home trash under
 // $XDG_DATA_HOME/Trash, $topdir/.Trash-$uid on other file systems).

@@ -44,6 +44,22 @@ TEST_F(AppUninstallerTest, BothRunsAreLoggedForTheUninstallerWithEveryItem) {
     EXPECT_EQ(entries.back().itemsCount, 3);
 }
 
+// A hostile bundle's name of two NULs would probe "Application
+// Support/<NUL><NUL>", which the kernel reads as the whole folder. Such a
+// path never reaches the kernel, and the sandbox would refuse it anyway.
+TEST_F(AppUninstallerTest, ANameWithNulsDoesNotTakeAWholeLibraryFolder) {
+    const std::string other = home.writeFile("Library/Application Support/Other App/data", "another app's");
+    InstalledApp hostile = acme();
+    hostile.displayName = std::string("\0\0", 2);
+    const UninstallSummary summary = uninstaller().uninstall(hostile, false);
+    EXPECT_TRUE(fs::exists(other));
+    for (const auto& record : summary.records) {
+        if (record.sourcePath.find('\0') == std::string::npos) continue;
+        EXPECT_EQ(record.status, TrashItemStatus::failed);
+        EXPECT_EQ(record.errorMessage, "Sandbox violation: Path contains a NUL character");
+    }
+}
+
 TEST_F(AppUninstallerTest, RefusesProtectedAndRunningApplicationsBeforeTouchingAnything) {
     using ::testing::ThrowsMessage;
     // An Apple identifier outside the home is refused, where the guard alone would let /Applications through.

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <errno.h>
 #include <fcntl.h>
@@ -106,6 +107,10 @@ public:
 };
 
 } // namespace
+
+std::vector<std::string> homeTrashDirectories(const std::string& homePath) {
+    return {paths::appending(homePath, ".Trash")};
+}
 
 std::shared_ptr<Trash> makeDefaultTrash() { return std::make_shared<FoundationTrash>(); }
 

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <stdio.h> // renameat2
@@ -293,6 +294,15 @@ bool FreedesktopTrash::trashItem(const std::string& path, const Identity& expect
         error = errorOf(failure);
         return false;
     }
+}
+
+std::vector<std::string> homeTrashDirectories(const std::string& homePath) {
+    std::vector<std::string> directories{paths::appending(homePath, ".local/share/Trash")};
+    if (const char* value = std::getenv("XDG_DATA_HOME"); value && paths::isAbsolute(value)) {
+        std::string configured = paths::appending(paths::standardize(value), "Trash");
+        if (configured != directories.front()) directories.push_back(std::move(configured));
+    }
+    return directories;
 }
 
 std::shared_ptr<Trash> makeDefaultTrash() {

@@ -32,7 +32,7 @@ int openWithKernelResolution(const std::string& path, bool& unsupported) {
 } // namespace
 
 FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_code& error) {
-    if (!paths::isAbsolute(absolutePath)) {
+    if (!paths::isAbsolute(absolutePath) || containsNul(absolutePath)) {
         error = errorOf(EINVAL);
         return FdGuard();
     }

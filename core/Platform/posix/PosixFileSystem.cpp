@@ -25,6 +25,7 @@
 
 namespace unbulk {
 
+using posix::containsNul;
 using posix::DirGuard;
 using posix::FdGuard;
 using posix::isDotOrDotDot;
@@ -83,6 +84,10 @@ constexpr std::array<std::string_view, 20> packageExtensions{
 FileStatus posix::fileStatusOf(const struct stat& st) { return fromStat(st); }
 
 std::optional<FileStatus> PosixFileSystem::status(const std::string& path, std::error_code& error) const {
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return std::nullopt;
+    }
     struct stat st;
     if (::stat(path.c_str(), &st) != 0) {
         error = lastError();
@@ -92,6 +97,10 @@ std::optional<FileStatus> PosixFileSystem::status(const std::string& path, std::
 }
 
 std::optional<FileStatus> PosixFileSystem::linkStatus(const std::string& path, std::error_code& error) const {
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return std::nullopt;
+    }
     struct stat st;
     if (::lstat(path.c_str(), &st) != 0) {
         error = lastError();
@@ -103,6 +112,10 @@ std::optional<FileStatus> PosixFileSystem::linkStatus(const std::string& path, s
 std::vector<DirectoryEntry> PosixFileSystem::contentsOfDirectory(const std::string& path, ListOptions options,
                                                                  std::error_code& error) const {
     std::vector<DirectoryEntry> entries;
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return entries;
+    }
     int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         error = lastError();
@@ -137,7 +150,7 @@ std::vector<DirectoryEntry> PosixFileSystem::contentsOfDirectory(const std::stri
 void PosixFileSystem::walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const {
     // The root is the one place a link is followed: a walk of a link to a
     // directory walks the directory.
-    int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int fd = containsNul(root) ? (errno = EINVAL, -1) : ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         if (callbacks.onError) callbacks.onError(root, lastError(), WalkFailure::directory);
         return;
@@ -161,7 +174,7 @@ void PosixFileSystem::walk(const std::string& root, const WalkOptions& options, 
 
 TreeMeasure PosixFileSystem::measureTree(const std::string& root, const TreeMeasureOptions& options) const {
     // As in walk, the root is the one place a link is followed.
-    const int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int fd = containsNul(root) ? (errno = EINVAL, -1) : ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         TreeMeasure measure;
         measure.addFailure(WalkFailure::directory, lastError(), true);
@@ -172,6 +185,10 @@ TreeMeasure PosixFileSystem::measureTree(const std::string& root, const TreeMeas
 
 std::optional<std::string> PosixFileSystem::destinationOfSymbolicLink(const std::string& path,
                                                                       std::error_code& error) const {
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return std::nullopt;
+    }
     std::string buffer(256, '\0');
     while (true) {
         ssize_t length = ::readlink(path.c_str(), buffer.data(), buffer.size());
@@ -188,7 +205,7 @@ std::optional<std::string> PosixFileSystem::destinationOfSymbolicLink(const std:
 }
 
 std::string PosixFileSystem::resolvingSymlinks(const std::string& path) const {
-    if (!paths::isAbsolute(path)) return paths::standardize(path);
+    if (!paths::isAbsolute(path) || containsNul(path)) return paths::standardize(path);
     std::deque<std::string> pending;
     for (auto& part : paths::components(path)) pending.push_back(std::move(part));
     std::string resolved = "/";
@@ -234,6 +251,10 @@ std::optional<std::string> PosixFileSystem::readFile(const std::string& path, st
                                                      std::error_code& error) const {
     // Non-blocking open, then only a regular file is read: a FIFO would block
     // the scan and a device would never end. A directory answers EISDIR.
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return std::nullopt;
+    }
     FdGuard fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (fd.get() < 0) {
         error = lastError();
@@ -267,6 +288,10 @@ std::optional<std::string> PosixFileSystem::readFile(const std::string& path, st
 
 bool PosixFileSystem::writeFileAtomically(const std::string& path, std::string_view contents,
                                           std::uint32_t permissions, std::error_code& error) {
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return false;
+    }
     const std::string temporary = temporarySibling(path);
     FdGuard fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
     if (fd.get() < 0) {
@@ -296,6 +321,10 @@ bool PosixFileSystem::writeFileAtomically(const std::string& path, std::string_v
 }
 
 bool PosixFileSystem::renameItem(const std::string& from, const std::string& to, std::error_code& error) {
+    if (containsNul(from) || containsNul(to)) {
+        error = posix::errorOf(EINVAL);
+        return false;
+    }
     if (posix::renameWithoutReplacing(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str()) == 0) return true;
     error = lastError();
     return false;
@@ -303,6 +332,10 @@ bool PosixFileSystem::renameItem(const std::string& from, const std::string& to,
 
 bool PosixFileSystem::createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                                       std::error_code& error) {
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return false;
+    }
     auto makeOne = [&](const std::string& directory, bool mustBeNew) {
         if (::mkdir(directory.c_str(), static_cast<mode_t>(permissions)) == 0) {
             // mkdir's mode passes through the umask; set what was asked for.
@@ -360,7 +393,7 @@ bool PosixFileSystem::removeItem(const std::string& path, const Identity& expect
                                  RemovalReport& report, std::error_code& error) {
     error.clear();
     const std::string name = paths::lastComponent(path);
-    if (!paths::isAbsolute(path) || name.empty() || name == "/" || name == "." || name == "..") {
+    if (!paths::isAbsolute(path) || name.empty() || name == "/" || name == "." || name == ".." || containsNul(path)) {
         error = posix::errorOf(EINVAL);
         return false;
     }
@@ -464,6 +497,10 @@ bool PosixFileSystem::appendUnderLock(
     const std::string& path, std::uint32_t permissions,
     const std::function<std::optional<std::string>(std::string_view contents)>& compose, std::error_code& error) {
     error.clear();
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return false;
+    }
     // Created exclusively or opened as it is, never replaced: a log that
     // another process has just made is appended to, not overwritten.
     int raw = ::open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, permissions);
