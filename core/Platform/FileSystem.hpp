@@ -48,6 +48,19 @@ struct FileStatus {
 // done to it.
 std::error_code changedSinceCheckedError();
 
+// One directory on the way to an item, from "/" down to the item's parent,
+// or the item itself, as the open that follows no link met it.
+struct AnchoredStep {
+    std::string path;
+    FileStatus status; // the directory's fstat, or the item's lstat
+};
+
+// Asked once before an item is removed or moved, after its way has been
+// opened and its identity checked: the steps from "/" to the item's parent
+// in order, the item itself last. An error refuses the item, and nothing is
+// done to it. An empty check accepts every way.
+using AnchorCheck = std::function<std::error_code(const std::vector<AnchoredStep>& steps)>;
+
 // What a permanent removal did, also when it stopped halfway. Files are
 // counted at every name, as the removal frees each name.
 struct RemovalReport {
@@ -159,13 +172,14 @@ public:
     // absolute with no link in its directories (resolve them first), its
     // parent is opened component by component without following a link, and
     // what its name holds must still be `expected`, or nothing is done and
-    // the error is changedSinceCheckedError(). Below the item nothing is
+    // the error is changedSinceCheckedError(); then `anchorCheck` is asked
+    // about the way there. Below the item nothing is
     // followed; `check` is asked about every entry first (with its lstat) and
     // may leave a directory in place or stop the removal with an error, and
     // a mount point the system can tell is left in place whatever it says.
     // True when all of it is gone; the report says what went, in every case.
-    virtual bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
-                            RemovalReport& report, std::error_code& error) = 0;
+    virtual bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
+                            const RemovalCheck& check, RemovalReport& report, std::error_code& error) = 0;
 
     // Appends to a log that other processes may append to as well: opens or
     // creates the file (never replacing it), holds an exclusive advisory lock

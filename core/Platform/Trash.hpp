@@ -10,6 +10,19 @@
 
 namespace unbulk {
 
+// What a move to the Trash did.
+struct TrashMove {
+    // Where the item lies now, when it moved and that is known.
+    std::optional<std::string> landedPath;
+    // Set when the item did not move; it is then where it was.
+    std::error_code error;
+    // The Trash folder that stopped the move, when one did: it was a link,
+    // no directory, or not the user's own. Nothing was written anywhere.
+    std::string unusableTrashDirectory;
+
+    bool moved() const { return !error; }
+};
+
 // The user's Trash. Moving an item there is the reversible way of removing
 // it: the desktop's own Trash tools can put it back.
 class Trash {
@@ -19,12 +32,9 @@ public:
     // Moves the item at `path` (a file, a directory or a link, never followed)
     // to the Trash. `path` is absolute with no link in its directories; the
     // move acts in the parent opened without following links, on a name that
-    // must still hold `expected`, or fails with changedSinceCheckedError().
-    // On success answers true and sets `landedPath` to where the item now
-    // lies when that is known; on failure answers false with `error` set and
-    // leaves the item where it was.
-    virtual bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
-                           std::error_code& error) = 0;
+    // must still hold `expected`, or fails with changedSinceCheckedError();
+    // then `anchorCheck` is asked about the way there, and may refuse it.
+    virtual TrashMove trashItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck) = 0;
 };
 
 // Where the Trash of the user whose home is `homePath` lies. Linux:

@@ -1,5 +1,6 @@
 #include "Safety/TrashPipeline.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <system_error>
@@ -16,6 +17,22 @@
 #include "Platform/TreeMeasure.hpp"
 
 namespace unbulk {
+namespace {
+
+TrashItemRecord makeRecord(const FileURL& url, TrashItemStatus status, const TrashPipeline::ItemMetrics& metrics,
+                           std::optional<FileURL> trashURL, std::optional<std::string> errorMessage) {
+    return TrashItemRecord::make({
+        .sourceURL = url,
+        .trashURL = std::move(trashURL),
+        .allocatedBytes = metrics.allocatedBytes,
+        .logicalBytes = metrics.logicalBytes,
+        .fileCount = metrics.fileCount,
+        .status = status,
+        .errorMessage = std::move(errorMessage),
+    });
+}
+
+} // namespace
 
 TrashPipeline::TrashPipeline(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<Trash> trash,
                              std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL)
@@ -40,10 +57,11 @@ TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, b
                                 const std::string& client) const {
     const Date startedAt = std::chrono::system_clock::now();
     const Uuid operationId = Uuid::random();
+    const std::string realHome = paths::standardize(fileSystem_->resolvingSymlinks(homeURL_.path()));
 
     std::vector<Outcome> outcomes;
     outcomes.reserve(urls.size());
-    for (const FileURL& url : urls) outcomes.push_back(processItem(url, dryRun, permanentPurge));
+    for (const FileURL& url : urls) outcomes.push_back(processItem(url, dryRun, permanentPurge, realHome));
     std::vector<TrashItemRecord> records;
     records.reserve(outcomes.size());
     for (const Outcome& outcome : outcomes) records.push_back(outcome.record);
@@ -62,22 +80,31 @@ TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, b
 
 namespace {
 
-TrashItemRecord makeRecord(const FileURL& url, TrashItemStatus status, const TrashPipeline::ItemMetrics& metrics,
-                           std::optional<FileURL> trashURL, std::optional<std::string> errorMessage) {
-    return TrashItemRecord::make({
-        .sourceURL = url,
-        .trashURL = std::move(trashURL),
-        .allocatedBytes = metrics.allocatedBytes,
-        .logicalBytes = metrics.logicalBytes,
-        .fileCount = metrics.fileCount,
-        .status = status,
-        .errorMessage = std::move(errorMessage),
-    });
+// Why the way to an item crosses into another file system, or nothing. The
+// steps run from "/" to the item's parent, the item last.
+std::optional<std::string> mountCrossing(const std::vector<AnchoredStep>& steps, const std::string& realHome,
+                                         const std::string& itemPath) {
+    if (steps.size() < 2) return std::nullopt;
+    const AnchoredStep& item = steps.back();
+    if (item.status.device != steps[steps.size() - 2].status.device) {
+        return fmt::format("Refused '{}': it is the mount point of another file system", itemPath);
+    }
+    const auto home = std::find_if(steps.begin(), steps.end(),
+                                   [&](const AnchoredStep& step) { return step.path == realHome; });
+    if (home == steps.end()) return std::nullopt;
+    for (auto step = home + 1; step != steps.end(); ++step) {
+        if (step->status.device != home->status.device) {
+            return fmt::format("Refused '{}': it lies below '{}', which is on another file system than the home",
+                               itemPath, step->path);
+        }
+    }
+    return std::nullopt;
 }
 
 } // namespace
 
-TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRun, bool permanentPurge) const {
+TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRun, bool permanentPurge,
+                                                  const std::string& realHome) const {
     const std::string& path = url.path();
     const ItemMetrics nothing{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 1};
     auto failed = [&](const ItemMetrics& metrics, std::string message) {
@@ -118,19 +145,42 @@ TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRu
     const auto own = fileSystem_->linkStatus(realPath, error);
     if (!own) return failed(nothing, "File does not exist: " + path);
 
-    if (permanentPurge) return purge(url, realPath, own->identity(), metrics);
+    // The way to the item, as the removal opens it, must not cross into
+    // another file system; the removal asks right before it acts.
+    std::string refusal;
+    const AnchorCheck staysOnItsFileSystem = [&](const std::vector<AnchoredStep>& steps) -> std::error_code {
+        if (auto crossing = mountCrossing(steps, realHome, path)) {
+            refusal = std::move(*crossing);
+            return std::make_error_code(std::errc::cross_device_link);
+        }
+        return {};
+    };
 
-    std::optional<std::string> landedPath;
-    if (!trash_->trashItem(realPath, own->identity(), landedPath, error)) {
-        return failed(metrics, fmt::format("Could not move '{}' to the Trash: {}", path, error.message()));
+    Outcome outcome;
+    if (permanentPurge) {
+        outcome = purge(url, realPath, own->identity(), metrics, staysOnItsFileSystem, refusal);
+    } else {
+        const TrashMove move = trash_->trashItem(realPath, own->identity(), staysOnItsFileSystem);
+        if (move.moved()) {
+            std::optional<FileURL> trashURL;
+            if (move.landedPath) trashURL = fileSystem_->fileURL(*move.landedPath);
+            outcome = Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::move(trashURL), std::nullopt)};
+        } else if (!refusal.empty()) {
+            outcome = failed(metrics, refusal);
+        } else if (!move.unusableTrashDirectory.empty()) {
+            outcome = failed(metrics, fmt::format("Could not move '{}' to the Trash: '{}' is no Trash folder to "
+                                                  "use (it must be a real directory of your own, not a link): {}",
+                                                  path, move.unusableTrashDirectory, move.error.message()));
+        } else {
+            outcome = failed(metrics, fmt::format("Could not move '{}' to the Trash: {}", path, move.error.message()));
+        }
     }
-    std::optional<FileURL> trashURL;
-    if (landedPath) trashURL = fileSystem_->fileURL(*landedPath);
-    return Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::move(trashURL), std::nullopt)};
+    return outcome;
 }
 
 TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::string& realPath, const Identity& identity,
-                                            const ItemMetrics& metrics) const {
+                                            const ItemMetrics& metrics, const AnchorCheck& anchorCheck,
+                                            const std::string& refusal) const {
     // Like rm --one-file-system: a directory of another file system (a
     // mount inside the item) is left where it is, with all it holds.
     const RemovalCheck sameFileSystemOnly = [&identity](const WalkEntry& entry, bool& leaveInPlace) {
@@ -139,9 +189,11 @@ TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::strin
     };
     RemovalReport report;
     std::error_code error;
-    if (fileSystem_->removeItem(realPath, identity, sameFileSystemOnly, report, error)) {
+    if (fileSystem_->removeItem(realPath, identity, anchorCheck, sameFileSystemOnly, report, error)) {
         return Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::nullopt, std::nullopt)};
     }
+    // Refused before anything was touched.
+    if (!refusal.empty()) return Outcome{makeRecord(url, TrashItemStatus::failed, metrics, std::nullopt, refusal)};
 
     std::string what;
     if (error) {

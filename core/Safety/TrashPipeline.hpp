@@ -30,6 +30,13 @@ namespace unbulk {
 // touches nothing. The item itself is never followed: a link is removed as a
 // link. A purge leaves alone whatever lies on another file system.
 //
+// Removal never crosses into another file system: an item that is itself a
+// mount point (its device differs from its parent's) is refused, and so is
+// an item in the home below a folder of another file system than the
+// home's, in both modes. The devices are those of the directories the
+// removal really opens on its way, right before it acts. Outside the home
+// only the first test holds, so an item on a /tmp of its own still goes.
+//
 // No mutable state of its own; the audit entry is serialised by the logger.
 class TrashPipeline {
 public:
@@ -73,11 +80,13 @@ private:
 
     TrashSummary run(const std::vector<FileURL>& urls, bool dryRun, bool permanentPurge,
                      const std::string& client) const;
-    Outcome processItem(const FileURL& url, bool dryRun, bool permanentPurge) const;
+    // `realHome` is the home with its links resolved, as the removal's way
+    // through it is seen.
+    Outcome processItem(const FileURL& url, bool dryRun, bool permanentPurge, const std::string& realHome) const;
     // The measurement of an existing item from its status with links followed.
     ItemMetrics metricsOf(const std::string& path, const FileStatus& followed) const;
     Outcome purge(const FileURL& url, const std::string& realPath, const Identity& identity,
-                  const ItemMetrics& metrics) const;
+                  const ItemMetrics& metrics, const AnchorCheck& anchorCheck, const std::string& refusal) const;
     void recordAuditEntry(const TrashSummary& summary, const std::vector<Outcome>& outcomes,
                           const std::string& client) const;
 

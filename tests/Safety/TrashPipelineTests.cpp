@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <tuple>
 
 #include <gmock/gmock.h>
@@ -58,6 +59,17 @@ private:
     Moment moment_;
     std::string measured_, swappedPath_, target_;
     mutable bool swapped_ = false;
+};
+
+// The real Trash, with the way to each item seen through a FaultyFileSystem's
+// device answers: mounts need privileges that tests do not have.
+struct DeviceReportingTrash final : Trash {
+    explicit DeviceReportingTrash(std::shared_ptr<testing::FaultyFileSystem> faulty) : devices(std::move(faulty)) {}
+    TrashMove trashItem(const std::string& path, const Identity& expected, const AnchorCheck& check) override {
+        return inner->trashItem(path, expected, devices->withReportedDevices(check));
+    }
+    std::shared_ptr<testing::FaultyFileSystem> devices;
+    std::shared_ptr<Trash> inner = makeDefaultTrash();
 };
 
 class TrashPipelineTest : public ::testing::Test {
@@ -231,6 +243,44 @@ TEST_F(TrashPipelineTest, ALinkToADirectoryIsMeasuredThroughButRemovedAsTheLink)
     EXPECT_EQ(std::tie(dead.status, dead.errorMessage, dead.logicalBytes, dead.fileCount),
               std::tuple(TrashItemStatus::failed, "File does not exist: " + dangling, 0, 1));
     EXPECT_TRUE(present(dangling)) << "a dangling link is left alone";
+}
+
+// ~/Documents bind-mounted at a cache folder, or over ~/Library/Caches
+// itself, played by device answers: the mount point is refused, and so is
+// everything in the home below a folder of another file system, in both
+// modes, before anything is touched. Outside the home a folder of its own
+// file system (a /tmp of its own) is no reason to refuse what lies in it.
+TEST_F(TrashPipelineTest, RemovalNeverCrossesIntoAnotherFileSystem) {
+    const std::string bound = fs::path(home.writeFile("Library/Caches/bound/thesis.txt", "years")).parent_path();
+    const std::string below = fs::path(home.writeFile("Library/Caches/app/blob", 100)).parent_path();
+    const std::string scratch = home.root() + "/scratch";
+    fs::create_directories(scratch);
+    for (bool purge : {false, true}) {
+        SCOPED_TRACE(purge ? "purge" : "trash");
+        const std::string outside = scratch + "/item.bin";
+        std::ofstream(outside) << "scratch";
+        for (const auto& [mount, item, reason] :
+             {std::tuple(bound, bound, "Refused '" + bound + "': it is the mount point of another file system"),
+              std::tuple(home.at("Library/Caches"), below,
+                         "Refused '" + below + "': it lies below '" + home.at("Library/Caches") +
+                             "', which is on another file system than the home")}) {
+            auto faulty = std::make_shared<testing::FaultyFileSystem>();
+            faulty->reportDeviceBelow(mount, 9999);
+            faulty->reportDeviceBelow(scratch, 7777);
+            const TrashPipeline pipe(faulty, std::make_shared<DeviceReportingTrash>(faulty),
+                                     std::make_shared<AuditLogger>(std::nullopt, homeURL, faulty), homeURL);
+            const TrashSummary summary = purge ? pipe.purgePermanently({FileURL(item)}, true, "cli")
+                                               : pipe.trash({FileURL(item)}, false, "cli");
+            EXPECT_EQ(summary.records.at(0).status, TrashItemStatus::failed);
+            EXPECT_EQ(summary.records.at(0).errorMessage.value_or(""), reason);
+            EXPECT_TRUE(present(item + (item == bound ? "/thesis.txt" : "/blob")));
+            const TrashSummary elsewhere = purge ? pipe.purgePermanently({FileURL(outside)}, true, "cli")
+                                                 : pipe.trash({FileURL(outside)}, false, "cli");
+            EXPECT_EQ(elsewhere.records.at(0).status, TrashItemStatus::success)
+                << elsewhere.records.at(0).errorMessage.value_or("");
+            std::ofstream(outside) << "scratch";
+        }
+    }
 }
 
 } // namespace

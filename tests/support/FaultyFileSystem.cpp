@@ -13,6 +13,15 @@ void FaultyFileSystem::reportDeviceBelow(const std::string& root, std::uint64_t 
     devices_.emplace_back(paths::standardize(root), device);
 }
 
+AnchorCheck FaultyFileSystem::withReportedDevices(AnchorCheck check) const {
+    if (!check) return check;
+    return [this, check = std::move(check)](const std::vector<AnchoredStep>& steps) {
+        std::vector<AnchoredStep> reported = steps;
+        for (AnchoredStep& step : reported) step.status.device = deviceFor(step.path, step.status.device);
+        return check(reported);
+    };
+}
+
 std::uint64_t FaultyFileSystem::deviceFor(const std::string& path, std::uint64_t real) const {
     const std::string standardized = paths::standardize(path);
     std::lock_guard lock(mutex_);
@@ -136,8 +145,8 @@ bool FaultyFileSystem::createDirectory(const std::string& path, std::uint32_t pe
            inner_->createDirectory(path, permissions, withIntermediates, error);
 }
 
-bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
-                                  RemovalReport& report, std::error_code& error) {
+bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
+                                  const RemovalCheck& check, RemovalReport& report, std::error_code& error) {
     if (fails(FileSystemCall::removeItem, path, error)) return false;
     // Entries inside the item pass the rules on their way to the check: a
     // device rule changes what the check sees, a failure rule stops there.
@@ -149,7 +158,7 @@ bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expec
         entry.status = &status;
         return check ? check(entry, leaveInPlace) : std::error_code();
     };
-    return inner_->removeItem(path, expected, wrapped, report, error);
+    return inner_->removeItem(path, expected, withReportedDevices(anchorCheck), wrapped, report, error);
 }
 
 bool FaultyFileSystem::appendUnderLock(

@@ -52,9 +52,9 @@ public:
                          std::error_code& error) override {
         return inner_->createDirectory(path, permissions, withIntermediates, error);
     }
-    bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
-                    RemovalReport& report, std::error_code& error) override {
-        return inner_->removeItem(path, expected, check, report, error);
+    bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
+                    const RemovalCheck& check, RemovalReport& report, std::error_code& error) override {
+        return inner_->removeItem(path, expected, anchorCheck, check, report, error);
     }
     bool appendUnderLock(const std::string& path, std::uint32_t permissions,
                          const std::function<std::optional<std::string>(std::string_view contents)>& compose,

@@ -13,6 +13,7 @@
 
 #include "Platform/Trash.hpp"
 #include "Platform/posix/AnchoredDirectory.hpp"
+#include "Platform/posix/PosixFileSystem.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk {
@@ -54,14 +55,13 @@ std::error_code errorCodeOf(NSError* error) {
 
 class FoundationTrash final : public Trash {
 public:
-    bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
-                   std::error_code& error) override {
-        landedPath.reset();
-        error.clear();
+    TrashMove trashItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck) override {
+        TrashMove move;
+        std::error_code& error = move.error;
         const std::string name = paths::lastComponent(path);
-        if (!paths::isAbsolute(path) || name.empty() || name == "/") {
+        if (!paths::isAbsolute(path) || name.empty() || name == "/" || posix::containsNul(path)) {
             error = {EINVAL, std::generic_category()};
-            return false;
+            return move;
         }
         // The file manager takes a path, not a descriptor. Right before the
         // call, the parent is opened without following a link on the way and
@@ -69,20 +69,29 @@ public:
         // remains is the moment between this check and the file manager's
         // own lookup of the path: a swap that lands exactly there is not
         // caught here. The Trash only moves, so even then nothing is deleted.
-        posix::FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error);
+        std::vector<AnchoredStep> steps;
+        posix::FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error,
+                                                                 anchorCheck ? &steps : nullptr);
         if (parent.get() < 0) {
             if (error.value() == ELOOP || error.value() == ENOTDIR) error = changedSinceCheckedError();
-            return false;
+            return move;
         }
         struct stat status {};
         if (::fstatat(parent.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
             error = {errno, std::generic_category()};
-            return false;
+            return move;
         }
         if (Identity{static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)} !=
             expected) {
             error = changedSinceCheckedError();
-            return false;
+            return move;
+        }
+        if (anchorCheck) {
+            steps.push_back(AnchoredStep{path, posix::fileStatusOf(status)});
+            if (const std::error_code refused = anchorCheck(steps)) {
+                error = refused;
+                return move;
+            }
         }
         // The directory flag comes from lstat, never from following a link:
         // a link to a directory made into "link/" would name its target.
@@ -95,13 +104,13 @@ public:
             NSError* failure = nil;
             if (![NSFileManager.defaultManager trashItemAtURL:url resultingItemURL:&resulting error:&failure]) {
                 error = errorCodeOf(failure);
-                return false;
+                return move;
             }
             if (resulting != nil && resulting.isFileURL) {
                 const char* landed = resulting.fileSystemRepresentation;
-                if (landed && *landed) landedPath = std::string(landed);
+                if (landed && *landed) move.landedPath = std::string(landed);
             }
-            return true;
+            return move;
         }
     }
 };

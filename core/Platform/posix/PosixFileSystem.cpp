@@ -389,15 +389,17 @@ void countRemoved(RemovalReport& report, const struct stat& st) {
 
 } // namespace
 
-bool PosixFileSystem::removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
-                                 RemovalReport& report, std::error_code& error) {
+bool PosixFileSystem::removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
+                                 const RemovalCheck& check, RemovalReport& report, std::error_code& error) {
     error.clear();
     const std::string name = paths::lastComponent(path);
     if (!paths::isAbsolute(path) || name.empty() || name == "/" || name == "." || name == ".." || containsNul(path)) {
         error = posix::errorOf(EINVAL);
         return false;
     }
-    FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error);
+    std::vector<AnchoredStep> steps;
+    FdGuard parent =
+        posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error, anchorCheck ? &steps : nullptr);
     if (parent.get() < 0) {
         // A directory on the way that is a link now was not one when the
         // path was resolved and checked.
@@ -412,6 +414,13 @@ bool PosixFileSystem::removeItem(const std::string& path, const Identity& expect
     if (Identity{static_cast<std::uint64_t>(item.st_dev), static_cast<std::uint64_t>(item.st_ino)} != expected) {
         error = changedSinceCheckedError();
         return false;
+    }
+    if (anchorCheck) {
+        steps.push_back(AnchoredStep{path, fromStat(item)});
+        if (const std::error_code refused = anchorCheck(steps)) {
+            error = refused;
+            return false;
+        }
     }
     if (!S_ISDIR(item.st_mode)) {
         if (::unlinkat(parent.get(), name.c_str(), 0) != 0) {
