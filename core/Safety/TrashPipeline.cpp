@@ -35,33 +35,66 @@ TrashItemRecord makeRecord(const FileURL& url, TrashItemStatus status, const Tra
 } // namespace
 
 TrashPipeline::TrashPipeline(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<Trash> trash,
-                             std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL)
+                             std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL, UnrecordedHandler onUnrecorded)
     : fileSystem_(std::move(fileSystem)), trash_(std::move(trash)), auditLogger_(std::move(auditLogger)),
-      homeURL_(std::move(homeURL)) {}
+      homeURL_(std::move(homeURL)), onUnrecorded_(std::move(onUnrecorded)) {}
 
-TrashSummary TrashPipeline::trash(const std::vector<FileURL>& urls, bool dryRun, const std::string& client) const {
+TrashSummary TrashPipeline::trash(const std::vector<FileURL>& urls, bool dryRun, const std::string& client,
+                                  StopToken stop) const {
     if (urls.empty()) throw TrashPipelineError(TrashPipelineError::Kind::emptyTargetList);
-    return run(urls, dryRun, false, client);
+    return run(urls, dryRun, false, client, stop);
 }
 
 TrashSummary TrashPipeline::purgePermanently(const std::vector<FileURL>& urls, bool confirmed,
-                                             const std::string& client) const {
+                                             const std::string& client, StopToken stop) const {
     // The missing confirmation is the graver mistake, so it is the one named
     // even when the list is empty as well.
     if (!confirmed) throw TrashPipelineError(TrashPipelineError::Kind::unconfirmedPermanentPurge);
     if (urls.empty()) throw TrashPipelineError(TrashPipelineError::Kind::emptyTargetList);
-    return run(urls, false, true, client);
+    return run(urls, false, true, client, stop);
+}
+
+std::string TrashPipeline::unrecordedWarning(const std::string& logPath, const std::string& reason) {
+    return fmt::format("Warning: this operation was not recorded in {}: {}", logPath, reason);
+}
+
+void TrashPipeline::reportUnrecorded(const std::string& reason) const {
+    if (onUnrecorded_) onUnrecorded_(auditLogger_->logFileURL().path(), reason);
+}
+
+void TrashPipeline::recordInterruptedOperations() const {
+    if (!auditLogger_) return;
+    for (const std::string& reason : OperationJournal::recoverUnfinished(*fileSystem_, *auditLogger_))
+        reportUnrecorded(reason);
 }
 
 TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, bool permanentPurge,
-                                const std::string& client) const {
+                                const std::string& client, const StopToken& stop) const {
+    recordInterruptedOperations();
     const Date startedAt = std::chrono::system_clock::now();
     const Uuid operationId = Uuid::random();
+    const AuditOperationType type = permanentPurge ? AuditOperationType::purge
+                                    : dryRun       ? AuditOperationType::dryRun
+                                                   : AuditOperationType::trash;
+    // A dry run touches nothing, and needs no journal.
+    const std::unique_ptr<OperationJournal> journal =
+        auditLogger_ && !dryRun
+            ? OperationJournal::begin(*fileSystem_, auditLogger_->logFileURL(), operationId, type, client)
+            : nullptr;
     const std::string realHome = paths::standardize(fileSystem_->resolvingSymlinks(homeURL_.path()));
 
     std::vector<Outcome> outcomes;
     outcomes.reserve(urls.size());
-    for (const FileURL& url : urls) outcomes.push_back(processItem(url, dryRun, permanentPurge, realHome));
+    for (const FileURL& url : urls) {
+        // Asked to stop: the item under way was finished, the rest are left.
+        if (stop.stopRequested()) {
+            outcomes.push_back(Outcome{makeRecord(url, TrashItemStatus::skipped,
+                                                  ItemMetrics{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 1},
+                                                  std::nullopt, "Not processed: the operation was interrupted.")});
+            continue;
+        }
+        outcomes.push_back(processItem(url, dryRun, permanentPurge, realHome, journal.get()));
+    }
     std::vector<TrashItemRecord> records;
     records.reserve(outcomes.size());
     for (const Outcome& outcome : outcomes) records.push_back(outcome.record);
@@ -74,7 +107,12 @@ TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, b
         .startedAt = startedAt,
         .completedAt = std::chrono::system_clock::now(),
     });
-    recordAuditEntry(summary, outcomes, client);
+    if (journal) journal->operationFinished(summary.durationSeconds * 1000.0);
+    if (const auto failure = recordAuditEntry(summary, outcomes, client)) {
+        reportUnrecorded(*failure); // the journal stays, for the next operation to record
+    } else if (journal) {
+        journal->discard();
+    }
     return summary;
 }
 
@@ -104,7 +142,7 @@ std::optional<std::string> mountCrossing(const std::vector<AnchoredStep>& steps,
 } // namespace
 
 TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRun, bool permanentPurge,
-                                                  const std::string& realHome) const {
+                                                  const std::string& realHome, OperationJournal* journal) const {
     const std::string& path = url.path();
     const ItemMetrics nothing{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 1};
     auto failed = [&](const ItemMetrics& metrics, std::string message) {
@@ -156,6 +194,9 @@ TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRu
         return {};
     };
 
+    // The journal hears of the item before it is touched, and of what
+    // became of it after, so that a crash in between loses nothing.
+    if (journal) journal->itemStarting(path, metrics.allocatedBytes);
     Outcome outcome;
     if (permanentPurge) {
         outcome = purge(url, realPath, own->identity(), metrics, staysOnItsFileSystem, refusal);
@@ -174,6 +215,11 @@ TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRu
         } else {
             outcome = failed(metrics, fmt::format("Could not move '{}' to the Trash: {}", path, move.error.message()));
         }
+    }
+    if (journal) {
+        const bool succeeded = outcome.record.status == TrashItemStatus::success;
+        journal->itemFinished(path, succeeded || outcome.partiallyRemoved, succeeded,
+                              succeeded ? outcome.record.allocatedBytes : outcome.partiallyRemovedBytes);
     }
     return outcome;
 }
@@ -252,9 +298,10 @@ TrashPipeline::ItemMetrics TrashPipeline::metricsOf(const std::string& path, con
     return metrics;
 }
 
-void TrashPipeline::recordAuditEntry(const TrashSummary& summary, const std::vector<Outcome>& outcomes,
-                                     const std::string& client) const {
-    if (!auditLogger_) return;
+std::optional<std::string> TrashPipeline::recordAuditEntry(const TrashSummary& summary,
+                                                           const std::vector<Outcome>& outcomes,
+                                                           const std::string& client) const {
+    if (!auditLogger_) return std::nullopt;
 
     const AuditOperationType type = summary.isPermanentPurge ? AuditOperationType::purge
                                     : summary.isDryRun       ? AuditOperationType::dryRun
@@ -275,10 +322,13 @@ void TrashPipeline::recordAuditEntry(const TrashSummary& summary, const std::vec
     try {
         auditLogger_->record(summary.operationId, type, summary.successCount, bytes, paths, client,
                              summary.durationSeconds * 1000.0, std::chrono::system_clock::now());
-    } catch (const std::exception&) {
+    } catch (const std::exception& failure) {
         // The items are gone (or in the Trash) whatever the log says; a log
-        // that cannot be written must not make the operation look failed.
+        // that cannot be written must not make the operation look failed,
+        // but it must not go unnoticed either.
+        return failure.what();
     }
+    return std::nullopt;
 }
 
 } // namespace unbulk

@@ -1,9 +1,15 @@
 #include "Safety/TrashPipeline.hpp"
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <tuple>
+
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -71,6 +77,15 @@ struct DeviceReportingTrash final : Trash {
     std::shared_ptr<testing::FaultyFileSystem> devices;
     std::shared_ptr<Trash> inner = makeDefaultTrash();
 };
+
+// The journals left in the log's folder.
+std::vector<std::string> journalsIn(const std::string& folder) {
+    std::vector<std::string> found;
+    if (!fs::exists(folder)) return found;
+    for (const auto& entry : fs::directory_iterator(folder))
+        if (entry.path().filename().string().starts_with("audit.jsonl.journal-")) found.push_back(entry.path());
+    return found;
+}
 
 class TrashPipelineTest : public ::testing::Test {
 protected:
@@ -281,6 +296,83 @@ TEST_F(TrashPipelineTest, RemovalNeverCrossesIntoAnotherFileSystem) {
             std::ofstream(outside) << "scratch";
         }
     }
+}
+
+// A log that cannot be written (here a torn last line) fails nothing, but
+// the handler hears of it, and the operation's journal stays; once the log
+// is mended, the next operation (a dry run will do) writes the entry first.
+TEST_F(TrashPipelineTest, AnUnrecordedOperationIsToldAndRecordedByTheNextOne) {
+    std::vector<std::pair<std::string, std::string>> told;
+    const auto tell = [&](const std::string& log, const std::string& reason) { told.emplace_back(log, reason); };
+    const auto logger = std::make_shared<AuditLogger>(std::nullopt, homeURL);
+    const TrashPipeline pipe(makeDefaultFileSystem(), makeDefaultTrash(), logger, homeURL, tell);
+    home.writeFile(".unbulk/audit.jsonl", R"({"bytesUnbulked":12,"client")");
+    const std::string item = home.writeFile(".cache/tool/blob", 3000);
+    const TrashSummary summary = pipe.trash({FileURL(fs::path(item).parent_path())}, false, "mcp");
+    EXPECT_EQ(summary.successCount, 1);
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_EQ(told[0].first, logPath);
+    EXPECT_THAT(told[0].second, ::testing::StartsWith("Failed to parse audit log at line 1: "));
+    EXPECT_EQ(TrashPipeline::unrecordedWarning(told[0].first, "why"),
+              "Warning: this operation was not recorded in " + logPath + ": why");
+    EXPECT_EQ(journalsIn(home.at(".unbulk")).size(), 1u);
+
+    fs::remove(logPath);
+    pipe.trash({FileURL(home.writeFile(".cache/other", 10))}, true, "cli");
+    const auto entries = logger->readEntries();
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].operationId, summary.operationId.string());
+    EXPECT_EQ(std::tie(entries[0].operationType, entries[0].itemsCount, entries[0].bytesUnbulked, entries[0].client),
+              std::tuple(AuditOperationType::trash, 1, summary.totalAllocatedBytesUnbulked, "mcp"));
+    EXPECT_EQ(entries[0].paths, std::vector<std::string>{home.at(".cache/tool")});
+    EXPECT_EQ(entries[1].operationType, AuditOperationType::dryRun);
+    EXPECT_TRUE(journalsIn(home.at(".unbulk")).empty());
+    EXPECT_EQ(told.size(), 1u);
+}
+
+// Another process holds the log's lock and never lets go: the removal is
+// done, the wait ends after the timeout, and the entry waits in the journal.
+TEST_F(TrashPipelineTest, ALockHeldByAnotherProcessDelaysTheEntryButNeverTheRemoval) {
+    home.writeFile(".unbulk/audit.jsonl", "");
+    int ready[2], release[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    ASSERT_EQ(::pipe(release), 0);
+    const pid_t holder = ::fork();
+    ASSERT_GE(holder, 0);
+    if (holder == 0) {
+        ::close(release[1]); // so that the parent's close is the end of the pipe
+        const int fd = ::open(logPath.c_str(), O_RDWR);
+        char byte = 0;
+        if (fd >= 0 && ::flock(fd, LOCK_EX) == 0 && ::write(ready[1], "x", 1) == 1) {
+            while (::read(release[0], &byte, 1) < 0 && errno == EINTR) {}
+        }
+        ::_exit(0);
+    }
+    ::close(release[0]);
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+
+    std::vector<std::string> told;
+    const auto logger = std::make_shared<AuditLogger>(std::nullopt, homeURL, makeDefaultFileSystem(),
+                                                      std::chrono::milliseconds(200));
+    const TrashPipeline pipe(makeDefaultFileSystem(), makeDefaultTrash(), logger, homeURL,
+                             [&](const std::string&, const std::string& reason) { told.push_back(reason); });
+    const std::string item = home.writeFile(".cache/item", 10);
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(pipe.purgePermanently({FileURL(item)}, true, "cli").successCount, 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+    EXPECT_FALSE(present(item));
+    EXPECT_EQ(told, std::vector<std::string>{"Failed to write audit log entry: Another process held the log's lock "
+                                             "for more than 0.2 seconds"});
+    EXPECT_EQ(journalsIn(home.at(".unbulk")).size(), 1u);
+
+    ::close(release[1]);
+    int status = 0;
+    ::waitpid(holder, &status, 0);
+    pipe.recordInterruptedOperations();
+    ASSERT_EQ(logger->readEntries().size(), 1u);
+    EXPECT_EQ(logger->readEntries()[0].paths, std::vector<std::string>{item});
+    EXPECT_TRUE(journalsIn(home.at(".unbulk")).empty());
 }
 
 } // namespace

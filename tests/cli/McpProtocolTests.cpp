@@ -84,5 +84,20 @@ TEST(McpProtocolTest, AToolErrorIsAFailedResultNotAProtocolError) {
     EXPECT_TRUE(out["result"]["content"][0]["text"].get<std::string>().starts_with("Tool execution failed: "));
 }
 
+// Standard output carries protocol lines only: a removal that could not be
+// recorded in the log is told on the server's standard error.
+TEST(McpProtocolTest, AnUnrecordedRemovalIsToldOnStandardError) {
+    testing::TempHome home;
+    const std::string item = home.writeFile("junk/file.bin", "data");
+    const std::string log = home.makeDirectory(".unbulk/audit.jsonl");
+    const auto result = serve(R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"clean_storage",)"
+                              R"("arguments":{"dry_run":false,"paths":[")" + item + R"("]}}})" "\n");
+    const Json out = Json::parse(result.standardOutput);
+    EXPECT_FALSE(out["result"]["isError"].get<bool>());
+    EXPECT_EQ(Json::parse(out["result"]["content"][0]["text"].get<std::string>())["successCount"], 1);
+    EXPECT_TRUE(result.standardError.starts_with("Warning: this operation was not recorded in " + log + ": "))
+        << result.standardError;
+}
+
 } // namespace
 } // namespace unbulk

@@ -4,7 +4,7 @@
 
 namespace unbulk::testing {
 
-static_assert(static_cast<std::size_t>(FileSystemCall::renameItem) + 1 == fileSystemCallCount);
+static_assert(static_cast<std::size_t>(FileSystemCall::openLocked) + 1 == fileSystemCallCount);
 
 FaultyFileSystem::FaultyFileSystem(std::shared_ptr<FileSystem> inner) : inner_(std::move(inner)) {}
 
@@ -162,10 +162,16 @@ bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expec
 }
 
 bool FaultyFileSystem::appendUnderLock(
-    const std::string& path, std::uint32_t permissions,
+    const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
     const std::function<std::optional<std::string>(std::string_view contents)>& compose, std::error_code& error) {
     return !fails(FileSystemCall::appendUnderLock, path, error) &&
-           inner_->appendUnderLock(path, permissions, compose, error);
+           inner_->appendUnderLock(path, permissions, lockTimeout, compose, error);
+}
+
+std::unique_ptr<LockedFile> FaultyFileSystem::openLocked(const std::string& path, LockedFileMode mode,
+                                                         std::uint32_t permissions, std::error_code& error) {
+    if (fails(FileSystemCall::openLocked, path, error)) return nullptr;
+    return inner_->openLocked(path, mode, permissions, error);
 }
 
 bool FaultyFileSystem::isPackage(const std::string& path) const {

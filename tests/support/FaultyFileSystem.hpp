@@ -18,10 +18,10 @@ namespace unbulk::testing {
 // The calls of FileSystem, one per virtual function.
 enum class FileSystemCall {
     status, linkStatus, contentsOfDirectory, walk, destinationOfSymbolicLink, resolvingSymlinks, readFile,
-    writeFileAtomically, createDirectory, removeItem, appendUnderLock, isPackage, renameItem,
+    writeFileAtomically, createDirectory, removeItem, appendUnderLock, isPackage, renameItem, openLocked,
 };
 
-inline constexpr std::size_t fileSystemCallCount = 13;
+inline constexpr std::size_t fileSystemCallCount = 14;
 
 // A FileSystem that forwards every call to another one (the real one unless
 // told otherwise) and fails the calls a test chooses with the errno it
@@ -87,9 +87,11 @@ public:
                          std::error_code& error) override;
     bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
                     const RemovalCheck& check, RemovalReport& report, std::error_code& error) override;
-    bool appendUnderLock(const std::string& path, std::uint32_t permissions,
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
                          const std::function<std::optional<std::string>(std::string_view contents)>& compose,
                          std::error_code& error) override;
+    std::unique_ptr<LockedFile> openLocked(const std::string& path, LockedFileMode mode, std::uint32_t permissions,
+                                           std::error_code& error) override;
     bool isPackage(const std::string& path) const override;
 
 private:

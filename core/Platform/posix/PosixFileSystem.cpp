@@ -6,6 +6,7 @@
 #include <deque>
 #include <functional>
 #include <random>
+#include <thread>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -380,6 +381,86 @@ std::optional<std::uint64_t> mountIdentifier([[maybe_unused]] int directoryFd, [
     return std::nullopt;
 }
 
+// Takes the exclusive lock on `fd`, waiting at most `timeout` for another
+// holder to let go: a process that holds it forever must not hold us too.
+bool lockWithin(int fd, std::chrono::milliseconds timeout, std::error_code& error) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    auto pause = std::chrono::milliseconds(1);
+    while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EINTR) continue;
+        if (errno != EWOULDBLOCK) {
+            error = lastError();
+            return false;
+        }
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= deadline) {
+            error = std::make_error_code(std::errc::timed_out);
+            return false;
+        }
+        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(pause, deadline - now));
+        pause = std::min(pause * 2, std::chrono::milliseconds(50));
+    }
+    return true;
+}
+
+// Makes a new directory entry durable: the file could otherwise vanish with
+// a power cut although its contents were flushed.
+void syncParentDirectory(const std::string& path) {
+    std::string parent = paths::deletingLastComponent(path);
+    if (parent.empty()) parent = ".";
+    FdGuard directory(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory.get() >= 0) ::fsync(directory.get());
+}
+
+class PosixLockedFile final : public LockedFile {
+public:
+    PosixLockedFile(FdGuard fd, std::string path) : fd_(std::move(fd)), path_(std::move(path)) {}
+
+    bool append(std::string_view text, bool flush, std::error_code& error) override {
+        if (!writeAll(fd_.get(), text, error)) return false;
+        if (flush && ::fsync(fd_.get()) != 0) {
+            error = lastError();
+            return false;
+        }
+        return true;
+    }
+
+    std::optional<std::string> readAll(std::error_code& error) const override {
+        std::string contents;
+        char buffer[65536];
+        for (off_t offset = 0;;) {
+            const ssize_t got = ::pread(fd_.get(), buffer, sizeof buffer, offset);
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) {
+                error = lastError();
+                return std::nullopt;
+            }
+            if (got == 0) return contents;
+            contents.append(buffer, static_cast<std::size_t>(got));
+            offset += got;
+        }
+    }
+
+    bool remove(std::error_code& error) override {
+        // Only the file we hold: a name that holds another by now is left.
+        struct stat held {}, named {};
+        if (::fstat(fd_.get(), &held) != 0 || ::lstat(path_.c_str(), &named) != 0 || held.st_dev != named.st_dev ||
+            held.st_ino != named.st_ino) {
+            error = posix::errorOf(ENOENT);
+            return false;
+        }
+        if (::unlink(path_.c_str()) != 0) {
+            error = lastError();
+            return false;
+        }
+        return true;
+    }
+
+private:
+    FdGuard fd_;
+    std::string path_;
+};
+
 void countRemoved(RemovalReport& report, const struct stat& st) {
     if (!S_ISREG(st.st_mode)) return;
     report.filesRemoved += 1;
@@ -503,7 +584,7 @@ bool PosixFileSystem::removeItem(const std::string& path, const Identity& expect
 }
 
 bool PosixFileSystem::appendUnderLock(
-    const std::string& path, std::uint32_t permissions,
+    const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
     const std::function<std::optional<std::string>(std::string_view contents)>& compose, std::error_code& error) {
     error.clear();
     if (containsNul(path)) {
@@ -525,12 +606,7 @@ bool PosixFileSystem::appendUnderLock(
         error = lastError();
         return false;
     }
-    while (::flock(fd.get(), LOCK_EX) != 0) {
-        if (errno != EINTR) {
-            error = lastError();
-            return false;
-        }
-    }
+    if (!lockWithin(fd.get(), lockTimeout, error)) return false;
     // The lock goes with the descriptor when it is closed.
     struct stat st {};
     if (::fstat(fd.get(), &st) != 0) {
@@ -562,6 +638,52 @@ bool PosixFileSystem::appendUnderLock(
         return false;
     }
     return true;
+}
+
+std::unique_ptr<LockedFile> PosixFileSystem::openLocked(const std::string& path, LockedFileMode mode,
+                                                        std::uint32_t permissions, std::error_code& error) {
+    error.clear();
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return nullptr;
+    }
+    const bool create = mode == LockedFileMode::createNew;
+    const int flags = O_RDWR | O_APPEND | O_NOFOLLOW | O_CLOEXEC | (create ? O_CREAT | O_EXCL : 0);
+    FdGuard fd(::open(path.c_str(), flags, static_cast<mode_t>(permissions)));
+    if (fd.get() < 0) {
+        error = lastError();
+        return nullptr;
+    }
+    struct stat held {};
+    if (::fstat(fd.get(), &held) != 0) {
+        error = lastError();
+        return nullptr;
+    }
+    if (!S_ISREG(held.st_mode)) {
+        error = posix::errorOf(EINVAL);
+        return nullptr;
+    }
+    if (create && ::fchmod(fd.get(), static_cast<mode_t>(permissions)) != 0) {
+        error = lastError();
+        return nullptr;
+    }
+    while (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EINTR) continue;
+        error = lastError();
+        return nullptr;
+    }
+    if (create) {
+        syncParentDirectory(path);
+    } else {
+        // Whoever held it before may have removed it once done: then the
+        // name is gone, or holds another file, and there is nothing to take.
+        struct stat named {};
+        if (::lstat(path.c_str(), &named) != 0 || named.st_dev != held.st_dev || named.st_ino != held.st_ino) {
+            error = posix::errorOf(ENOENT);
+            return nullptr;
+        }
+    }
+    return std::make_unique<PosixLockedFile>(std::move(fd), path);
 }
 
 bool PosixFileSystem::isPackage(const std::string& path) const {
