@@ -44,13 +44,13 @@ TEST_F(AppUninstallerTest, BothRunsAreLoggedForTheUninstallerWithEveryItem) {
     EXPECT_EQ(entries.back().itemsCount, 3);
 }
 
-// A hostile bundle's name of two NULs would probe "Application
-// Support/<NUL><NUL>", which the kernel reads as the whole folder. Such a
-// path never reaches the kernel, and the sandbox would refuse it anyway.
-TEST_F(AppUninstallerTest, ANameWithNulsDoesNotTakeAWholeLibraryFolder) {
+// A hostile bundle named "Other App<NUL>x" probes "Application Support/Other
+// App<NUL>x", which the kernel reads as another application's folder. Such
+// a path never reaches the kernel, and the sandbox would refuse it anyway.
+TEST_F(AppUninstallerTest, ANameWithANulDoesNotTakeAnotherApplicationsFolder) {
     const std::string other = home.writeFile("Library/Application Support/Other App/data", "another app's");
     InstalledApp hostile = acme();
-    hostile.displayName = std::string("\0\0", 2);
+    hostile.displayName = "Other App" + std::string(1, '\0') + "x";
     const UninstallSummary summary = uninstaller().uninstall(hostile, false);
     EXPECT_TRUE(fs::exists(other));
     for (const auto& record : summary.records) {
