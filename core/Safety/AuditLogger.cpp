@@ -86,9 +86,10 @@ std::vector<AuditLogEntry> decodeEntries(std::string_view contents) {
 
 } // namespace
 
-AuditLogger::AuditLogger(std::optional<FileURL> logFileURL, FileURL homeURL, std::shared_ptr<FileSystem> fileSystem)
+AuditLogger::AuditLogger(std::optional<FileURL> logFileURL, FileURL homeURL, std::shared_ptr<FileSystem> fileSystem,
+                         std::chrono::milliseconds lockTimeout)
     : logFileURL_(logFileURL ? std::move(*logFileURL) : defaultLogFile(homeURL)),
-      fileSystem_(std::move(fileSystem)) {}
+      fileSystem_(std::move(fileSystem)), lockTimeout_(lockTimeout) {}
 
 FileURL AuditLogger::defaultLogDirectory(const FileURL& homeURL) { return homeURL.appending(".unbulk", true); }
 
@@ -220,7 +221,11 @@ AuditLogEntry AuditLogger::record(const Uuid& operationId, AuditOperationType op
         }
     };
     std::error_code error;
-    if (!fileSystem_->appendUnderLock(logFileURL_.path(), logFileMode, compose, error)) {
+    if (!fileSystem_->appendUnderLock(logFileURL_.path(), logFileMode, lockTimeout_, compose, error)) {
+        if (error == std::errc::timed_out) {
+            throw writeFailed(fmt::format("Another process held the log's lock for more than {} seconds",
+                                          std::chrono::duration<double>(lockTimeout_).count()));
+        }
         throw writeFailed("Failed to append data to log file: " + error.message());
     }
     if (failure) throw *failure;
