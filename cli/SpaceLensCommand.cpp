@@ -3,13 +3,12 @@
 
 #include <fmt/format.h>
 
-#include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Output.hpp"
 #include "ProgressLine.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Platform/CurrentDirectory.hpp"
-#include "SpaceLens/SpaceLensEngine.hpp"
+#include "Operations/Engines.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 
@@ -35,14 +34,14 @@ std::int64_t depthOf(const Arguments& args) {
 
 } // namespace
 
-int handleSpaceLens(const Arguments& args) {
+int handleSpaceLens(const Environment& environment, const Arguments& args) {
     // The path as typed: no "~" expansion; a relative one is read against
     // the working directory, as a file URL made of it would be.
-    const std::string path = optionValue(args, "--path").value_or(userHomeURL().path());
+    const std::string path = optionValue(args, "--path").value_or(environment.homeURL.path());
     const std::string absolute = paths::isAbsolute(path) ? path : paths::appending(currentDirectory(), path);
     const SpaceNode root = [&] {
         ProgressLine progress(!hasFlag(args, "--json"));
-        return SpaceLensEngine().scanDirectory(FileURL(absolute), depthOf(args), {}, progress.countingItems());
+        return Engines::spaceLensEngine(environment).scanDirectory(FileURL(absolute), depthOf(args), {}, progress.countingItems());
     }();
 
     if (hasFlag(args, "--json")) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <system_error>
 
-#include "Platform/Home.hpp"
 #include "Platform/PropertyList.hpp"
 #include "Support/Json.hpp"
 #include "Support/NoSuchFileError.hpp"
@@ -11,13 +10,11 @@
 
 namespace unbulk {
 
-StartupManager::Directories StartupManager::defaultDirectories(const FileURL& homeURL) {
-    return {homeURL.appending("Library/LaunchAgents", true), FileURL("/Library/LaunchAgents", true),
-            FileURL("/Library/LaunchDaemons", true)};
+StartupManager::Directories StartupManager::defaultDirectories(const FileURL& homeURL, const std::string& systemRoot) {
+    return {homeURL.appending("Library/LaunchAgents", true),
+            FileURL(paths::appending(systemRoot, "Library/LaunchAgents"), true),
+            FileURL(paths::appending(systemRoot, "Library/LaunchDaemons"), true)};
 }
-
-StartupManager::StartupManager(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<ProcessRunner> runner)
-    : StartupManager(defaultDirectories(FileURL(homeDirectory(), true)), std::move(fileSystem), std::move(runner)) {}
 
 StartupManager::StartupManager(Directories directories, std::shared_ptr<FileSystem> fileSystem,
                                std::shared_ptr<ProcessRunner> runner)

@@ -128,16 +128,10 @@ std::optional<CacheDirTagInfo> detectTag(const FileURL& directory, const FileSys
     return info;
 }
 
-std::optional<CacheDirTagInfo> detectTag(const FileURL& directory) {
-    return detectTag(directory, *makeDefaultFileSystem());
-}
-
 bool isCacheDirectory(const FileURL& directory, const FileSystem& fileSystem) {
     auto info = detectTag(directory, fileSystem);
     return info && info->isValid;
 }
-
-bool isCacheDirectory(const FileURL& directory) { return isCacheDirectory(directory, *makeDefaultFileSystem()); }
 
 void writeTag(const FileURL& directory, const std::optional<std::string>& applicationName, FileSystem& fileSystem) {
     std::string contents(signatureHeader);
@@ -152,10 +146,6 @@ void writeTag(const FileURL& directory, const std::optional<std::string>& applic
     const std::string tagPath = directory.appending(tagFileName, false).path();
     std::error_code error;
     if (!fileSystem.writeFileAtomically(tagPath, contents, 0644, error)) throw std::system_error(error, tagPath);
-}
-
-void writeTag(const FileURL& directory, const std::optional<std::string>& applicationName) {
-    writeTag(directory, applicationName, *makeDefaultFileSystem());
 }
 
 } // namespace unbulk::CacheDirTagDetector

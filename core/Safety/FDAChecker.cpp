@@ -3,7 +3,6 @@
 #include <initializer_list>
 #include <string>
 
-#include "Platform/Home.hpp"
 #include "Platform/ProcessLauncher.hpp"
 
 namespace unbulk::FDAChecker {
@@ -17,10 +16,6 @@ bool hasFullDiskAccess(const FileURL& homeURL, const FileSystem& fileSystem) {
         return !error;
     }
     return true;
-}
-
-bool hasFullDiskAccess() {
-    return hasFullDiskAccess(FileURL(homeDirectory(), true), *makeDefaultFileSystem());
 }
 
 bool openSystemSettings() { return openURL(std::string(settingsURL())); }

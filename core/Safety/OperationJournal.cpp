@@ -150,7 +150,8 @@ void OperationJournal::discard() {
     file_->remove(ignored);
 }
 
-std::vector<std::string> OperationJournal::recoverUnfinished(FileSystem& fileSystem, AuditLogger& logger) {
+std::vector<std::string> OperationJournal::recoverUnfinished(FileSystem& fileSystem, AuditLogger& logger,
+                                                            const Clock& clock) {
     std::vector<std::string> failures;
     const std::string directory = paths::deletingLastComponent(logger.logFileURL().path());
     const std::string prefix = journalPrefix(logger.logFileURL());
@@ -184,7 +185,7 @@ std::vector<std::string> OperationJournal::recoverUnfinished(FileSystem& fileSys
                         if (__builtin_add_overflow(bytes, freed, &bytes)) bytes = INT64_MAX;
                     }
                     logger.record(operation->operationId, operation->operationType, itemsCount, bytes, paths,
-                                  operation->client, operation->durationMs, std::chrono::system_clock::now());
+                                  operation->client, operation->durationMs, clock());
                 }
             }
         } catch (const std::exception& failure) {

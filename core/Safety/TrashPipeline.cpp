@@ -35,9 +35,10 @@ TrashItemRecord makeRecord(const FileURL& url, TrashItemStatus status, const Tra
 } // namespace
 
 TrashPipeline::TrashPipeline(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<Trash> trash,
-                             std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL, UnrecordedHandler onUnrecorded)
+                             std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL, Clock clock,
+                             UnrecordedHandler onUnrecorded)
     : fileSystem_(std::move(fileSystem)), trash_(std::move(trash)), auditLogger_(std::move(auditLogger)),
-      homeURL_(std::move(homeURL)), onUnrecorded_(std::move(onUnrecorded)) {}
+      homeURL_(std::move(homeURL)), clock_(std::move(clock)), onUnrecorded_(std::move(onUnrecorded)) {}
 
 TrashSummary TrashPipeline::trash(const std::vector<FileURL>& urls, bool dryRun, const std::string& client,
                                   StopToken stop) const {
@@ -64,14 +65,14 @@ void TrashPipeline::reportUnrecorded(const std::string& reason) const {
 
 void TrashPipeline::recordInterruptedOperations() const {
     if (!auditLogger_) return;
-    for (const std::string& reason : OperationJournal::recoverUnfinished(*fileSystem_, *auditLogger_))
+    for (const std::string& reason : OperationJournal::recoverUnfinished(*fileSystem_, *auditLogger_, clock_))
         reportUnrecorded(reason);
 }
 
 TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, bool permanentPurge,
                                 const std::string& client, const StopToken& stop) const {
     recordInterruptedOperations();
-    const Date startedAt = std::chrono::system_clock::now();
+    const Date startedAt = clock_();
     const Uuid operationId = Uuid::random();
     const AuditOperationType type = permanentPurge ? AuditOperationType::purge
                                     : dryRun       ? AuditOperationType::dryRun
@@ -105,7 +106,7 @@ TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, b
         .isPermanentPurge = permanentPurge,
         .records = std::move(records),
         .startedAt = startedAt,
-        .completedAt = std::chrono::system_clock::now(),
+        .completedAt = clock_(),
     });
     if (journal) journal->operationFinished(summary.durationSeconds * 1000.0);
     if (const auto failure = recordAuditEntry(summary, outcomes, client)) {
@@ -325,7 +326,7 @@ std::optional<std::string> TrashPipeline::recordAuditEntry(const TrashSummary& s
 
     try {
         auditLogger_->record(summary.operationId, type, summary.successCount, bytes, paths, client,
-                             summary.durationSeconds * 1000.0, std::chrono::system_clock::now());
+                             summary.durationSeconds * 1000.0, clock_());
     } catch (const std::exception& failure) {
         // The items are gone (or in the Trash) whatever the log says; a log
         // that cannot be written must not make the operation look failed,

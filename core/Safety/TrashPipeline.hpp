@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Models/SafetyModels.hpp"
+#include "Platform/Clock.hpp"
 #include "Platform/FileSystem.hpp"
 #include "Platform/Trash.hpp"
 #include "Safety/AuditLogger.hpp"
@@ -70,8 +71,10 @@ public:
     static std::string unrecordedWarning(const std::string& logPath, const std::string& reason);
 
     // `auditLogger` may be null: nothing is logged (or journalled) then.
+    // `clock` dates the operation and its entry.
     TrashPipeline(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<Trash> trash,
-                  std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL, UnrecordedHandler onUnrecorded = {});
+                  std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL, Clock clock,
+                  UnrecordedHandler onUnrecorded = {});
 
     // Moves each item to the Trash, or with dryRun only says what would go.
     // Throws TrashPipelineError (emptyTargetList) for an empty list.
@@ -124,6 +127,7 @@ private:
     std::shared_ptr<Trash> trash_;
     std::shared_ptr<AuditLogger> auditLogger_;
     FileURL homeURL_;
+    Clock clock_;
     UnrecordedHandler onUnrecorded_;
 };
 

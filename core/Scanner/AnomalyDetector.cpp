@@ -85,8 +85,9 @@ AnomalyDetectorConfiguration AnomalyDetectorConfiguration::make(std::int64_t min
 }
 
 AnomalyDetector::AnomalyDetector(AnomalyDetectorConfiguration config, std::shared_ptr<const RuleRegistry> ruleRegistry,
-                                 std::shared_ptr<FileSystem> fileSystem)
-    : config_(std::move(config)), ruleRegistry_(std::move(ruleRegistry)), fileSystem_(std::move(fileSystem)) {}
+                                 std::shared_ptr<FileSystem> fileSystem, Clock clock)
+    : config_(std::move(config)), ruleRegistry_(std::move(ruleRegistry)), fileSystem_(std::move(fileSystem)),
+      clock_(std::move(clock)) {}
 
 const std::vector<std::string>& AnomalyDetector::keywords() {
     static const std::vector<std::string> list{"cache",  "caches", "tmp",         "temp",      "artifacts",
@@ -231,7 +232,7 @@ std::optional<RuleDefinition> AnomalyDetector::synthesizeRule(const FileURL& url
         return std::nullopt;
     }
     const std::string name = url.lastComponent();
-    const Date now = std::chrono::system_clock::now();
+    const Date now = clock_();
     RuleDefinition rule;
     rule.id = "dynamic.anomaly." + sanitizeSlug(name);
     rule.name = "Untracked Cache (" + name + ")";

@@ -15,6 +15,7 @@
 
 namespace unbulk {
 
+class Processes;
 class RuleRegistry;
 
 // What lies where on a developer's machine: tool caches, git worktrees, Xcode
@@ -26,13 +27,14 @@ class RuleRegistry;
 // node_modules) and DeveloperTargetsModels.cpp (model weights, Docker).
 class DeveloperTargets {
 public:
-    // Absent arguments take their defaults: /Applications and ~/Applications;
-    // the eight usual project folders under the home; defaultProcessChecker();
-    // a classifier over the same home, registry and file system.
-    DeveloperTargets(FileURL homeURL, std::optional<std::vector<FileURL>> applicationsURLs,
+    // `applicationsURLs` are where Docker.app is looked for
+    // (defaultApplicationsURLs). Absent project roots are the eight usual
+    // project folders under the home; an absent classifier is one over the
+    // same home, registry and file system.
+    DeveloperTargets(FileURL homeURL, std::vector<FileURL> applicationsURLs,
                      std::optional<std::vector<FileURL>> projectRoots, std::shared_ptr<FileSystem> fileSystem,
-                     std::shared_ptr<const RuleRegistry> ruleRegistry = nullptr,
-                     ProcessRunningCheck isProcessRunning = {}, std::optional<RiskClassifier> riskClassifier = {});
+                     std::shared_ptr<const RuleRegistry> ruleRegistry, ProcessRunningCheck isProcessRunning,
+                     std::optional<RiskClassifier> riskClassifier = {});
 
     // The sub-scans that serve the given categories, in their fixed order.
     // Throws CancellationError when stop is requested before a sub-scan (or,
@@ -44,8 +46,8 @@ public:
     MeasuredMetrics measureItem(const FileURL& url) const;
 
     // A substring test without regard to case over the short names of the
-    // running processes.
-    static ProcessRunningCheck defaultProcessChecker();
+    // processes running when it is asked.
+    static ProcessRunningCheck processChecker(std::shared_ptr<const Processes> processes);
 
     const FileURL& homeURL() const { return homeURL_; }
     const std::vector<FileURL>& applicationsURLs() const { return applicationsURLs_; }
@@ -84,7 +86,7 @@ private:
     RiskClassifier riskClassifier_;
 };
 
-// /Applications, then <home>/Applications.
-std::vector<FileURL> defaultApplicationsURLs(const FileURL& homeURL);
+// <systemRoot>/Applications, then <home>/Applications.
+std::vector<FileURL> defaultApplicationsURLs(const FileURL& homeURL, const std::string& systemRoot);
 
 } // namespace unbulk

@@ -54,10 +54,9 @@ void append(SystemScanOutput& into, SystemScanOutput more) {
 
 } // namespace
 
-SystemTargets::SystemTargets(FileURL homeURL, std::shared_ptr<FileSystem> fileSystem,
+SystemTargets::SystemTargets(FileURL homeURL, std::string systemRoot, std::shared_ptr<FileSystem> fileSystem,
                              std::shared_ptr<const RuleRegistry> ruleRegistry)
-    : homeURL_(std::move(homeURL)),
-      fileSystem_(fileSystem ? std::move(fileSystem) : makeDefaultFileSystem()),
+    : homeURL_(std::move(homeURL)), systemRoot_(std::move(systemRoot)), fileSystem_(std::move(fileSystem)),
       ruleRegistry_(std::move(ruleRegistry)),
       riskClassifier_(homeURL_, ruleRegistry_, fileSystem_) {}
 
@@ -147,7 +146,8 @@ SystemScanOutput SystemTargets::scanCrashReports(const ScanProgressHandler& prog
     const std::array places{
         Place{homeChild("Library/Logs/DiagnosticReports"), "User Diagnostic & Crash Reports (.ips)"},
         Place{homeChild("Library/Logs/CrashReporter"), "Legacy User Crash Reports"},
-        Place{FileURL("/Library/Logs/DiagnosticReports", true), "System Diagnostic & Panic Reports"},
+        Place{FileURL(paths::appending(systemRoot_, "Library/Logs/DiagnosticReports"), true),
+              "System Diagnostic & Panic Reports"},
     };
     for (const Place& place : places) {
         throwIfCancelled(stop);

@@ -40,6 +40,4 @@ FileCategory categorize(const FileURL& url, const FileTypes& fileTypes) {
     return FileCategory::other;
 }
 
-FileCategory categorize(const FileURL& url) { return categorize(url, *makeDefaultFileTypes()); }
-
 } // namespace unbulk::FileCategorizer

@@ -32,6 +32,5 @@ inline constexpr std::array<std::string_view, 7> binaryExtensions{"app",    "fra
                                                                   "plugin", "dylib",     "so"};
 
 FileCategory categorize(const FileURL& url, const FileTypes& fileTypes);
-FileCategory categorize(const FileURL& url);
 
 } // namespace unbulk::FileCategorizer

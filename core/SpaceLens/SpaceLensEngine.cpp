@@ -160,8 +160,7 @@ SpaceNode SpaceLensEngine::buildNode(const FileURL& url, std::int64_t currentDep
 
 std::vector<SpaceNode> SpaceLensEngine::filter(const SpaceNode& root, std::optional<std::int64_t> minSize,
                                                std::optional<double> minAgeSeconds,
-                                               std::optional<FileCategory> category) {
-    const Date now = std::chrono::system_clock::now();
+                                               std::optional<FileCategory> category, Date now) {
     std::vector<SpaceNode> result;
     std::vector<const SpaceNode*> pending{&root};
     while (!pending.empty()) {

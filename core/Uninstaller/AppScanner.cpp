@@ -37,17 +37,16 @@ std::string baseName(const FileURL& bundleURL) {
 } // namespace
 
 AppScanner::AppScanner(Configuration c)
-    : fileSystem_(c.fileSystem ? std::move(c.fileSystem) : makeDefaultFileSystem()) {
-    applicationsURLs_ = c.applicationsURLs ? std::move(*c.applicationsURLs)
-                                           : std::vector<FileURL>{FileURL("/Applications", true),
-                                                                  c.homeURL.appending("Applications", true)};
-    systemApplicationsURLs_ = c.systemApplicationsURLs
-                                  ? std::move(*c.systemApplicationsURLs)
-                                  : std::vector<FileURL>{FileURL("/System/Applications", true),
-                                                         FileURL("/System/Applications/Utilities", true),
-                                                         FileURL("/System/Library/CoreServices/Applications", true)};
-    guard_ = c.protectedAppGuard ? std::move(c.protectedAppGuard)
-                                 : std::make_shared<const ProtectedAppGuard>(fileSystem_, c.runningAppsProvider);
+    : fileSystem_(std::move(c.fileSystem)), guard_(std::move(c.protectedAppGuard)) {
+    auto system = [&](std::string_view relative) { return FileURL(paths::appending(c.systemRoot, relative), true); };
+    applicationsURLs_ = c.applicationsURLs
+                            ? std::move(*c.applicationsURLs)
+                            : std::vector<FileURL>{system("Applications"), c.homeURL.appending("Applications", true)};
+    systemApplicationsURLs_ =
+        c.systemApplicationsURLs
+            ? std::move(*c.systemApplicationsURLs)
+            : std::vector<FileURL>{system("System/Applications"), system("System/Applications/Utilities"),
+                                   system("System/Library/CoreServices/Applications")};
 }
 
 std::vector<InstalledApp> AppScanner::listInstalledApps(StopToken stop) const { return scanInstalledApps(false, stop); }

@@ -53,9 +53,9 @@ const std::set<std::string>& ProtectedAppGuard::coreAppleBundleIdentifiers() {
     return identifiers;
 }
 
-ProtectedAppGuard::ProtectedAppGuard(std::shared_ptr<FileSystem> fileSystem, RunningAppsProvider runningAppsProvider,
-                                     ProcessTerminator processTerminator, std::shared_ptr<CodeSigning> codeSigning,
-                                     std::shared_ptr<Processes> processes, Timing timing)
+ProtectedAppGuard::ProtectedAppGuard(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<CodeSigning> codeSigning,
+                                     std::shared_ptr<Processes> processes, RunningAppsProvider runningAppsProvider,
+                                     ProcessTerminator processTerminator, Timing timing)
     : fileSystem_(std::move(fileSystem)), runningAppsProvider_(std::move(runningAppsProvider)),
       processTerminator_(std::move(processTerminator)), codeSigning_(std::move(codeSigning)),
       processes_(std::move(processes)), timing_(timing) {}

@@ -42,7 +42,7 @@ struct RuleRegistryTest : ::testing::Test {
     const std::string rulesPath = temp.at(".unbulk/rules.json");
     std::shared_ptr<testing::FaultyFileSystem> fileSystem = std::make_shared<testing::FaultyFileSystem>();
 
-    RuleRegistry makeRegistry() { return RuleRegistry(std::nullopt, FileURL(temp.path(), true), fileSystem); }
+    RuleRegistry makeRegistry() { return RuleRegistry(std::nullopt, FileURL(temp.path(), true), fileSystem, systemClock()); }
     std::size_t writes() const { return fileSystem->callCount(testing::FileSystemCall::writeFileAtomically); }
     std::optional<std::string> storedText() const {
         std::error_code error;

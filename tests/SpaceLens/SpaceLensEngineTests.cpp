@@ -101,7 +101,7 @@ TEST_F(SpaceLensEngineTest, UnreadableDirectoriesAreEmptyAndACancelledScanFails)
 
     StopSource source;
     source.requestStop();
-    EXPECT_THROW(SpaceLensEngine().scanDirectory(FileURL(home.at("t")), 2, source.token()), CancellationError);
+    EXPECT_THROW(SpaceLensEngine(makeDefaultFileSystem(), std::make_shared<NoFileTypes>()).scanDirectory(FileURL(home.at("t")), 2, source.token()), CancellationError);
 }
 
 TEST(SpaceLensFilterTest, ResultsAreNeverOpenedDirectoriesAndPassEveryGivenTest) {
@@ -126,7 +126,7 @@ TEST(SpaceLensFilterTest, ResultsAreNeverOpenedDirectoriesAndPassEveryGivenTest)
     auto filtered = [&](std::optional<std::int64_t> minSize, std::optional<double> minAge,
                         std::optional<FileCategory> category) {
         Names out;
-        for (const auto& node : SpaceLensEngine::filter(root, minSize, minAge, category)) out.push_back(node.name);
+        for (const auto& node : SpaceLensEngine::filter(root, minSize, minAge, category, now)) out.push_back(node.name);
         return out;
     };
     EXPECT_EQ(filtered(std::nullopt, std::nullopt, std::nullopt), (Names{"nodate.mov", "old.zip", "cut", "fresh.zip"}));

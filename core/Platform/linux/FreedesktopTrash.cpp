@@ -224,9 +224,7 @@ bool openTopdirTrash(const std::string& topdir, OpenTrash& open, uid_t uid, Tras
 } // namespace
 
 FreedesktopTrash::FreedesktopTrash(std::string dataHome, Clock clock)
-    : homeTrash_(paths::appending(paths::standardize(dataHome), "Trash")), clock_(std::move(clock)) {
-    if (!clock_) clock_ = [] { return std::chrono::system_clock::now(); };
-}
+    : homeTrash_(paths::appending(paths::standardize(dataHome), "Trash")), clock_(std::move(clock)) {}
 
 std::string FreedesktopTrash::defaultDataHome() {
     if (const char* value = std::getenv("XDG_DATA_HOME"); value && paths::isAbsolute(value)) {
