@@ -1,7 +1,7 @@
 #include "Handlers.hpp"
 
-#include "MCP/MCPServer.hpp"
-#include "MCP/MCPTools.hpp"
+#include "mcp/MCPServer.hpp"
+#include "mcp/MCPTools.hpp"
 #include "Platform/FileHandle.hpp"
 
 namespace unbulk::cli {

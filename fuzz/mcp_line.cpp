@@ -3,8 +3,8 @@
 // nothing but protocol lines reaches the output.
 #include <string>
 
-#include "MCP/MCPServer.hpp"
-#include "MCP/MCPTools.hpp"
+#include "mcp/MCPServer.hpp"
+#include "mcp/MCPTools.hpp"
 #include "FuzzSupport.hpp"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "MCP/MCPTools.hpp"
+#include "mcp/MCPTools.hpp"
 #include "Safety/SandboxSecurityError.hpp"
 #include "Support/Json.hpp"
 #include "support/AppBundles.hpp"

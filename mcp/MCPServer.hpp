@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "MCP/JSONRPC.hpp"
-#include "MCP/MCPProtocol.hpp"
+#include "mcp/JSONRPC.hpp"
+#include "mcp/MCPProtocol.hpp"
 #include "Platform/FileHandle.hpp"
 
 namespace unbulk {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "MCP/JSONValue.hpp"
+#include "mcp/JSONValue.hpp"
 #include "Support/JsonFwd.hpp"
 
 // The Model Context Protocol records this server speaks, JSON-coded under

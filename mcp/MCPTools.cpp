@@ -1,4 +1,4 @@
-#include "MCP/MCPTools.hpp"
+#include "mcp/MCPTools.hpp"
 
 #include <algorithm>
 #include <array>

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "MCP/JSONValue.hpp"
-#include "MCP/MCPProtocol.hpp"
-#include "MCP/MCPServer.hpp"
+#include "mcp/JSONValue.hpp"
+#include "mcp/MCPProtocol.hpp"
+#include "mcp/MCPServer.hpp"
 #include "Platform/Environment.hpp"
 
 // The tools the agent interface offers, and their handlers. Each call builds

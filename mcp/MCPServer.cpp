@@ -1,4 +1,4 @@
-#include "MCP/MCPServer.hpp"
+#include "mcp/MCPServer.hpp"
 
 #include <exception>
 
