@@ -9,7 +9,7 @@
 
 #include "Platform/Clock.hpp"
 #include "Platform/FileSystem.hpp"
-#include "Rules/RuleDefinition.hpp"
+#include "Models/RuleDefinition.hpp"
 #include "Rules/RuleRegistryError.hpp"
 #include "Support/FileURL.hpp"
 

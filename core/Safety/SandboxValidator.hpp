@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "Platform/FileSystem.hpp"
-#include "Rules/RuleDefinition.hpp"
+#include "Models/RuleDefinition.hpp"
 #include "Safety/SandboxSecurityError.hpp"
 #include "Support/FileURL.hpp"
 
