@@ -41,7 +41,7 @@ bool isCacheDirectory(const FileURL& directory, const FileSystem& fileSystem);
 
 // Replaces the directory's tag atomically: the signature line, and with an
 // application name three comment lines naming it and the format. Throws
-// std::system_error when the write fails.
+// PlatformFailure (a std::system_error) when the write fails.
 void writeTag(const FileURL& directory, const std::optional<std::string>& applicationName, FileSystem& fileSystem);
 
 } // namespace CacheDirTagDetector

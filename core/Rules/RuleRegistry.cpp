@@ -64,7 +64,7 @@ void RuleRegistry::loadCustomRules() {
     const std::string& path = rulesFileURL_.path();
     if (!fileSystem_->fileExists(path)) return;
 
-    std::error_code error;
+    PlatformError error;
     auto contents = fileSystem_->readFile(path, std::numeric_limits<std::size_t>::max(), error);
     if (!contents) {
         throw RuleRegistryError(Kind::catalogPersistenceFailed,
@@ -106,11 +106,11 @@ void RuleRegistry::saveLocked() const {
     }
 
     const std::string& path = rulesFileURL_.path();
-    auto writeFailure = [&](const std::error_code& error) {
+    auto writeFailure = [&](const PlatformError& error) {
         return RuleRegistryError(Kind::catalogPersistenceFailed,
                                  "Failed to write rules to " + path + ": " + error.message());
     };
-    std::error_code error;
+    PlatformError error;
     const std::string directory = paths::deletingLastComponent(path);
     if (!fileSystem_->fileExists(directory) &&
         !fileSystem_->createDirectory(directory, rulesDirectoryMode, true, error)) {

@@ -11,7 +11,7 @@ bool hasFullDiskAccess(const FileURL& homeURL, const FileSystem& fileSystem) {
     for (std::string_view relative : {"Library/Safari", "Library/Application Support/MobileSync", "Library/Mail"}) {
         const FileURL folder = homeURL.appending(relative, true);
         if (!fileSystem.fileExists(folder.path())) continue;
-        std::error_code error;
+        PlatformError error;
         (void)fileSystem.contentsOfDirectory(folder.path(), ListOptions{}, error);
         return !error;
     }

@@ -167,7 +167,7 @@ void checkNoNul(std::string_view input) {
 std::string resolvingExistingPart(const std::string& path, const FileSystem& fileSystem) {
     std::string existing = path;
     std::string tail;
-    std::error_code error;
+    PlatformError error;
     while (existing != "/" && !fileSystem.linkStatus(existing, error)) {
         const std::string last = paths::lastComponent(existing);
         tail = tail.empty() ? last : last + "/" + tail;

@@ -161,7 +161,7 @@ TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRu
 
     // The existence test follows links: a link whose target is gone counts
     // as nothing there, and is left alone.
-    std::error_code error;
+    PlatformError error;
     const auto followed = fileSystem_->status(path, error);
     if (!followed) return failed(nothing, "File does not exist: " + path);
 
@@ -239,7 +239,7 @@ TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::strin
         return std::error_code();
     };
     RemovalReport report;
-    std::error_code error;
+    PlatformError error;
     if (fileSystem_->removeItem(realPath, identity, anchorCheck, sameFileSystemOnly, report, error)) {
         return Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::nullopt, std::nullopt)};
     }
@@ -271,7 +271,7 @@ TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::strin
 }
 
 TrashPipeline::ItemMetrics TrashPipeline::computeItemMetrics(const FileURL& url) const {
-    std::error_code error;
+    PlatformError error;
     const auto followed = fileSystem_->status(url.path(), error);
     if (!followed) return ItemMetrics{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 0};
     return metricsOf(url.path(), *followed);
@@ -280,7 +280,7 @@ TrashPipeline::ItemMetrics TrashPipeline::computeItemMetrics(const FileURL& url)
 TrashPipeline::ItemMetrics TrashPipeline::metricsOf(const std::string& path, const FileStatus& followed) const {
     if (followed.kind != FileKind::directory) {
         // The item's own sizes: a link to a file is measured as the link.
-        std::error_code error;
+        PlatformError error;
         const auto own = fileSystem_->linkStatus(path, error);
         const FileStatus& status = own ? *own : followed;
         return ItemMetrics{.allocatedBytes = status.allocatedSize, .logicalBytes = status.size, .fileCount = 1};

@@ -136,7 +136,7 @@ std::vector<FileURL> AnomalyDetector::findCandidateDirectories(const FileURL& ro
     if (maxDepth <= 0) return out;
     auto directoriesIn = [&](const FileURL& directory) {
         std::vector<FileURL> found;
-        std::error_code error;
+        PlatformError error;
         const auto entries = fileSystem_->contentsOfDirectory(directory.path(), {.skipHiddenFiles = true}, error);
         if (error) return found;
         for (const auto& entry : entries) {
@@ -212,7 +212,7 @@ AnomalyDetector::DirectoryMetrics AnomalyDetector::computeDirectoryMetrics(const
 }
 
 bool AnomalyDetector::checkHashFilePatterns(const FileURL& url) const {
-    std::error_code error;
+    PlatformError error;
     const auto entries = fileSystem_->contentsOfDirectory(url.path(), {}, error);
     if (error) return false;
     const std::size_t looked = std::min(entries.size(), hashNamesLooked);

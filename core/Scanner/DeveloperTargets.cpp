@@ -84,7 +84,7 @@ FileURL DeveloperTargets::homeChild(std::string_view relative, bool isDirectory)
 }
 
 std::optional<std::vector<FileURL>> DeveloperTargets::list(const FileURL& directory, ListOptions options) const {
-    std::error_code error;
+    PlatformError error;
     auto entries = fileSystem_->contentsOfDirectory(directory.path(), options, error);
     if (error) return std::nullopt;
     std::vector<FileURL> urls;

@@ -89,7 +89,7 @@ std::vector<DiscoveredItem> DeveloperTargets::scanGitWorktrees(const ScanProgres
     // cannot be read or is not UTF-8. Callers make sure it is a regular file:
     // a pipe in its place would hold the scan forever.
     auto readPointerFile = [&](const std::string& path) -> std::optional<std::string> {
-        std::error_code error;
+        PlatformError error;
         auto contents = fileSystem_->readFile(path, gitPointerFileLimit + 1, error);
         if (!contents || contents->size() > gitPointerFileLimit || !unicode::scalars(*contents)) return std::nullopt;
         return std::string(unicode::trimmingWhitespaceAndNewlines(*contents));
@@ -128,12 +128,12 @@ std::vector<DiscoveredItem> DeveloperTargets::scanGitWorktrees(const ScanProgres
         if (!records) return;
         for (const FileURL& record : *records) {
             const std::string gitdir = record.appending("gitdir").path();
-            std::error_code error;
+            PlatformError error;
             auto status = fileSystem_->status(gitdir, error);
             if (!status || status->kind != FileKind::regular) continue;
             auto target = readPointerFile(gitdir);
             if (!target || target->empty() || fileSystem_->fileExists(gitPointerTarget(record, *target))) continue;
-            std::error_code lockError;
+            PlatformError lockError;
             if (fileSystem_->linkStatus(record.appending("locked").path(), lockError)) continue;
             offer(record, "Orphaned Git Worktree: " + repository.lastComponent() + "/" + record.lastComponent() +
                               " (target deleted)");
@@ -153,7 +153,7 @@ std::vector<DiscoveredItem> DeveloperTargets::scanGitWorktrees(const ScanProgres
             if (!seenRepositories.insert(repository.standardized().path()).second) continue;
 
             const FileURL gitURL = repository.appending(".git");
-            std::error_code error;
+            PlatformError error;
             auto git = fileSystem_->status(gitURL.path(), error);
             if (!git) continue;
             if (git->kind == FileKind::directory) {
@@ -182,7 +182,7 @@ std::vector<DiscoveredItem> DeveloperTargets::scanXcodeArtifacts(const ScanProgr
 
     const FileURL derivedData = homeChild("Library/Developer/Xcode/DerivedData");
     if (fileSystem_->fileExists(derivedData.path())) {
-        std::error_code error;
+        PlatformError error;
         auto entries = fileSystem_->contentsOfDirectory(derivedData.path(), ListOptions{.skipHiddenFiles = true},
                                                         error);
         if (!error && !entries.empty()) {

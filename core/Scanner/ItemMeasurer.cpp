@@ -24,14 +24,14 @@ MeasuredMetrics singleFile(const std::optional<FileStatus>& status) {
 } // namespace
 
 MeasuredMetrics measureSingleFile(const FileSystem& fileSystem, const std::string& path) {
-    std::error_code error;
+    PlatformError error;
     return singleFile(fileSystem.linkStatus(path, error));
 }
 
 MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& path, UnreadableDirectories unreadable) {
     // The path's own lstat answers for everything but a link, whose target
     // decides whether there is a tree to walk: one call where one will do.
-    std::error_code error;
+    PlatformError error;
     const auto self = fileSystem.linkStatus(path, error);
     bool isDirectory = self && self->kind == FileKind::directory;
     if (!self || self->kind == FileKind::symbolicLink) {

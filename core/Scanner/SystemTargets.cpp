@@ -260,16 +260,16 @@ FileURL SystemTargets::homeChild(std::string_view relative) const {
 }
 
 bool SystemTargets::probeIsRefused(const FileURL& url) const {
-    std::error_code error;
+    PlatformError error;
     (void)fileSystem_->contentsOfDirectory(url.path(), ListOptions{}, error);
-    return error && TCCIsolationHelper::isPermissionOrTCCError(error);
+    return error && TCCIsolationHelper::isPermissionOrTCCError(error.code);
 }
 
 std::optional<std::vector<DirectoryEntry>> SystemTargets::listBase(const GuardedPlace& base, Section& section) const {
-    std::error_code error;
+    PlatformError error;
     auto entries = fileSystem_->contentsOfDirectory(base.url.path(), ListOptions{.skipHiddenFiles = true}, error);
     if (!error) return entries;
-    if (TCCIsolationHelper::isPermissionOrTCCError(error)) addRefusal(base, RiskTier::safeToDelete, section);
+    if (TCCIsolationHelper::isPermissionOrTCCError(error.code)) addRefusal(base, RiskTier::safeToDelete, section);
     return std::nullopt;
 }
 

@@ -23,7 +23,7 @@ SpaceNode SpaceLensEngine::scanDirectory(const FileURL& url, std::int64_t maxDep
 
 SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& path) const {
     Measure measure;
-    std::error_code error;
+    PlatformError error;
     const auto status = fileSystem_->linkStatus(path, error);
     if (!status) return measure;
     if (status->kind != FileKind::directory) {
@@ -62,7 +62,7 @@ SpaceNode SpaceLensEngine::buildNode(const FileURL& url, std::int64_t currentDep
     // a dangling link is nothing (and left out by its parent). What is read
     // about the entry itself (dates, a leaf's sizes, being a package) is the
     // link's own.
-    std::error_code error;
+    PlatformError error;
     const auto followed = fileSystem_->status(url.path(), error);
     if (!followed) throw NoSuchFileError(url.path());
     const auto own = fileSystem_->linkStatus(url.path(), error);

@@ -80,7 +80,7 @@ private:
     std::string dir(const std::string& relative) const { return paths::appending(resolver_.homeURL_.path(), relative); }
 
     std::vector<DirectoryEntry> list(const std::string& directory, bool& ok) const {
-        std::error_code error;
+        PlatformError error;
         auto entries = fs_.contentsOfDirectory(directory, {.skipHiddenFiles = true}, error);
         ok = !error;
         return entries;
@@ -218,7 +218,7 @@ private:
     // found items is charged once, though it still counts as a file.
     SizingMetrics measure(const std::string& path) {
         SizingMetrics m;
-        std::error_code error;
+        PlatformError error;
         const auto status = fs_.linkStatus(path, error);
         if (!status) return m;
         auto charge = [&](const FileStatus& st) {

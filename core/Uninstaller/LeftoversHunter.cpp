@@ -126,7 +126,7 @@ LeftoversHunter::scanForLeftovers(const std::optional<std::vector<InstalledApp>>
         }
         const std::string directory = paths::appending(homeURL_.path(), relative);
         if (!fileSystem_->fileExists(directory)) continue;
-        std::error_code error;
+        PlatformError error;
         const auto entries = fileSystem_->contentsOfDirectory(directory, {.skipHiddenFiles = true}, error);
         if (error) continue;
         for (const auto& entry : entries) {
@@ -159,7 +159,7 @@ LeftoversHunter::scanForLeftovers(const std::optional<std::vector<InstalledApp>>
 // Every regular file, each name counted (no inode set), links not followed.
 LeftoversHunter::Measure LeftoversHunter::measure(const std::string& path) const {
     Measure m;
-    std::error_code error;
+    PlatformError error;
     const auto status = fileSystem_->status(path, error);
     if (!status) return m;
     if (status->kind != FileKind::directory) {

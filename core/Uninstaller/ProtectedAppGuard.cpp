@@ -85,7 +85,7 @@ ProtectedAppGuard::evaluateProtection(const FileURL& bundleURL, const std::strin
     if (path.find("cryptexes") != std::string::npos || resolved.find("cryptexes") != std::string::npos) {
         return refuse("Application is hosted on sealed macOS Cryptex volume");
     }
-    std::error_code error;
+    PlatformError error;
     if (const auto status = fileSystem_->linkStatus(resolvedPath, error); status && (status->flags & restrictedFlag)) {
         return refuse("Application is protected by macOS System Integrity Protection (SIP)");
     }

@@ -157,6 +157,17 @@ TEST(AuditLoggerTest, FailedWritesRaiseTheirKindAndLeaveTheFileAsItWas) {
     EXPECT_EQ(readAll(f.logPath), before);
 }
 
+// A failure of the system's own names the call and the log: here a folder
+// stands where the log should be, which stops root too.
+TEST(AuditLoggerTest, AFailedAppendNamesTheCallAndTheLog) {
+    Fixture f;
+    std::filesystem::create_directories(f.logPath);
+    EXPECT_THAT([&] { f.recordOne(); },
+                ThrowsMessage<AuditLoggerError>(StrEq(
+                    "Failed to write audit log entry: Failed to append data to log file: open('" + f.logPath +
+                    "'): " + std::error_code(EISDIR, std::generic_category()).message())));
+}
+
 TEST(AuditLoggerTest, TenProcessesAppendingAtOnceLoseNothingAndKeepOneChain) {
     testing::TempHome home;
     const FileURL homeURL(home.path(), true);

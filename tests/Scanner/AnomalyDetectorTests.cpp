@@ -103,7 +103,7 @@ TEST_F(AnomalyDetectorTest, DescribesEachFindByItsTagOrItsKeywords) {
 // Lists a directory in name order, so that a test can say which names come first.
 struct SortedListing final : testing::ForwardingFileSystem {
     std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
-                                                    std::error_code& error) const override {
+                                                    PlatformError& error) const override {
         auto entries = ForwardingFileSystem::contentsOfDirectory(path, options, error);
         std::ranges::sort(entries, {}, &DirectoryEntry::name);
         return entries;
