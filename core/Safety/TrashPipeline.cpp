@@ -198,35 +198,41 @@ TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRu
     // The journal hears of the item before it is touched, and of what
     // became of it after, so that a crash in between loses nothing.
     if (journal) journal->itemStarting(path, metrics.allocatedBytes);
-    Outcome outcome;
-    if (permanentPurge) {
-        outcome = purge(url, realPath, own->identity(), metrics, staysOnItsFileSystem, refusal);
-    } else {
-        const TrashMove move = trash_->trashItem(realPath, own->identity(), staysOnItsFileSystem);
-        if (move.moved()) {
-            std::optional<FileURL> trashURL;
-            if (move.landedPath) trashURL = fileSystem_->fileURL(*move.landedPath);
-            outcome = Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::move(trashURL), std::nullopt)};
-        } else if (!refusal.empty()) {
-            outcome = failed(metrics, refusal);
-        } else if (!move.unusableTrashDirectory.empty()) {
-            outcome = failed(metrics, fmt::format("Could not move '{}' to the Trash: '{}' is no Trash folder to "
-                                                  "use (it must be a real directory of your own, not a link): {}",
-                                                  path, move.unusableTrashDirectory, move.error.message()));
-        } else if (!move.error.description.empty()) {
-            // The platform's own sentence names the item and the reason.
-            outcome = failed(metrics, move.error.description);
-        } else {
-            // A bare error number's words say neither, so the item is named around them.
-            outcome = failed(metrics, fmt::format("Could not move '{}' to the Trash: {}", path, move.error.message()));
-        }
-    }
+    const Outcome outcome = permanentPurge
+                                ? purge(url, realPath, own->identity(), metrics, staysOnItsFileSystem, refusal)
+                                : moveToTrash(url, realPath, own->identity(), metrics, staysOnItsFileSystem, refusal);
     if (journal) {
         const bool succeeded = outcome.record.status == TrashItemStatus::success;
         journal->itemFinished(path, succeeded || outcome.partiallyRemoved, succeeded,
                               succeeded ? outcome.record.allocatedBytes : outcome.partiallyRemovedBytes);
     }
     return outcome;
+}
+
+TrashPipeline::Outcome TrashPipeline::moveToTrash(const FileURL& url, const std::string& realPath,
+                                                  const Identity& identity, const ItemMetrics& metrics,
+                                                  const AnchorCheck& anchorCheck, const std::string& refusal) const {
+    const std::string& path = url.path();
+    const TrashMove move = trash_->trashItem(realPath, identity, anchorCheck);
+    auto failed = [&](std::string message) {
+        return Outcome{makeRecord(url, TrashItemStatus::failed, metrics, std::nullopt, std::move(message))};
+    };
+    if (move.moved()) {
+        std::optional<FileURL> trashURL;
+        if (move.landedPath) trashURL = fileSystem_->fileURL(*move.landedPath);
+        return Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::move(trashURL), std::nullopt)};
+    }
+    if (!refusal.empty()) return failed(refusal);
+    if (!move.unusableTrashDirectory.empty()) {
+        return failed(fmt::format("Could not move '{}' to the Trash: '{}' is no Trash folder to use (it must be a "
+                                  "real directory of your own, not a link): {}",
+                                  path, move.unusableTrashDirectory, move.error.message()));
+    }
+    // The platform's own sentence names the item and the reason.
+    if (!move.error.description.empty()) return failed(move.error.description);
+    // A system call's error says which call and which path refused; the item
+    // is named around it.
+    return failed(fmt::format("Could not move '{}' to the Trash: {}", path, move.error.message()));
 }
 
 TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::string& realPath, const Identity& identity,

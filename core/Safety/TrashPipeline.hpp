@@ -116,6 +116,8 @@ private:
                         OperationJournal* journal) const;
     // The measurement of an existing item from its status with links followed.
     ItemMetrics metricsOf(const std::string& path, const FileStatus& followed) const;
+    Outcome moveToTrash(const FileURL& url, const std::string& realPath, const Identity& identity,
+                        const ItemMetrics& metrics, const AnchorCheck& anchorCheck, const std::string& refusal) const;
     Outcome purge(const FileURL& url, const std::string& realPath, const Identity& identity,
                   const ItemMetrics& metrics, const AnchorCheck& anchorCheck, const std::string& refusal) const;
     // Nothing when the entry is in the log, else why not.

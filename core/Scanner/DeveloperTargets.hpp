@@ -65,9 +65,19 @@ private:
     std::vector<DiscoveredItem> scanXcodeArtifacts(const ScanProgressHandler& progress) const;
     std::vector<DiscoveredItem> scanStrayNodeModules(const ScanProgressHandler& progress) const;
     std::vector<FileURL> discoverGitRepositories(const FileURL& root, int maxDepth) const;
+    // Text of a small regular file that git wrote, trimmed; nothing when it
+    // cannot be read or is not UTF-8. Callers make sure it is a regular file:
+    // a pipe in its place would hold the scan forever.
+    std::optional<std::string> readGitPointerFile(const std::string& path) const;
+    void checkLinkedCheckout(const FileURL& repository, const std::string& gitFile, ItemCollector& collector) const;
+    void checkWorktreeRecords(const FileURL& repository, const FileURL& gitFolder, ItemCollector& collector) const;
+    void offerOrphanedWorktree(const FileURL& url, std::string description, ItemCollector& collector) const;
 
     // Models and virtual machines.
     std::vector<DiscoveredItem> scanAIModelWeights(const ScanProgressHandler& progress) const;
+    void scanHuggingFace(ItemCollector& collector) const;
+    void scanWhisper(ItemCollector& collector) const;
+    void scanLMStudio(ItemCollector& collector) const;
     std::vector<DiscoveredItem> scanDockerVMs(const ScanProgressHandler& progress) const;
     bool isDockerAppInstalled() const;
     bool isDockerDaemonRunning() const;
