@@ -23,21 +23,20 @@ SpaceNode SpaceLensEngine::scanDirectory(const FileURL& url, std::int64_t maxDep
 
 SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& path) const {
     Measure measure;
-    PlatformError error;
-    const auto status = fileSystem_->linkStatus(path, error);
-    if (!status) return measure;
-    if (status->kind != FileKind::directory) {
-        measure.allocated = status->kind == FileKind::regular ? status->allocatedSize : 0;
-        measure.logical = status->kind == FileKind::regular ? status->size : 0;
+    // Every name of a file counts, with its bytes (no inode set here).
+    const ItemTree item = measureItemTree(*fileSystem_, path, LinkAtItem::asLink,
+                                          {.status = WalkStatus::regularFiles, .descendIntoPackages = false});
+    if (!item.exists()) return measure;
+    if (!item.tree) {
+        const bool regular = item.own->kind == FileKind::regular;
+        measure.allocated = regular ? item.own->allocatedSize : 0;
+        measure.logical = regular ? item.own->size : 0;
         measure.count = 1;
         return measure;
     }
-    // Every name of a file counts, with its bytes (no inode set here).
-    const TreeMeasure tree =
-        fileSystem_->measureTree(path, {.status = WalkStatus::regularFiles, .descendIntoPackages = false});
-    measure.count = std::max<std::int64_t>(tree.files.count, 1);
-    measure.allocated = tree.files.allocatedBytes;
-    measure.logical = tree.files.logicalBytes;
+    measure.count = std::max<std::int64_t>(item.tree->files.count, 1);
+    measure.allocated = item.tree->files.allocatedBytes;
+    measure.logical = item.tree->files.logicalBytes;
     return measure;
 }
 
