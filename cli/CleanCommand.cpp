@@ -14,13 +14,10 @@
 #include "Output.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Platform/FileSystem.hpp"
-#include "Platform/Trash.hpp"
 #include "ProgressLine.hpp"
-#include "Safety/AuditLogger.hpp"
-#include "Safety/TrashPipeline.hpp"
+#include "Removal.hpp"
 #include "Scanner/DeepScanEngine.hpp"
 #include "Support/Dates.hpp"
-#include "Support/FileURL.hpp"
 #include "Support/Json.hpp"
 
 namespace unbulk::cli {
@@ -75,7 +72,6 @@ int handleClean(const Arguments& args) {
 
     const std::optional<CategorySet> categories = selectedCategories(args);
 
-    const FileURL homeURL = userHomeURL();
     const std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
     ScanResult result;
     {
@@ -101,10 +97,8 @@ int handleClean(const Arguments& args) {
         return 0;
     }
 
-    auto auditLogger = std::make_shared<AuditLogger>(std::nullopt, homeURL, fileSystem);
-    const TrashPipeline pipeline(fileSystem, makeDefaultTrash(), auditLogger, homeURL);
-    const TrashSummary summary =
-        permanent ? pipeline.purgePermanently(targets, confirmed, "cli") : pipeline.trash(targets, dryRun, "cli");
+    const TrashSummary summary = runRemoval(
+        {.targets = std::move(targets), .dryRun = dryRun, .permanent = permanent, .confirmed = confirmed}, fileSystem);
 
     if (jsonOutput) {
         printJson(toJson(summary, DateEncoding::iso8601));
