@@ -47,7 +47,7 @@ void itemRow(Frame& frame, int row, const ReviewEntry& entry, Date now, const st
         frame.put(row, textColumn, truncatedAtStart(path, rest));
         return;
     }
-    const int descriptionWidth = rest * 2 / 5;
+    const int descriptionWidth = std::min(rest / 3, 32);
     frame.put(row, textColumn, fitted(printable(item.itemDescription), descriptionWidth));
     frame.put(row, textColumn + descriptionWidth + 2, truncatedAtStart(path, rest - descriptionWidth - 2), Style::dim);
 }

@@ -230,7 +230,7 @@ TEST_F(InteractiveCommandTest, QuittingGivesTheTerminalBack) {
 }
 
 TEST_F(InteractiveCommandTest, ASignalGivesTheTerminalBackAndEndsAsTheSignalDoes) {
-    for (const int signal : {SIGTERM, SIGHUP}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         const auto terminal = start({"review"});
         ASSERT_TRUE(terminal->waitFor("q quit")) << terminal->screen();
         ASSERT_EQ(::kill(programId(), signal), 0);
