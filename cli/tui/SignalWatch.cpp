@@ -36,6 +36,7 @@ void SignalWatch::wait() {
 
 void SignalWatch::endProcessWithCaughtSignal() const {
     const int signal = caught();
+    if (signal == 0) std::_Exit(1); // nothing came: a caller's mistake, ended plainly
     ::signal(signal, SIG_DFL);
     sigset_t only;
     sigemptyset(&only);

@@ -61,8 +61,9 @@ protected:
     // notes the terminal's modes before and after, the exit status, and the
     // program's process id (the inner shell writes its own, then becomes
     // unbulk); "finished" shows once it has returned.
-    std::unique_ptr<TerminalSession> start(const Strings& words, int width = 120, int height = 30) {
-        std::string program = "'" + std::string(UNBULK_BINARY) + "'";
+    std::unique_ptr<TerminalSession> start(const Strings& words, int width = 120, int height = 30,
+                                           const std::string& variable = "") {
+        std::string program = (variable.empty() ? "" : "env " + variable + " ") + "'" + UNBULK_BINARY + "'";
         for (const std::string& word : words)
             program += " '" + word + "'";
         const std::string& root = home.root();
@@ -150,6 +151,29 @@ TEST_F(InteractiveCommandTest, ReviewMovesTheTwoChosenOfThreeNodeModulesToTheTra
     EXPECT_EQ(exitLine(), "exit=0");
 }
 
+TEST_F(InteractiveCommandTest, ReviewPurgesOnlyOnceTheWordIsTyped) {
+    const std::string cache = home.writeFile("Library/Caches/com.example.app/cache.db", 1000);
+    const auto terminal = start({"review"});
+    ASSERT_TRUE(terminal->waitFor("com.example.app")) << terminal->screen();
+    terminal->press({"Space", "Enter", "P"});
+    ASSERT_TRUE(terminal->waitFor("Type purge")) << terminal->screen();
+    terminal->type("purg");
+    terminal->press({"Enter"});
+    ASSERT_TRUE(terminal->waitFor("Type the word purge")) << terminal->screen();
+    EXPECT_TRUE(fs::exists(cache));
+
+    terminal->type("e");
+    terminal->press({"Enter"});
+    ASSERT_TRUE(terminal->waitFor("[PERMANENT PURGE] Cleanup Summary:")) << terminal->screen();
+    EXPECT_NE(terminal->screen().find("deleted  ~/Library/Caches/com.example.app"), std::string::npos)
+        << terminal->screen();
+    EXPECT_FALSE(fs::exists(home.at("Library/Caches/com.example.app")));
+    EXPECT_TRUE(trashedNames().empty());
+    const auto entries = auditEntries();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].operationType, unbulk::AuditOperationType::purge);
+}
+
 TEST_F(InteractiveCommandTest, ReviewCannotSelectAProtectedItem) {
     const std::string thesis = home.writeFile("Documents/thesis.txt", "years of work");
     home.makeSymlink("Library/Caches/thesis-link", "../../Documents");
@@ -214,6 +238,17 @@ TEST_F(InteractiveCommandTest, ReviewRedrawsForANewTerminalSize) {
     EXPECT_TRUE(redrawn) << terminal->screen();
     for (const std::string& line : rows(terminal->screen()))
         EXPECT_EQ(line.find(name), std::string::npos) << line;
+}
+
+TEST_F(InteractiveCommandTest, TiersAreColouredUnlessNoColorIsSet) {
+    home.writeFile("Library/Caches/com.example.app/cache.db", 1000);
+    for (const auto& [variable, coloured] : {std::pair{"", true}, std::pair{"NO_COLOR=1", false}}) {
+        const auto terminal = start({"review"}, 120, 30, variable);
+        ASSERT_TRUE(terminal->waitFor("SAFE")) << terminal->screen();
+        const std::string screen = terminal->screen(true);
+        EXPECT_EQ(screen.find("\x1b[32mSAFE") != std::string::npos, coloured) << variable << "\n" << screen;
+        EXPECT_NE(screen.find("\x1b[1;7m unbulk review"), std::string::npos) << "attributes stay: " << variable;
+    }
 }
 
 TEST_F(InteractiveCommandTest, QuittingGivesTheTerminalBack) {

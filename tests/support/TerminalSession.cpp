@@ -56,7 +56,10 @@ void TerminalSession::press(const std::vector<std::string>& keys) const {
 
 void TerminalSession::type(const std::string& text) const { tmux({"send-keys", "-t", "test", "-l", text}); }
 
-std::string TerminalSession::screen() const { return tmux({"capture-pane", "-p", "-t", "test"}); }
+std::string TerminalSession::screen(bool attributes) const {
+    if (attributes) return tmux({"capture-pane", "-p", "-e", "-t", "test"});
+    return tmux({"capture-pane", "-p", "-t", "test"});
+}
 
 bool TerminalSession::waitUntil(const std::function<bool(const std::string&)>& holds,
                                 std::chrono::milliseconds timeout) const {

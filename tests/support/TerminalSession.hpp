@@ -31,8 +31,9 @@ public:
     // Text as it stands, character by character.
     void type(const std::string& text) const;
 
-    // The window's rows, each without its trailing blanks.
-    std::string screen() const;
+    // The window's rows, each without its trailing blanks; with `attributes`,
+    // with the escape sequences of their colours and attributes as well.
+    std::string screen(bool attributes = false) const;
     // Reads the screen until the predicate holds or the time is up; true
     // when it held.
     bool waitUntil(const std::function<bool(const std::string&)>& holds,
