@@ -39,7 +39,8 @@ void itemRow(Frame& frame, int row, const ReviewEntry& entry, Date now, const st
     const TierLook look = tierLook(item.riskTier);
     frame.put(row, tierColumn, look.label, look.style);
     frame.put(row, sizeColumn, fittedRight(formatByteCount(item.allocatedSizeBytes), sizeWidth));
-    frame.put(row, ageColumn, item.lastModifiedDate ? ageText(*item.lastModifiedDate, now) : "\u2014");
+    frame.put(row, ageColumn,
+              fitted(item.lastModifiedDate ? ageText(*item.lastModifiedDate, now) : "\u2014", ageWidth));
     const int rest = frame.width - textColumn - 1;
     if (rest <= 0) return;
     const std::string path = homeRelative(item.path, homePath);
