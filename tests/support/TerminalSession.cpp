@@ -36,6 +36,7 @@ TerminalSession::TerminalSession(const std::string& command, int width, int heig
     if (!available()) throw std::runtime_error("tmux is not installed (scripts/install-deps test installs it)");
     tmux({"new-session", "-d", "-s", "test", "-x", std::to_string(width), "-y", std::to_string(height), "-e",
           "LANG=C.UTF-8", "-e", "LC_ALL=C.UTF-8", command});
+    socketPath_ = query("#{socket_path}");
 }
 
 TerminalSession::~TerminalSession() {
@@ -44,6 +45,7 @@ TerminalSession::~TerminalSession() {
     } catch (...) {
         // Nothing more can be done for a server that will not go.
     }
+    if (!socketPath_.empty()) ::unlink(socketPath_.c_str());
 }
 
 bool TerminalSession::available() { return !tmuxProgram().empty(); }

@@ -48,6 +48,7 @@ private:
     std::string tmux(const std::vector<std::string>& arguments) const;
 
     std::string socket_;
+    std::string socketPath_; // the server leaves its socket behind when killed
 };
 
 } // namespace unbulk::testing
