@@ -16,13 +16,17 @@ DeepScanEngine makeScanEngine(std::shared_ptr<FileSystem> fileSystem) {
     return DeepScanEngine(std::move(configuration));
 }
 
-std::shared_ptr<const TrashPipeline> makeTrashPipeline(const std::shared_ptr<FileSystem>& fileSystem) {
-    const FileURL homeURL = userHomeURL();
-    return std::make_shared<const TrashPipeline>(
-        fileSystem, makeDefaultTrash(), std::make_shared<AuditLogger>(std::nullopt, homeURL, fileSystem), homeURL,
-        [](const std::string& logPath, const std::string& reason) {
+std::shared_ptr<const TrashPipeline> makeTrashPipeline(const std::shared_ptr<FileSystem>& fileSystem,
+                                                       TrashPipeline::UnrecordedHandler onUnrecorded) {
+    if (!onUnrecorded) {
+        onUnrecorded = [](const std::string& logPath, const std::string& reason) {
             writeError(TrashPipeline::unrecordedWarning(logPath, reason) + "\n");
-        });
+        };
+    }
+    const FileURL homeURL = userHomeURL();
+    return std::make_shared<const TrashPipeline>(fileSystem, makeDefaultTrash(),
+                                                 std::make_shared<AuditLogger>(std::nullopt, homeURL, fileSystem),
+                                                 homeURL, std::move(onUnrecorded));
 }
 
 } // namespace unbulk::cli
