@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,6 +27,15 @@ std::string pretty(const Json& value);
 
 // One line, sorted keys: MCP messages and audit lines.
 std::string compact(const Json& value);
+
+// The pieces of a document written one after the other, without a document
+// in memory, in the same encoding as the two writers above. A string's
+// content must be whole characters: a text cut anywhere else could come out
+// otherwise than in one piece.
+void appendString(std::string& out, std::string_view text);   // with its quotes
+void appendStringContent(std::string& out, std::string_view text); // without them
+void appendNumber(std::string& out, double value);       // as a Double is written
+void appendNumber(std::string& out, std::int64_t value);
 
 // One whole JSON text. A NUL byte anywhere is refused, as bytes that are not
 // JSON: the reader would otherwise take it for the end of the input and
