@@ -113,6 +113,22 @@ struct WalkCallbacks {
 struct TreeMeasure;
 struct TreeMeasureOptions;
 
+// A file held under lock, as appendUnderLock shows it to the caller who
+// composes what to add: its size when the lock was taken, and any stretch
+// of it read on demand, so that whoever needs only the end of a long file
+// reads no more than that.
+class LockedContents {
+public:
+    virtual ~LockedContents() = default;
+    virtual std::uint64_t size() const = 0;
+    // The bytes from `offset` on, `length` of them at most. Nothing when the
+    // read fails; the append then fails with that error and adds nothing.
+    virtual std::optional<std::string> read(std::uint64_t offset, std::size_t length) const = 0;
+};
+
+// What to add to a locked file, given what it holds; nothing adds nothing.
+using AppendComposer = std::function<std::optional<std::string>(const LockedContents& contents)>;
+
 // The file system as the core sees it. Every call that touches the disk goes
 // through here, so that tests can wrap it and inject failures. Nothing follows
 // a symbolic link unless its name says so.
@@ -169,11 +185,10 @@ public:
 
     // Appends to a log that other processes may append to as well: opens or
     // creates the file (never replacing it), holds an exclusive advisory lock
-    // on it, reads what is there, asks `compose` for the text to add (nothing
-    // to add nothing), starts a new line first when the file does not end
+    // on it, asks `compose` for the text to add (it reads what it needs of
+    // what is there), starts a new line first when the file does not end
     // with one, writes and flushes to disk. A failed write is cut back.
-    virtual bool appendUnderLock(const std::string& path, std::uint32_t permissions,
-                                 const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+    virtual bool appendUnderLock(const std::string& path, std::uint32_t permissions, const AppendComposer& compose,
                                  std::error_code& error) = 0;
 
     // Renames a file, link or directory (nothing is followed) and never

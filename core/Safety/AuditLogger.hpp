@@ -22,8 +22,8 @@ namespace unbulk {
 // entry before it, so that changing, removing or reordering a line breaks the
 // chain (removing the last line alone goes unnoticed).
 //
-// The file is the authority: every record() reads the whole log and chains on
-// its last entry, never on what this instance remembers, so entries written
+// The file is the authority: every record() reads the end of the log and chains
+// on its last entry, never on what this instance remembers, so entries written
 // by another instance or process are chained correctly. There is no file
 // lock; two writers at the same moment can chain on the same entry, which
 // verifyIntegrity() then reports. Operations of one instance are serialised

@@ -177,7 +177,7 @@ TEST_F(PosixFileSystemTest, WritesGiveTheExactModeWhateverTheUmask) {
     EXPECT_FALSE(fs.writeFileAtomically(home.makeDirectory("w/occupied"), "x", 0600, error));
     EXPECT_EQ(std::distance(stdfs::directory_iterator(dir), {}), 2) << "a temporary file was left";
 
-    ASSERT_TRUE(fs.appendUnderLock(log, 0640, [](std::string_view) { return std::string("one\n"); }, error));
+    ASSERT_TRUE(fs.appendUnderLock(log, 0640, [](const LockedContents&) { return std::string("one\n"); }, error));
     EXPECT_EQ(modeOf(log), stdfs::perms{0640});
     // Only regular files are read: a FIFO would block for ever, a directory is EISDIR.
     ASSERT_EQ(::mkfifo((dir + "/fifo").c_str(), 0600), 0);

@@ -152,9 +152,8 @@ bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expec
     return inner_->removeItem(path, expected, wrapped, report, error);
 }
 
-bool FaultyFileSystem::appendUnderLock(
-    const std::string& path, std::uint32_t permissions,
-    const std::function<std::optional<std::string>(std::string_view contents)>& compose, std::error_code& error) {
+bool FaultyFileSystem::appendUnderLock(const std::string& path, std::uint32_t permissions,
+                                       const AppendComposer& compose, std::error_code& error) {
     return !fails(FileSystemCall::appendUnderLock, path, error) &&
            inner_->appendUnderLock(path, permissions, compose, error);
 }

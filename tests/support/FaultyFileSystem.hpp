@@ -84,8 +84,7 @@ public:
                          std::error_code& error) override;
     bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
                     RemovalReport& report, std::error_code& error) override;
-    bool appendUnderLock(const std::string& path, std::uint32_t permissions,
-                         const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions, const AppendComposer& compose,
                          std::error_code& error) override;
     bool isPackage(const std::string& path) const override;
 

@@ -56,8 +56,7 @@ public:
                     RemovalReport& report, std::error_code& error) override {
         return inner_->removeItem(path, expected, check, report, error);
     }
-    bool appendUnderLock(const std::string& path, std::uint32_t permissions,
-                         const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions, const AppendComposer& compose,
                          std::error_code& error) override {
         return inner_->appendUnderLock(path, permissions, compose, error);
     }
