@@ -171,8 +171,10 @@ public:
           retention_(retention), stop_(std::move(stop)), progress_(progress) {}
 
     // The node of `path` at `depth`; nothing when nothing is there (a
-    // dangling link among them).
-    std::optional<Node> build(const std::string& path, std::int64_t depth, const Ancestor* ancestors);
+    // dangling link among them). `own` is its lstat when the listing that
+    // found it has made one already.
+    std::optional<Node> build(const std::string& path, std::int64_t depth, const Ancestor* ancestors,
+                              std::optional<FileStatus> own = std::nullopt);
 
     std::vector<Run> takeRuns() { return std::move(runs_); }
 
@@ -197,14 +199,15 @@ private:
     std::vector<Run> runs_;
 };
 
-std::optional<Node> TreeBuilder::build(const std::string& path, std::int64_t depth, const Ancestor* ancestors) {
+std::optional<Node> TreeBuilder::build(const std::string& path, std::int64_t depth, const Ancestor* ancestors,
+                                       std::optional<FileStatus> own) {
     // What is read about the entry itself (dates, a leaf's sizes, being a
     // package) is its own lstat. Whether it is a directory is asked following
     // links, so a link to a directory opens as that directory and a dangling
     // link is nothing (and left out by its parent); for anything but a link
     // the two answers are one.
     std::error_code error;
-    const auto own = fileSystem_.linkStatus(path, error);
+    if (!own) own = fileSystem_.linkStatus(path, error);
     if (!own) return std::nullopt;
     const bool isLink = own->kind == FileKind::symbolicLink;
     const auto followed = isLink ? fileSystem_.status(path, error) : own;
@@ -257,6 +260,7 @@ bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, cons
     struct Pending {
         std::uint64_t nameOffset;
         std::uint32_t nameLength;
+        FileStatus own;
     };
     std::vector<Pending> pending; // directories and links, built below
     std::uint32_t finished = 0;
@@ -273,7 +277,7 @@ bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, cons
         names += entry.name;
         const auto length = static_cast<std::uint32_t>(entry.name.size());
         if (entry.kind == FileKind::directory || entry.kind == FileKind::symbolicLink) {
-            pending.push_back({offset, length});
+            pending.push_back({offset, length, *entry.status});
             return WalkAction::skipDescendants;
         }
         Node leaf = leafOf(*entry.status);
@@ -305,7 +309,7 @@ bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, cons
             childPath.append(names, pending[i].nameOffset, pending[i].nameLength);
             std::optional<Node> child;
             try {
-                child = build(childPath, depth + 1, &here);
+                child = build(childPath, depth + 1, &here, pending[i].own);
             } catch (const CancellationError&) {
                 stopped = true;
                 return;
