@@ -14,13 +14,11 @@
 #include "Output.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Platform/FileSystem.hpp"
-#include "Platform/Trash.hpp"
+#include "Platform/InterruptSignals.hpp"
 #include "ProgressLine.hpp"
-#include "Safety/AuditLogger.hpp"
-#include "Safety/TrashPipeline.hpp"
+#include "Removal.hpp"
 #include "Scanner/DeepScanEngine.hpp"
 #include "Support/Dates.hpp"
-#include "Support/FileURL.hpp"
 #include "Support/Json.hpp"
 
 namespace unbulk::cli {
@@ -44,15 +42,16 @@ std::optional<CategorySet> selectedCategories(const Arguments& args) {
     return std::nullopt;
 }
 
-void printReport(const TrashSummary& summary, bool dryRun, bool permanent) {
-    // The label and the hint follow the flags, not the summary: a confirmed
-    // purge without --execute has really purged and still says DRY RUN.
-    const char* label = dryRun ? "[DRY RUN]" : !permanent ? "[TRASHED]" : "[PERMANENT PURGE]";
+void printReport(const TrashSummary& summary) {
+    // The label and the hint say what the pipeline did, not what the flags
+    // suggest: --permanent --yes purges without --execute too, and a purge
+    // must never read as a dry run.
+    const char* label = summary.isPermanentPurge ? "[PERMANENT PURGE]" : summary.isDryRun ? "[DRY RUN]" : "[TRASHED]";
     printLine(fmt::format("\n{} Cleanup Summary:", label));
     printLine(fmt::format("  Items Processed: {}", summary.records.size()));
     printLine(fmt::format("  Successful: {}", summary.successCount));
     printLine(fmt::format("  Space Unbulked: {}", formatByteCount(summary.totalAllocatedBytesUnbulked)));
-    if (dryRun) {
+    if (summary.isDryRun) {
         printLine("\nTo apply these deletions, run again with '--execute'. All items will be moved to macOS Trash.");
     }
 }
@@ -73,19 +72,35 @@ int handleClean(const Arguments& args) {
         return 1;
     }
 
+    // Ctrl-C, SIGTERM and SIGHUP end the scan, or the cleanup after the
+    // item in hand, which is then logged and reported as it stands. Made
+    // before the scan starts any thread, so that none of them gets the
+    // signal instead.
+    const std::unique_ptr<InterruptWatch> interrupts = watchInterruptSignals();
+    const StopToken stop = interrupts->token();
+
     const std::optional<CategorySet> categories = selectedCategories(args);
 
-    const FileURL homeURL = userHomeURL();
     const std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
+    const std::shared_ptr<const TrashPipeline> pipeline = makeTrashPipeline(fileSystem);
+    // A cleanup that was cut short is logged now, whatever this one finds.
+    pipeline->recordInterruptedOperations();
     ScanResult result;
-    {
+    try {
         ProgressLine progress(!jsonOutput);
         std::int64_t items = 0, bytes = 0;
-        result = makeScanEngine(fileSystem).scan(categories, [&](const ScanProgress& p) {
-            items = std::max(items, p.itemsFound);
-            bytes = std::max(bytes, p.totalAllocatedBytesScanned);
-            progress.show(p.currentPath, items, bytes);
-        });
+        result = makeScanEngine(fileSystem).scan(
+            categories,
+            [&](const ScanProgress& p) {
+                items = std::max(items, p.itemsFound);
+                bytes = std::max(bytes, p.totalAllocatedBytesScanned);
+                progress.show(p.currentPath, items, bytes);
+            },
+            stop);
+    } catch (const CancellationError&) {
+        // Nothing was touched yet.
+        if (interrupts->receivedSignal() != 0) return statusAfterSignal(interrupts->receivedSignal());
+        throw;
     }
 
     // Every item of a selected category goes; what must not go is refused
@@ -101,17 +116,16 @@ int handleClean(const Arguments& args) {
         return 0;
     }
 
-    auto auditLogger = std::make_shared<AuditLogger>(std::nullopt, homeURL, fileSystem);
-    const TrashPipeline pipeline(fileSystem, makeDefaultTrash(), auditLogger, homeURL);
-    const TrashSummary summary =
-        permanent ? pipeline.purgePermanently(targets, confirmed, "cli") : pipeline.trash(targets, dryRun, "cli");
+    const TrashSummary summary = runRemoval(
+        {.targets = std::move(targets), .dryRun = dryRun, .permanent = permanent, .confirmed = confirmed, .stop = stop},
+        *pipeline);
 
     if (jsonOutput) {
         printJson(toJson(summary, DateEncoding::iso8601));
     } else {
-        printReport(summary, dryRun, permanent);
+        printReport(summary);
     }
-    return 0;
+    return interrupts->receivedSignal() != 0 ? statusAfterSignal(interrupts->receivedSignal()) : 0;
 }
 
 } // namespace unbulk::cli

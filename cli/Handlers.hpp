@@ -36,6 +36,14 @@ int handleRules(const Arguments& args);
 // Cannot fail: whatever happens, the status is 0.
 int handleFDA(const Arguments& args);
 
+// review [--category <raw value>]...: the scan's items at the terminal, to
+// choose what goes. Off a terminal it says what to use instead, status 1.
+int handleReview(const Arguments& args);
+
+// explore [--path <dir>]: the disk usage of a directory at the terminal, a
+// level at a time. Off a terminal it says what to use instead, status 1.
+int handleExplore(const Arguments& args);
+
 // mcp: the agent server on standard input and output until input ends (every
 // word behind it is ignored).
 int handleMCP(const Arguments& args);

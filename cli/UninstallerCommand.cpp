@@ -3,9 +3,9 @@
 #include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Output.hpp"
-#include "ProgressLine.hpp"
 #include "Platform/ByteCountFormatter.hpp"
-#include "Safety/AuditLogger.hpp"
+#include "Platform/InterruptSignals.hpp"
+#include "ProgressLine.hpp"
 #include "Support/Json.hpp"
 #include "Support/Unicode.hpp"
 #include "Uninstaller/AppScanner.hpp"
@@ -61,6 +61,11 @@ int remove(const Arguments& args) {
         printLine("Usage: unbulk uninstaller remove <bundle_id_or_name> [--execute]");
         return 0;
     }
+    // Before the application scan starts its threads: see handleClean.
+    const std::unique_ptr<InterruptWatch> interrupts = watchInterruptSignals();
+    const auto fileSystem = makeDefaultFileSystem();
+    const auto pipeline = makeTrashPipeline(fileSystem);
+    pipeline->recordInterruptedOperations();
     // The operand is the second word, whatever it is: "--execute" there is a name.
     const std::string& target = args[1];
     const bool execute = hasFlag(args, "--execute");
@@ -80,20 +85,18 @@ int remove(const Arguments& args) {
         printLine("Error: Application not found matching '" + target + "'");
         return 1;
     }
-    const auto fileSystem = makeDefaultFileSystem();
-    const AppUninstaller uninstaller({.fileSystem = fileSystem,
-                                      .auditLogger = std::make_shared<AuditLogger>(std::nullopt, homeURL, fileSystem),
-                                      .homeURL = homeURL});
-    const UninstallSummary summary =
-        uninstaller.uninstall(*app, !execute, {.force = force, .includeBundle = true, .includeDependencies = true});
+    const AppUninstaller uninstaller({.fileSystem = fileSystem, .trashPipeline = pipeline, .homeURL = homeURL});
+    const UninstallSummary summary = uninstaller.uninstall(
+        *app, !execute, {.force = force, .includeBundle = true, .includeDependencies = true}, interrupts->token());
+    const int status = interrupts->receivedSignal() != 0 ? statusAfterSignal(interrupts->receivedSignal()) : 0;
     if (hasFlag(args, "--json")) {
         printJson(toJson(summary));
-        return 0;
+        return status;
     }
     printLine(fmt::format("{} Successfully uninstalled {}:", execute ? "[UNINSTALLED]" : "[DRY RUN]", summary.appName));
     printLine("  Unbulked Space: " + formatByteCount(summary.unbulkedAllocatedBytes));
     printLine(fmt::format("  Files: {}", summary.records.size()));
-    return 0;
+    return status;
 }
 
 } // namespace

@@ -38,6 +38,8 @@ constexpr std::array commands{
     Command{"rules", &unbulk::cli::handleRules},
     Command{"fda", &unbulk::cli::handleFDA},
     Command{"mcp", &unbulk::cli::handleMCP},
+    Command{"review", &unbulk::cli::handleReview},
+    Command{"explore", &unbulk::cli::handleExplore},
 };
 
 Handler findHandler(std::string_view word) {

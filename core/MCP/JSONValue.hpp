@@ -42,7 +42,8 @@ struct JSONValueError : std::runtime_error {
 };
 
 // Null, then boolean, then number, then string, array, object: `true` never
-// reads as 1.
+// reads as 1. Both conversions throw JSONValueError for nesting deeper than
+// json::maximumNestingDepth.
 JSONValue jsonValueFromJson(const Json& json);
 
 // The plain JSON form. A whole-valued number is written without a fraction

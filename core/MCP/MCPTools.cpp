@@ -11,6 +11,7 @@
 #include "Models/Categories.hpp"
 #include "Models/ScanItem.hpp"
 #include "Platform/CurrentDirectory.hpp"
+#include "Platform/FileHandle.hpp"
 #include "Platform/FileSystem.hpp"
 #include "Platform/Home.hpp"
 #include "Platform/Trash.hpp"
@@ -104,6 +105,18 @@ DeepScanEngine scanEngine(const Context& context) {
     return DeepScanEngine(std::move(configuration));
 }
 
+// The removal road of the tools. Standard output carries protocol lines
+// only, so an operation that could not be recorded in the log is told on
+// the server's standard error, where its host shows it.
+std::shared_ptr<const TrashPipeline> trashPipeline(const Context& context) {
+    return std::make_shared<const TrashPipeline>(
+        context.fileSystem, makeDefaultTrash(),
+        std::make_shared<AuditLogger>(std::nullopt, context.homeURL, context.fileSystem), context.homeURL,
+        [](const std::string& logPath, const std::string& reason) {
+            makeStandardError()->write(TrashPipeline::unrecordedWarning(logPath, reason) + "\n");
+        });
+}
+
 // A path as a file URL: a relative one is read against the working directory.
 FileURL fileURLWithPath(const std::string& path, const FileSystem& fileSystem) {
     return fileSystem.fileURL(paths::isAbsolute(path) ? path : paths::appending(currentDirectory(), path));
@@ -126,6 +139,8 @@ MCPCallToolResult cleanStorage(const Arguments& arguments) {
     const Context context;
     const bool dryRun = boolArgument(arguments, "dry_run", true);
     const bool permanent = boolArgument(arguments, "permanent", false);
+    const auto pipeline = trashPipeline(context);
+    pipeline->recordInterruptedOperations();
 
     std::vector<FileURL> targets;
     for (const auto& path : stringElements(arguments, "paths")) {
@@ -139,12 +154,10 @@ MCPCallToolResult cleanStorage(const Arguments& arguments) {
     }
     if (targets.empty()) return MCPCallToolResult::text("No target paths or categories matched for cleanup.");
 
-    auto auditLogger = std::make_shared<AuditLogger>(std::nullopt, context.homeURL, context.fileSystem);
-    const TrashPipeline pipeline(context.fileSystem, makeDefaultTrash(), auditLogger, context.homeURL);
     // `permanent` alone purges, whatever dry_run says: the handler confirms
     // on the agent's behalf, and dry_run's default guards only the Trash road.
     const TrashSummary summary =
-        permanent ? pipeline.purgePermanently(targets, true, "mcp") : pipeline.trash(targets, dryRun, "mcp");
+        permanent ? pipeline->purgePermanently(targets, true, "mcp") : pipeline->trash(targets, dryRun, "mcp");
     return jsonResult(toJson(summary, DateEncoding::iso8601));
 }
 
@@ -194,12 +207,8 @@ MCPCallToolResult uninstallApp(const Arguments& arguments) {
         if (unicode::lowercased(app.bundleIdentifier) != wanted && unicode::lowercased(app.displayName) != wanted) {
             continue;
         }
-        auto logger = std::make_shared<AuditLogger>(std::nullopt, context.homeURL, context.fileSystem);
-        const AppUninstaller uninstaller({.fileSystem = context.fileSystem,
-                                          .trashPipeline = std::make_shared<const TrashPipeline>(
-                                              context.fileSystem, makeDefaultTrash(), logger, context.homeURL),
-                                          .auditLogger = logger,
-                                          .homeURL = context.homeURL});
+        const AppUninstaller uninstaller(
+            {.fileSystem = context.fileSystem, .trashPipeline = trashPipeline(context), .homeURL = context.homeURL});
         return jsonResult(toJson(
             uninstaller.uninstall(app, dryRun, {.force = force, .includeBundle = true, .includeDependencies = true})));
     }

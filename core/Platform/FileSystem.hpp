@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -47,6 +48,19 @@ struct FileStatus {
 // its path became a link, or its name now holds another file. Nothing was
 // done to it.
 std::error_code changedSinceCheckedError();
+
+// One directory on the way to an item, from "/" down to the item's parent,
+// or the item itself, as the open that follows no link met it.
+struct AnchoredStep {
+    std::string path;
+    FileStatus status; // the directory's fstat, or the item's lstat
+};
+
+// Asked once before an item is removed or moved, after its way has been
+// opened and its identity checked: the steps from "/" to the item's parent
+// in order, the item itself last. An error refuses the item, and nothing is
+// done to it. An empty check accepts every way.
+using AnchorCheck = std::function<std::error_code(const std::vector<AnchoredStep>& steps)>;
 
 // What a permanent removal did, also when it stopped halfway. Files are
 // counted at every name, as the removal frees each name.
@@ -129,6 +143,27 @@ public:
 // What to add to a locked file, given what it holds; nothing adds nothing.
 using AppendComposer = std::function<std::optional<std::string>(const LockedContents& contents)>;
 
+// A file held under an exclusive advisory lock for as long as the object
+// lives, or its process does (the lock goes with it, however it ends): a
+// record of work in progress that must survive a crash, and that no one else
+// may take up while its owner is alive.
+class LockedFile {
+public:
+    virtual ~LockedFile() = default;
+    // Appends the text; with `flush`, it is on the disk when this answers.
+    virtual bool append(std::string_view text, bool flush, std::error_code& error) = 0;
+    virtual std::optional<std::string> readAll(std::error_code& error) const = 0;
+    // Unlinks the file while the lock is still held, so that whoever waited
+    // for it finds nothing left to take up.
+    virtual bool remove(std::error_code& error) = 0;
+};
+
+enum class LockedFileMode {
+    createNew, // a new file; one that exists already fails with EEXIST
+    takeUp,    // an existing file that no one holds: EWOULDBLOCK when someone
+               // does, ENOENT when it went while we waited
+};
+
 // The file system as the core sees it. Every call that touches the disk goes
 // through here, so that tests can wrap it and inject failures. Nothing follows
 // a symbolic link unless its name says so.
@@ -175,21 +210,30 @@ public:
     // absolute with no link in its directories (resolve them first), its
     // parent is opened component by component without following a link, and
     // what its name holds must still be `expected`, or nothing is done and
-    // the error is changedSinceCheckedError(). Below the item nothing is
+    // the error is changedSinceCheckedError(); then `anchorCheck` is asked
+    // about the way there. Below the item nothing is
     // followed; `check` is asked about every entry first (with its lstat) and
     // may leave a directory in place or stop the removal with an error, and
     // a mount point the system can tell is left in place whatever it says.
     // True when all of it is gone; the report says what went, in every case.
-    virtual bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
-                            RemovalReport& report, std::error_code& error) = 0;
+    virtual bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
+                            const RemovalCheck& check, RemovalReport& report, std::error_code& error) = 0;
 
     // Appends to a log that other processes may append to as well: opens or
     // creates the file (never replacing it), holds an exclusive advisory lock
     // on it, asks `compose` for the text to add (it reads what it needs of
     // what is there), starts a new line first when the file does not end
     // with one, writes and flushes to disk. A failed write is cut back.
-    virtual bool appendUnderLock(const std::string& path, std::uint32_t permissions, const AppendComposer& compose,
+    // The lock is waited for at most `lockTimeout`; then the call fails
+    // with std::errc::timed_out and nothing is written.
+    virtual bool appendUnderLock(const std::string& path, std::uint32_t permissions,
+                                 std::chrono::milliseconds lockTimeout, const AppendComposer& compose,
                                  std::error_code& error) = 0;
+
+    // Opens `path` as a LockedFile (a new file gets `permissions`); nothing
+    // on failure, with `error` set. Links are never followed.
+    virtual std::unique_ptr<LockedFile> openLocked(const std::string& path, LockedFileMode mode,
+                                                   std::uint32_t permissions, std::error_code& error) = 0;
 
     // Renames a file, link or directory (nothing is followed) and never
     // replaces what is at the destination: that fails with EEXIST.

@@ -8,6 +8,12 @@
 // Property lists, XML or binary, read through libplist on every platform.
 namespace unbulk::PropertyList {
 
+// The deepest nesting of dictionaries and arrays that is read (a top-level
+// dictionary is depth 1). Real property lists stay within a handful of
+// levels; a deeper document would exhaust the stack of libplist's own
+// recursive reader, so it is refused before libplist sees it.
+inline constexpr int maximumNestingDepth = 512;
+
 // The document as JSON: dictionaries as objects, arrays, strings, booleans,
 // integers and reals as themselves; dates, data and UIDs as null, so that a
 // key holding one is still present and an array keeps its length, while no

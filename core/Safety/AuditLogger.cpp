@@ -121,9 +121,10 @@ std::optional<std::string> lastRollingHash(const LockedContents& log) {
 
 } // namespace
 
-AuditLogger::AuditLogger(std::optional<FileURL> logFileURL, FileURL homeURL, std::shared_ptr<FileSystem> fileSystem)
+AuditLogger::AuditLogger(std::optional<FileURL> logFileURL, FileURL homeURL, std::shared_ptr<FileSystem> fileSystem,
+                         std::chrono::milliseconds lockTimeout)
     : logFileURL_(logFileURL ? std::move(*logFileURL) : defaultLogFile(homeURL)),
-      fileSystem_(std::move(fileSystem)) {}
+      fileSystem_(std::move(fileSystem)), lockTimeout_(lockTimeout) {}
 
 FileURL AuditLogger::defaultLogDirectory(const FileURL& homeURL) { return homeURL.appending(".unbulk", true); }
 
@@ -256,7 +257,11 @@ AuditLogEntry AuditLogger::record(const Uuid& operationId, AuditOperationType op
         }
     };
     std::error_code error;
-    if (!fileSystem_->appendUnderLock(logFileURL_.path(), logFileMode, compose, error)) {
+    if (!fileSystem_->appendUnderLock(logFileURL_.path(), logFileMode, lockTimeout_, compose, error)) {
+        if (error == std::errc::timed_out) {
+            throw writeFailed(fmt::format("Another process held the log's lock for more than {} seconds",
+                                          std::chrono::duration<double>(lockTimeout_).count()));
+        }
         throw writeFailed("Failed to append data to log file: " + error.message());
     }
     if (failure) throw *failure;

@@ -22,21 +22,24 @@ namespace unbulk {
 // entry before it, so that changing, removing or reordering a line breaks the
 // chain (removing the last line alone goes unnoticed).
 //
-// The file is the authority: every record() reads the end of the log and chains
-// on its last entry, never on what this instance remembers, so entries written
-// by another instance or process are chained correctly. There is no file
-// lock; two writers at the same moment can chain on the same entry, which
-// verifyIntegrity() then reports. Operations of one instance are serialised
-// on one mutex.
+// The file is the authority: every record() reads the end of the log and
+// chains on its last entry, never on what this instance remembers, so entries
+// written by another instance or process are chained correctly: the read and
+// the append happen under an advisory lock on the file, waited for at most
+// lockTimeout, so that a process that holds it forever cannot hold a cleanup
+// with it. Operations of one instance are serialised on one mutex.
 class AuditLogger {
 public:
     // The previousHash of the first entry: 64 times "0".
     static constexpr std::string_view genesisHash = "0000000000000000000000000000000000000000000000000000000000000000";
 
+    static constexpr std::chrono::milliseconds defaultLockTimeout{10'000};
+
     // Without a log file URL the log is <home>/.unbulk/audit.jsonl. Nothing
     // touches the disk until the first call.
     AuditLogger(std::optional<FileURL> logFileURL, FileURL homeURL,
-                std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem());
+                std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
+                std::chrono::milliseconds lockTimeout = defaultLockTimeout);
 
     static FileURL defaultLogDirectory(const FileURL& homeURL);
     static FileURL defaultLogFile(const FileURL& homeURL);
@@ -92,6 +95,7 @@ private:
 
     FileURL logFileURL_;
     std::shared_ptr<FileSystem> fileSystem_;
+    std::chrono::milliseconds lockTimeout_;
     mutable std::mutex mutex_;
     std::optional<std::string> lastHash_;
 };

@@ -62,6 +62,12 @@ SandboxSecurityError SandboxSecurityError::wildcardTargetsForbiddenScope(std::st
     return std::move(error.described());
 }
 
+SandboxSecurityError SandboxSecurityError::nulCharacterInPath(std::string path) {
+    SandboxSecurityError error(Kind::nulCharacterInPath);
+    error.path = std::move(path);
+    return std::move(error.described());
+}
+
 std::string SandboxSecurityError::description() const {
     switch (kind) {
     case Kind::rootDirectoryTargeted:
@@ -85,6 +91,7 @@ std::string SandboxSecurityError::description() const {
     case Kind::wildcardTargetsForbiddenScope:
         return fmt::format("Sandbox Violation: Rule pattern '{}' matches forbidden scope '{}'.", pattern,
                            forbiddenScope);
+    case Kind::nulCharacterInPath: return "Path contains a NUL character";
     }
     return {};
 }

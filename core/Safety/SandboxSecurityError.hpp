@@ -18,10 +18,11 @@ struct SandboxSecurityError : std::exception {
         directoryTraversalDetected,
         symlinkEscapedSandbox,
         wildcardTargetsForbiddenScope,
+        nulCharacterInPath,
     };
 
     Kind kind = Kind::rootDirectoryTargeted;
-    std::string path;             // every case but the symlink and wildcard ones
+    std::string path;             // every case but the symlink and wildcard ones (the raw input for a NUL)
     std::string matchedPrefix;    // forbiddenSystemPath
     std::string matchedDirectory; // forbiddenUserDirectory
     int componentCount = 0;       // insufficientPathDepth
@@ -40,6 +41,9 @@ struct SandboxSecurityError : std::exception {
     static SandboxSecurityError symlinkEscapedSandbox(std::string originalPath, std::string resolvedPath,
                                                       std::string reason);
     static SandboxSecurityError wildcardTargetsForbiddenScope(std::string pattern, std::string forbiddenScope);
+    // The sentence leaves the path out: what follows its NUL would reach a
+    // terminal as it stands.
+    static SandboxSecurityError nulCharacterInPath(std::string path);
 
     // The sentence for this case and payload.
     std::string description() const;

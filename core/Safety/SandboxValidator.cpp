@@ -3,6 +3,7 @@
 #include <string>
 
 #include "Platform/CurrentDirectory.hpp"
+#include "Platform/Trash.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
 #include "Support/Text.hpp"
@@ -110,6 +111,35 @@ void checkForbiddenUserDirectories(const std::string& path, const std::string& h
     }
 }
 
+// A Trash folder by its name: .Trash (the Mac's in a home, the shared one
+// at the top of a disk), .Trashes (a Mac volume's) or .Trash-<uid>.
+bool isTrashName(std::string_view name) {
+    const std::string folded = skeleton(name);
+    return folded == skeleton(".Trash") || folded == skeleton(".Trashes") || folded.starts_with(skeleton(".Trash-"));
+}
+
+// unbulk's own folder and the Trash, and everything in them. A place in the
+// home is named relative to it, as the protected user directories are.
+void checkOwnPlaces(const std::string& path, const std::string& homePath) {
+    auto refuse = [&](const std::string& place) {
+        if (place.starts_with(homePath + "/")) {
+            throw SandboxSecurityError::forbiddenUserDirectory(path, place.substr(homePath.size() + 1));
+        }
+        throw SandboxSecurityError::forbiddenSystemPath(path, place);
+    };
+    const std::string lower = skeleton(path);
+    std::vector<std::string> places = homeTrashDirectories(homePath);
+    places.insert(places.begin(), paths::appending(homePath, ".unbulk"));
+    for (const std::string& place : places) {
+        if (equalsIgnoringCase(path, place) || lower.starts_with(skeleton(place) + "/")) refuse(place);
+    }
+    std::string prefix;
+    for (const std::string& component : paths::components(path)) {
+        prefix += "/" + component;
+        if (isTrashName(component)) refuse(prefix);
+    }
+}
+
 void checkPathDepth(const std::string& path, const std::string& homePath) {
     std::string_view counted = path;
     if (isHomeOrInside(path, homePath)) counted.remove_prefix(homePath.size());
@@ -120,7 +150,14 @@ void checkPathDepth(const std::string& path, const std::string& homePath) {
 void checkPlace(const std::string& path, const std::string& homePath) {
     checkForbiddenSystemPrefixes(path, homePath);
     checkForbiddenUserDirectories(path, homePath);
+    checkOwnPlaces(path, homePath);
     checkPathDepth(path, homePath);
+}
+
+// The kernel takes a path up to its first NUL: text behind one would be
+// judged here and never acted on.
+void checkNoNul(std::string_view input) {
+    if (input.find('\0') != std::string_view::npos) throw SandboxSecurityError::nulCharacterInPath(std::string(input));
 }
 
 // The path with every link resolved in the part of it that exists. A missing
@@ -144,6 +181,7 @@ std::string resolvingExistingPart(const std::string& path, const FileSystem& fil
 } // namespace
 
 void validatePath(std::string_view path, const FileURL& homeURL, const FileSystem& fileSystem) {
+    checkNoNul(path);
     const std::string homePath = standardizedHomePath(homeURL);
 
     if (hasTraversal(path)) throw SandboxSecurityError::directoryTraversalDetected(std::string(path));
@@ -201,6 +239,8 @@ void validateURL(const FileURL& url, const FileURL& homeURL) { validatePath(url.
 
 void validatePattern(std::string_view pattern, const std::optional<FileURL>& baseDirectory, const FileURL& homeURL,
                      const FileSystem& fileSystem) {
+    checkNoNul(pattern);
+    if (baseDirectory) checkNoNul(baseDirectory->path());
     const std::string homePath = standardizedHomePath(homeURL);
 
     // Stricter than for paths: ".." anywhere, even inside a name.
@@ -250,6 +290,7 @@ void validatePattern(std::string_view pattern, const std::optional<FileURL>& bas
     if (candidate == homePath) throw SandboxSecurityError::homeDirectoryTargeted(candidate);
     checkForbiddenSystemPrefixes(candidate, homePath);
     checkForbiddenUserDirectories(candidate, homePath);
+    checkOwnPlaces(candidate, homePath);
 }
 
 void validatePattern(std::string_view pattern, const std::optional<FileURL>& baseDirectory, const FileURL& homeURL) {

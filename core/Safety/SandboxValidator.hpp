@@ -14,12 +14,19 @@
 // acceptable and throws SandboxSecurityError when it is not; nothing loosens
 // the checks. Stateless, so any thread may call any of them.
 //
-// On Linux the tables grow by what plays the part of macOS's /Users and of its
-// system folders: /home and /root are refused unless inside the user's own
-// home, and /proc, /sys, /run and /boot are refused outright.
+// A path or pattern that holds a NUL is refused before anything else: the
+// kernel reads a path only up to its first NUL, so the text judged here
+// would not be the path acted on.
+//
+// unbulk's own folder (~/.unbulk: the audit log and the rules) and every
+// Trash are refused with all they hold: the user's Trash, and any folder
+// named .Trash, .Trashes or .Trash-<anything> wherever it lies, as the
+// Trash of a mounted disk is. Removing them would erase the history, or
+// everything that can still be put back.
 namespace unbulk::SandboxValidator {
 
 // Checked in a fixed order of their own; see checkForbiddenSystemPrefixes.
+// This table is the Mac's and applies on every platform.
 inline constexpr std::array<std::string_view, 14> forbiddenSystemPrefixes{
     "/System", "/usr", "/bin", "/sbin", "/Library", "/etc", "/private/etc", "/private/var/db",
     "/dev", "/private", "/private/var", "/var", "/Users", "/Volumes",
@@ -34,10 +41,16 @@ inline constexpr std::array<std::string_view, 10> forbiddenUserDirectories{
 #if defined(__linux__)
 // Home directories of other users, refused unless the path lies in our own.
 inline constexpr std::array<std::string_view, 2> linuxUserRoots{"/home", "/root"};
-// Kernel and boot file systems, and the mount points of other disks (what
-// /Volumes is on the Mac).
-inline constexpr std::array<std::string_view, 7> linuxSystemPrefixes{"/proc", "/sys",   "/run", "/boot",
-                                                                     "/mnt",  "/media", "/srv"};
+// Linux's own system places, refused on Linux beside the Mac's table. The
+// two differ on purpose, each naming what its system keeps there: the
+// libraries of systems without a merged /usr (/lib, /lib32, /lib64,
+// /libx32), the kernel's and the boot's file systems, and the mount points
+// of other disks (what /Volumes is on the Mac). /var is refused whole here,
+// as Linux has no /var/folders of per-user caches.
+inline constexpr std::array<std::string_view, 17> linuxSystemPrefixes{
+    "/bin", "/boot", "/dev",  "/etc", "/lib", "/lib32", "/lib64", "/libx32", "/proc",
+    "/run", "/sbin", "/sys",  "/usr", "/var", "/mnt",   "/media", "/srv",
+};
 #endif
 
 // A path as a user or a caller gives it: "~" and "~/" are read against the

@@ -1,5 +1,6 @@
 #include "Safety/TrashPipeline.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <system_error>
@@ -16,50 +17,6 @@
 #include "Platform/TreeMeasure.hpp"
 
 namespace unbulk {
-
-TrashPipeline::TrashPipeline(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<Trash> trash,
-                             std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL)
-    : fileSystem_(std::move(fileSystem)), trash_(std::move(trash)), auditLogger_(std::move(auditLogger)),
-      homeURL_(std::move(homeURL)) {}
-
-TrashSummary TrashPipeline::trash(const std::vector<FileURL>& urls, bool dryRun, const std::string& client) const {
-    if (urls.empty()) throw TrashPipelineError(TrashPipelineError::Kind::emptyTargetList);
-    return run(urls, dryRun, false, client);
-}
-
-TrashSummary TrashPipeline::purgePermanently(const std::vector<FileURL>& urls, bool confirmed,
-                                             const std::string& client) const {
-    // The missing confirmation is the graver mistake, so it is the one named
-    // even when the list is empty as well.
-    if (!confirmed) throw TrashPipelineError(TrashPipelineError::Kind::unconfirmedPermanentPurge);
-    if (urls.empty()) throw TrashPipelineError(TrashPipelineError::Kind::emptyTargetList);
-    return run(urls, false, true, client);
-}
-
-TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, bool permanentPurge,
-                                const std::string& client) const {
-    const Date startedAt = std::chrono::system_clock::now();
-    const Uuid operationId = Uuid::random();
-
-    std::vector<Outcome> outcomes;
-    outcomes.reserve(urls.size());
-    for (const FileURL& url : urls) outcomes.push_back(processItem(url, dryRun, permanentPurge));
-    std::vector<TrashItemRecord> records;
-    records.reserve(outcomes.size());
-    for (const Outcome& outcome : outcomes) records.push_back(outcome.record);
-
-    TrashSummary summary = TrashSummary::make({
-        .operationId = operationId,
-        .isDryRun = dryRun,
-        .isPermanentPurge = permanentPurge,
-        .records = std::move(records),
-        .startedAt = startedAt,
-        .completedAt = std::chrono::system_clock::now(),
-    });
-    recordAuditEntry(summary, outcomes, client);
-    return summary;
-}
-
 namespace {
 
 TrashItemRecord makeRecord(const FileURL& url, TrashItemStatus status, const TrashPipeline::ItemMetrics& metrics,
@@ -77,7 +34,115 @@ TrashItemRecord makeRecord(const FileURL& url, TrashItemStatus status, const Tra
 
 } // namespace
 
-TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRun, bool permanentPurge) const {
+TrashPipeline::TrashPipeline(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<Trash> trash,
+                             std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL, UnrecordedHandler onUnrecorded)
+    : fileSystem_(std::move(fileSystem)), trash_(std::move(trash)), auditLogger_(std::move(auditLogger)),
+      homeURL_(std::move(homeURL)), onUnrecorded_(std::move(onUnrecorded)) {}
+
+TrashSummary TrashPipeline::trash(const std::vector<FileURL>& urls, bool dryRun, const std::string& client,
+                                  StopToken stop) const {
+    if (urls.empty()) throw TrashPipelineError(TrashPipelineError::Kind::emptyTargetList);
+    return run(urls, dryRun, false, client, stop);
+}
+
+TrashSummary TrashPipeline::purgePermanently(const std::vector<FileURL>& urls, bool confirmed,
+                                             const std::string& client, StopToken stop) const {
+    // The missing confirmation is the graver mistake, so it is the one named
+    // even when the list is empty as well.
+    if (!confirmed) throw TrashPipelineError(TrashPipelineError::Kind::unconfirmedPermanentPurge);
+    if (urls.empty()) throw TrashPipelineError(TrashPipelineError::Kind::emptyTargetList);
+    return run(urls, false, true, client, stop);
+}
+
+std::string TrashPipeline::unrecordedWarning(const std::string& logPath, const std::string& reason) {
+    return fmt::format("Warning: this operation was not recorded in {}: {}", logPath, reason);
+}
+
+void TrashPipeline::reportUnrecorded(const std::string& reason) const {
+    if (onUnrecorded_) onUnrecorded_(auditLogger_->logFileURL().path(), reason);
+}
+
+void TrashPipeline::recordInterruptedOperations() const {
+    if (!auditLogger_) return;
+    for (const std::string& reason : OperationJournal::recoverUnfinished(*fileSystem_, *auditLogger_))
+        reportUnrecorded(reason);
+}
+
+TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, bool permanentPurge,
+                                const std::string& client, const StopToken& stop) const {
+    recordInterruptedOperations();
+    const Date startedAt = std::chrono::system_clock::now();
+    const Uuid operationId = Uuid::random();
+    const AuditOperationType type = permanentPurge ? AuditOperationType::purge
+                                    : dryRun       ? AuditOperationType::dryRun
+                                                   : AuditOperationType::trash;
+    // A dry run touches nothing, and needs no journal.
+    const std::unique_ptr<OperationJournal> journal =
+        auditLogger_ && !dryRun
+            ? OperationJournal::begin(*fileSystem_, auditLogger_->logFileURL(), operationId, type, client)
+            : nullptr;
+    const std::string realHome = paths::standardize(fileSystem_->resolvingSymlinks(homeURL_.path()));
+
+    std::vector<Outcome> outcomes;
+    outcomes.reserve(urls.size());
+    for (const FileURL& url : urls) {
+        // Asked to stop: the item under way was finished, the rest are left.
+        if (stop.stopRequested()) {
+            outcomes.push_back(Outcome{makeRecord(url, TrashItemStatus::skipped,
+                                                  ItemMetrics{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 1},
+                                                  std::nullopt, "Not processed: the operation was interrupted.")});
+            continue;
+        }
+        outcomes.push_back(processItem(url, dryRun, permanentPurge, realHome, journal.get()));
+    }
+    std::vector<TrashItemRecord> records;
+    records.reserve(outcomes.size());
+    for (const Outcome& outcome : outcomes) records.push_back(outcome.record);
+
+    TrashSummary summary = TrashSummary::make({
+        .operationId = operationId,
+        .isDryRun = dryRun,
+        .isPermanentPurge = permanentPurge,
+        .records = std::move(records),
+        .startedAt = startedAt,
+        .completedAt = std::chrono::system_clock::now(),
+    });
+    if (journal) journal->operationFinished(summary.durationSeconds * 1000.0);
+    if (const auto failure = recordAuditEntry(summary, outcomes, client)) {
+        reportUnrecorded(*failure); // the journal stays, for the next operation to record
+    } else if (journal) {
+        journal->discard();
+    }
+    return summary;
+}
+
+namespace {
+
+// Why the way to an item crosses into another file system, or nothing. The
+// steps run from "/" to the item's parent, the item last.
+std::optional<std::string> mountCrossing(const std::vector<AnchoredStep>& steps, const std::string& realHome,
+                                         const std::string& itemPath) {
+    if (steps.size() < 2) return std::nullopt;
+    const AnchoredStep& item = steps.back();
+    if (item.status.device != steps[steps.size() - 2].status.device) {
+        return fmt::format("Refused '{}': it is the mount point of another file system", itemPath);
+    }
+    const auto home = std::find_if(steps.begin(), steps.end(),
+                                   [&](const AnchoredStep& step) { return step.path == realHome; });
+    if (home == steps.end()) return std::nullopt;
+    for (auto step = home + 1; step != steps.end(); ++step) {
+        if (step->status.device != home->status.device) {
+            return fmt::format("Refused '{}': it lies below '{}', which is on another file system than the home",
+                               itemPath, step->path);
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRun, bool permanentPurge,
+                                                  const std::string& realHome, OperationJournal* journal) const {
     const std::string& path = url.path();
     const ItemMetrics nothing{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 1};
     auto failed = [&](const ItemMetrics& metrics, std::string message) {
@@ -118,23 +183,54 @@ TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRu
     const auto own = fileSystem_->linkStatus(realPath, error);
     if (!own) return failed(nothing, "File does not exist: " + path);
 
-    if (permanentPurge) return purge(url, realPath, own->identity(), metrics);
+    // The way to the item, as the removal opens it, must not cross into
+    // another file system; the removal asks right before it acts.
+    std::string refusal;
+    const AnchorCheck staysOnItsFileSystem = [&](const std::vector<AnchoredStep>& steps) -> std::error_code {
+        if (auto crossing = mountCrossing(steps, realHome, path)) {
+            refusal = std::move(*crossing);
+            return std::make_error_code(std::errc::cross_device_link);
+        }
+        return {};
+    };
 
-    std::optional<std::string> landedPath;
-    PlatformError failure;
-    if (!trash_->trashItem(realPath, own->identity(), landedPath, failure)) {
-        // The platform's own sentence names the item and the reason; a bare
-        // error number's words say neither, so the item is named around them.
-        if (!failure.description.empty()) return failed(metrics, failure.description);
-        return failed(metrics, fmt::format("Could not move '{}' to the Trash: {}", path, failure.code.message()));
+    // The journal hears of the item before it is touched, and of what
+    // became of it after, so that a crash in between loses nothing.
+    if (journal) journal->itemStarting(path, metrics.allocatedBytes);
+    Outcome outcome;
+    if (permanentPurge) {
+        outcome = purge(url, realPath, own->identity(), metrics, staysOnItsFileSystem, refusal);
+    } else {
+        const TrashMove move = trash_->trashItem(realPath, own->identity(), staysOnItsFileSystem);
+        if (move.moved()) {
+            std::optional<FileURL> trashURL;
+            if (move.landedPath) trashURL = fileSystem_->fileURL(*move.landedPath);
+            outcome = Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::move(trashURL), std::nullopt)};
+        } else if (!refusal.empty()) {
+            outcome = failed(metrics, refusal);
+        } else if (!move.unusableTrashDirectory.empty()) {
+            outcome = failed(metrics, fmt::format("Could not move '{}' to the Trash: '{}' is no Trash folder to "
+                                                  "use (it must be a real directory of your own, not a link): {}",
+                                                  path, move.unusableTrashDirectory, move.error.message()));
+        } else if (!move.error.description.empty()) {
+            // The platform's own sentence names the item and the reason.
+            outcome = failed(metrics, move.error.description);
+        } else {
+            // A bare error number's words say neither, so the item is named around them.
+            outcome = failed(metrics, fmt::format("Could not move '{}' to the Trash: {}", path, move.error.message()));
+        }
     }
-    std::optional<FileURL> trashURL;
-    if (landedPath) trashURL = fileSystem_->fileURL(*landedPath);
-    return Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::move(trashURL), std::nullopt)};
+    if (journal) {
+        const bool succeeded = outcome.record.status == TrashItemStatus::success;
+        journal->itemFinished(path, succeeded || outcome.partiallyRemoved, succeeded,
+                              succeeded ? outcome.record.allocatedBytes : outcome.partiallyRemovedBytes);
+    }
+    return outcome;
 }
 
 TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::string& realPath, const Identity& identity,
-                                            const ItemMetrics& metrics) const {
+                                            const ItemMetrics& metrics, const AnchorCheck& anchorCheck,
+                                            const std::string& refusal) const {
     // Like rm --one-file-system: a directory of another file system (a
     // mount inside the item) is left where it is, with all it holds.
     const RemovalCheck sameFileSystemOnly = [&identity](const WalkEntry& entry, bool& leaveInPlace) {
@@ -143,9 +239,11 @@ TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::strin
     };
     RemovalReport report;
     std::error_code error;
-    if (fileSystem_->removeItem(realPath, identity, sameFileSystemOnly, report, error)) {
+    if (fileSystem_->removeItem(realPath, identity, anchorCheck, sameFileSystemOnly, report, error)) {
         return Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::nullopt, std::nullopt)};
     }
+    // Refused before anything was touched.
+    if (!refusal.empty()) return Outcome{makeRecord(url, TrashItemStatus::failed, metrics, std::nullopt, refusal)};
 
     std::string what;
     if (error) {
@@ -204,9 +302,10 @@ TrashPipeline::ItemMetrics TrashPipeline::metricsOf(const std::string& path, con
     return metrics;
 }
 
-void TrashPipeline::recordAuditEntry(const TrashSummary& summary, const std::vector<Outcome>& outcomes,
-                                     const std::string& client) const {
-    if (!auditLogger_) return;
+std::optional<std::string> TrashPipeline::recordAuditEntry(const TrashSummary& summary,
+                                                           const std::vector<Outcome>& outcomes,
+                                                           const std::string& client) const {
+    if (!auditLogger_) return std::nullopt;
 
     const AuditOperationType type = summary.isPermanentPurge ? AuditOperationType::purge
                                     : summary.isDryRun       ? AuditOperationType::dryRun
@@ -227,10 +326,13 @@ void TrashPipeline::recordAuditEntry(const TrashSummary& summary, const std::vec
     try {
         auditLogger_->record(summary.operationId, type, summary.successCount, bytes, paths, client,
                              summary.durationSeconds * 1000.0, std::chrono::system_clock::now());
-    } catch (const std::exception&) {
+    } catch (const std::exception& failure) {
         // The items are gone (or in the Trash) whatever the log says; a log
-        // that cannot be written must not make the operation look failed.
+        // that cannot be written must not make the operation look failed,
+        // but it must not go unnoticed either.
+        return failure.what();
     }
+    return std::nullopt;
 }
 
 } // namespace unbulk

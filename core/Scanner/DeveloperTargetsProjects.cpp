@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "Support/Cancellation.hpp"
+#include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
 
 namespace unbulk {
@@ -34,6 +35,21 @@ constexpr int repositorySearchDepth = 2;
 constexpr std::size_t gitPointerFileLimit = 64 * 1024;
 
 constexpr std::string_view gitdirPrefix = "gitdir:";
+
+// Where a path written in one of git's pointer files leads, as git itself
+// reads it: an absolute path as it stands, a relative one against `base`
+// (the folder that holds a `.git` file, or the record folder of a
+// `.git/worktrees/<name>/gitdir`). Submodules have always been written
+// relative ("gitdir: ../.git/modules/lib"), and worktrees are since git 2.48
+// with --relative-paths. Reading them against the process's current
+// directory, as the letter of the rule has it, would call every such
+// checkout dangling and offer healthy work, uncommitted edits and all, for
+// removal: the rule's own promise is to offer only what git itself has left
+// dangling, and that promise wins. The ".." components are left for the
+// kernel to resolve, through any link on the way, as git's own lookup does.
+std::string gitPointerTarget(const FileURL& base, const std::string& written) {
+    return paths::isAbsolute(written) ? written : base.path() + "/" + written;
+}
 
 } // namespace
 
@@ -97,15 +113,16 @@ std::vector<DiscoveredItem> DeveloperTargets::scanGitWorktrees(const ScanProgres
         auto text = readPointerFile(gitFile);
         if (!text || !text->starts_with(gitdirPrefix)) return;
         const std::string target(unicode::trimmingWhitespaceAndNewlines(std::string_view(*text).substr(gitdirPrefix.size())));
-        // Tested as written: a relative path is read against the current directory.
-        if (target.empty() || fileSystem_->fileExists(target)) return;
+        if (target.empty() || fileSystem_->fileExists(gitPointerTarget(repository, target))) return;
         offer(repository, "Orphaned Git Worktree Checkout: " + repository.lastComponent() +
                               " (main repository missing)");
     };
 
     // A main repository: each record in `.git/worktrees` names its checkout's
-    // `.git` file in `gitdir`. A record whose checkout is gone is dangling.
-    // A missing `worktrees` folder shows as a failed listing.
+    // `.git` file in `gitdir`. A record whose checkout is gone is dangling,
+    // unless it is locked (a `locked` file in the record, from `git worktree
+    // lock`): git keeps such a record for a checkout on a disk that is away,
+    // and so do we. A missing `worktrees` folder shows as a failed listing.
     auto checkWorktreeRecords = [&](const FileURL& repository, const FileURL& gitFolder) {
         auto records = list(gitFolder.appending("worktrees", true), ListOptions{.skipHiddenFiles = true});
         if (!records) return;
@@ -115,7 +132,9 @@ std::vector<DiscoveredItem> DeveloperTargets::scanGitWorktrees(const ScanProgres
             auto status = fileSystem_->status(gitdir, error);
             if (!status || status->kind != FileKind::regular) continue;
             auto target = readPointerFile(gitdir);
-            if (!target || target->empty() || fileSystem_->fileExists(*target)) continue;
+            if (!target || target->empty() || fileSystem_->fileExists(gitPointerTarget(record, *target))) continue;
+            std::error_code lockError;
+            if (fileSystem_->linkStatus(record.appending("locked").path(), lockError)) continue;
             offer(record, "Orphaned Git Worktree: " + repository.lastComponent() + "/" + record.lastComponent() +
                               " (target deleted)");
         }

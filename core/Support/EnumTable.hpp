@@ -98,6 +98,14 @@ void readRawValue(const BasicJson& j, E& value) {
     value = *parsed;
 }
 
+// The body of to_json, for the same reason: an assignment to nlohmann::json
+// itself is not dependent, and clang judges it where the template is defined,
+// where the type is still incomplete.
+template <typename BasicJson, TabledEnum E>
+void writeRawValue(BasicJson& j, E value) {
+    j = std::string(rawValue(value));
+}
+
 } // namespace enum_table_detail
 
 // The JSON form is the raw value. Reading anything else throws
@@ -106,7 +114,7 @@ void readRawValue(const BasicJson& j, E& value) {
 // own enum-as-integer conversion, so they are the ones chosen.
 template <TabledEnum E>
 void to_json(nlohmann::json& j, E value) {
-    j = std::string(rawValue(value)); // dependent on E: compiled where JSON is complete
+    enum_table_detail::writeRawValue(j, value); // compiled where JSON is complete
 }
 
 template <TabledEnum E>

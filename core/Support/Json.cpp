@@ -91,11 +91,23 @@ bool isPlain(std::string_view text) {
 
 } // namespace
 
+static_assert(maximumNestingDepth == 512, "the error's sentence names the limit");
+
 Json parse(std::string_view text) {
     if (const auto at = text.find('\0'); at != std::string_view::npos) {
         throw std::invalid_argument("syntax error at byte " + std::to_string(at + 1) + ": a NUL byte is not JSON");
     }
-    return Json::parse(text);
+    // The callback sees each container open at the depth of what holds it,
+    // before the reader goes in; the reader itself keeps its own stack and
+    // never recurses.
+    const Json::parser_callback_t limit = [](int depth, Json::parse_event_t event, Json&) {
+        if ((event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start) &&
+            static_cast<std::size_t>(depth) >= maximumNestingDepth) {
+            throw NestingTooDeepError();
+        }
+        return true;
+    };
+    return Json::parse(text.begin(), text.end(), limit);
 }
 
 // Invalid UTF-8 (a file name on Linux may hold any bytes) is replaced rather

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -16,10 +18,28 @@ namespace unbulk {
 
 namespace json {
 
+// The deepest nesting of arrays and objects that is read (a top-level
+// container is depth 1). Far beyond any document of ours, and far below what
+// would exhaust a stack in code that walks a document recursively.
+inline constexpr std::size_t maximumNestingDepth = 512;
+
+struct NestingTooDeepError : std::runtime_error {
+    NestingTooDeepError() : std::runtime_error("JSON nested deeper than 512 levels") {}
+};
+
+// One whole JSON text, read by Json::parse with two refusals:
+// - a NUL byte anywhere, as bytes that are not JSON: the reader would
+//   otherwise take it for the end of the input and quietly ignore whatever
+//   follows it (std::invalid_argument);
+// - nesting beyond maximumNestingDepth, refused while reading, before
+//   anything deeper is built (NestingTooDeepError).
+// Text that is no JSON throws what Json::parse throws.
+Json parse(std::string_view text);
+
 // Both writers share one encoding rule: "/" is written "\/" (the platform
 // encoder's default), and DEL, the C1 controls, LINE SEPARATOR and PARAGRAPH
 // SEPARATOR are escaped as well, so that no line-oriented reader breaks a
-// line inside a string.
+// line inside a string. A whole Double is written without its fraction.
 
 // Pretty-printed (two-space indent), sorted keys: command output, tool
 // results and the rule file.
@@ -37,11 +57,6 @@ void appendStringContent(std::string& out, std::string_view text); // without th
 void appendNumber(std::string& out, double value);       // as a Double is written
 void appendNumber(std::string& out, std::int64_t value);
 
-// One whole JSON text. A NUL byte anywhere is refused, as bytes that are not
-// JSON: the reader would otherwise take it for the end of the input and
-// quietly ignore whatever follows it. Throws nlohmann::json::parse_error, or
-// std::invalid_argument for a NUL.
-Json parse(std::string_view text);
 
 // Writes the key only when the optional holds a value; an absent optional
 // never becomes null.

@@ -61,8 +61,8 @@ void AppUninstaller::checkProtection(const InstalledApp& app) const {
     if (app.bundleIdentifier.starts_with("com.apple.") && !path.starts_with(unicode::lowercased(homeURL_.path()))) refuse();
 }
 
-UninstallSummary AppUninstaller::uninstall(const InstalledApp& app, bool dryRun,
-                                           const UninstallOptions& options) const {
+UninstallSummary AppUninstaller::uninstall(const InstalledApp& app, bool dryRun, const UninstallOptions& options,
+                                           StopToken stop) const {
     checkProtection(app);
     const bool running =
         app.isRunning || runningAppsProvider_(app.bundleIdentifier) || guard_->isRunning(app.bundleIdentifier);
@@ -99,9 +99,9 @@ UninstallSummary AppUninstaller::uninstall(const InstalledApp& app, bool dryRun,
         return summary;
     }
 
-    const TrashSummary result = dryRun                   ? pipeline_->trash(urls, true, "uninstaller")
-                                : options.permanentPurge ? pipeline_->purgePermanently(urls, true, "uninstaller")
-                                                         : pipeline_->trash(urls, false, "uninstaller");
+    const TrashSummary result = dryRun                   ? pipeline_->trash(urls, true, "uninstaller", stop)
+                                : options.permanentPurge ? pipeline_->purgePermanently(urls, true, "uninstaller", stop)
+                                                         : pipeline_->trash(urls, false, "uninstaller", stop);
     if (options.includeBundle && !urls.empty() && urls.front().path() == app.bundleURL.path()) {
         for (const auto& record : result.records) {
             if (record.sourceURL.path() != app.bundleURL.path()) continue;

@@ -42,7 +42,9 @@ public:
 
     explicit AppUninstaller(Configuration configuration);
 
-    UninstallSummary uninstall(const InstalledApp& app, bool dryRun, const UninstallOptions& options = {}) const;
+    // A stop request ends the removal between two items (see TrashPipeline).
+    UninstallSummary uninstall(const InstalledApp& app, bool dryRun, const UninstallOptions& options = {},
+                               StopToken stop = {}) const;
     UninstallSummary uninstall(const std::string& bundleIdentifier, bool dryRun,
                                const UninstallOptions& options = {}) const;
 

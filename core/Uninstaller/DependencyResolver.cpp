@@ -1,6 +1,7 @@
 #include "Uninstaller/DependencyResolver.hpp"
 
 #include <algorithm>
+#include <initializer_list>
 
 #include "Platform/InodeSet.hpp"
 #include "Platform/TreeMeasure.hpp"
@@ -11,6 +12,27 @@
 
 namespace unbulk {
 namespace {
+
+// Whether files that merely begin with the identifier may belong to the
+// application: only for an identifier of two or more components, a family
+// of its own ("com.acme.tool" for "com.acme.tool.helper.plist"). One
+// component ("com") is no family: taken as a prefix it would claim every
+// other application's files, so it matches by equality alone. Stricter than
+// plain prefix matching, on purpose, to keep to what belongs to the
+// application.
+bool matchesAsPrefix(const std::string& id) { return text::splitNonEmpty(id, '.').size() >= 2; }
+
+// The name is the identifier with one of the extensions, or, for an
+// identifier that may, begins with `id` + `separator` and ends with one.
+bool belongsTo(const std::string& name, const std::string& id, std::string_view separator,
+               std::initializer_list<std::string_view> extensions) {
+    for (std::string_view extension : extensions) {
+        if (!name.ends_with(extension)) continue;
+        if (name == id + std::string(extension)) return true;
+        if (matchesAsPrefix(id) && name.starts_with(id + std::string(separator))) return true;
+    }
+    return false;
+}
 
 struct SizingMetrics {
     std::int64_t allocatedBytes = 0;
@@ -91,7 +113,7 @@ private:
             bool ok = false;
             const std::string byHost = paths::appending(directory, "ByHost");
             for (const auto& entry : list(byHost, ok)) {
-                if (entry.name.starts_with(id + ".") && entry.name.ends_with(".plist")) {
+                if (belongsTo(entry.name, id, ".", {".plist"})) {
                     appendIfValid(paths::appending(byHost, entry.name), DependencyLocation::preferences);
                 }
             }
@@ -102,7 +124,7 @@ private:
         for (const auto& entry : entries) {
             if (!entry.name.ends_with(".plist") || entry.name.starts_with(".GlobalPreferences")) continue;
             for (const auto& id : c.candidateBundleIds) {
-                if (entry.name.starts_with(id + ".")) {
+                if (belongsTo(entry.name, id, ".", {".plist"})) {
                     appendIfValid(paths::appending(directory, entry.name), DependencyLocation::preferences);
                 }
             }
@@ -138,7 +160,7 @@ private:
             if (!entry.name.ends_with(".plist")) continue;
             for (const auto& id : c.candidateBundleIds) {
                 // No boundary after the identifier: a helper's agent belongs too.
-                if (entry.name.starts_with(id)) {
+                if (belongsTo(entry.name, id, "", {".plist"})) {
                     appendIfValid(paths::appending(directory, entry.name), DependencyLocation::launchAgents);
                 }
             }
@@ -155,8 +177,10 @@ private:
                 if (!name.ends_with(".ips") && !name.ends_with(".crash") && !name.ends_with(".diag")) continue;
                 const bool byName = std::any_of(c.candidateNames.begin(), c.candidateNames.end(),
                                                 [&](const std::string& n) { return name.starts_with(n); });
-                const bool byId = std::any_of(c.candidateBundleIds.begin(), c.candidateBundleIds.end(),
-                                              [&](const std::string& id) { return name.starts_with(id); });
+                const bool byId =
+                    std::any_of(c.candidateBundleIds.begin(), c.candidateBundleIds.end(), [&](const std::string& id) {
+                        return belongsTo(name, id, "", {".ips", ".crash", ".diag"});
+                    });
                 if (byName || byId) appendIfValid(paths::appending(reports, name), DependencyLocation::crashReports);
             }
         }

@@ -17,6 +17,25 @@ TEST(JSONValueTest, DecodesEachCaseAndEncodesBackToEqualJson) {
     EXPECT_EQ(toJson(JSONValue(3.0)).dump(), "3"); // whole numbers without a fraction
 }
 
+// Decoding and conversion stop at a fixed depth instead of recursing until
+// the stack runs out; the protocol's answer to such a line is in
+// McpProtocolTest.
+TEST(JSONValueTest, NestingBeyondTheLimitIsRefused) {
+    const auto nested = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+    EXPECT_NO_THROW(json::parse(nested(json::maximumNestingDepth)));
+    EXPECT_THROW(json::parse(nested(json::maximumNestingDepth + 1)), json::NestingTooDeepError);
+    EXPECT_THROW(json::parse(nested(100'000)), json::NestingTooDeepError);
+
+    Json deep = Json::array();
+    Json* innermost = &deep;
+    for (int i = 0; i < 100'000; ++i) innermost = &innermost->emplace_back(Json::array());
+    EXPECT_THROW(jsonValueFromJson(deep), JSONValueError);
+
+    JSONValue value;
+    for (std::size_t i = 0; i <= json::maximumNestingDepth; ++i) value = JSONValue(JSONValue::Array{std::move(value)});
+    EXPECT_THROW(toJson(value), JSONValueError);
+}
+
 // Integer and string ids go through whole sessions in McpProtocolTest.
 TEST(JSONRPCIdTest, NothingButIntegersAndStrings) {
     for (const char* bad : {"1.5", "true", "null", "[1]", "{}", "9223372036854775808", "18446744073709551615"}) {

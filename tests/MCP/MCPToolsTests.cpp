@@ -2,11 +2,14 @@
 #include <filesystem>
 #include <fstream>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "MCP/MCPTools.hpp"
+#include "Safety/SandboxSecurityError.hpp"
 #include "Support/Json.hpp"
 #include "support/AppBundles.hpp"
+#include "support/Files.hpp"
 #include "support/TempHome.hpp"
 
 namespace unbulk {
@@ -148,6 +151,48 @@ TEST_F(MCPToolsTest, CleanStorageIsADryRunUnlessToldOtherwiseAndPermanentAlonePu
     EXPECT_TRUE(purged["isPermanentPurge"].get<bool>());
     EXPECT_FALSE(purged["isDryRun"].get<bool>());
     EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+// What the kernel would be given is what the sandbox judges: a NUL ends a
+// path there. The audit log, the Trash and everything in them are no
+// targets either: removing them would erase the history and make every
+// earlier removal unrecoverable.
+TEST_F(MCPToolsTest, CleanStorageRefusesNulPathsTheAuditFolderAndTheTrash) {
+    const std::string keychain = home.writeFile("Library/Keychains/login.keychain-db", "secret");
+    const std::string thesis = home.writeFile("Documents/thesis.txt", "years of work");
+    const std::string junk = home.writeFile("junk/old.bin", "x");
+    ASSERT_EQ(document(call("clean_storage", R"({"dry_run":false,"paths":[")" + junk + "\"]}"))["successCount"], 1);
+    const std::string trash = home.at(".local/share/Trash"), log = home.at(".unbulk/audit.jsonl");
+    const std::string nul = "Sandbox violation: Path contains a NUL character";
+    const std::vector<std::pair<std::string, std::string>> attempts{
+        {R"({"dry_run":false,"paths":[")" + home.at("Library/Keychains") + R"(\u0000"]})", nul},
+        {R"({"permanent":true,"paths":[")" + home.path() + R"(\u0000"]})", nul},
+        {R"({"permanent":true,"paths":[")" + home.path() + R"(/\u0000/x"]})", nul},
+        {R"({"permanent":true,"paths":[")" + log + "\"]}", "protected user directory '.unbulk'"},
+        {R"({"permanent":true,"paths":[")" + home.at(".unbulk") + "\"]}", "protected user directory '.unbulk'"},
+        {R"({"dry_run":false,"paths":[")" + trash + "/files\"]}", "protected user directory '.local/share/Trash'"},
+        {R"({"permanent":true,"paths":[")" + trash + "/info\"]}", "protected user directory '.local/share/Trash'"},
+        {R"({"permanent":true,"paths":[")" + trash + "/files/old.bin\"]}",
+         "protected user directory '.local/share/Trash'"},
+    };
+    for (const auto& [arguments, reason] : attempts) {
+        const Json summary = document(call("clean_storage", arguments));
+        ASSERT_EQ(summary["records"].size(), 1u) << arguments;
+        EXPECT_EQ(summary["records"][0]["status"], "FAILED") << arguments;
+        EXPECT_NE(summary["records"][0].value("errorMessage", "").find(reason), std::string::npos)
+            << summary["records"][0] << " for " << arguments;
+    }
+    for (const std::string& kept : {keychain, thesis, log, trash + "/files/old.bin", trash + "/info/old.bin.trashinfo"})
+        EXPECT_TRUE(std::filesystem::exists(kept)) << kept;
+    EXPECT_EQ(testing::readAll(log).find(R"(\u0000)"), std::string::npos);
+}
+
+TEST_F(MCPToolsTest, RegisterRuleRefusesAPatternWithANul) {
+    const std::string pattern = home.at("Library/Keychains") + R"(\u0000)";
+    EXPECT_THAT([&] { call("register_rule", R"({"id":"k","name":"K","pattern":")" + pattern +
+                                                 R"(","category":"x","risk_tier":"SAFE_TO_DELETE"})"); },
+                ::testing::ThrowsMessage<SandboxSecurityError>("Path contains a NUL character"));
+    EXPECT_FALSE(std::filesystem::exists(home.at(".unbulk/rules.json")));
 }
 
 TEST_F(MCPToolsTest, RegisterRuleStoresTheRuleWhichANewListDoesNotShow) {

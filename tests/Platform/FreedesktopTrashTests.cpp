@@ -31,10 +31,9 @@ protected:
     std::string filesAt(const std::string& name) const { return trashDir + "/files/" + name; }
     std::string infoAt(const std::string& name) const { return trashDir + "/info/" + name + ".trashinfo"; }
     std::optional<std::string> trashOrFail(const std::string& path) {
-        std::optional<std::string> landed;
-        PlatformError error;
-        EXPECT_TRUE(trash.trashItem(path, identityOf(path), landed, error)) << path << ": " << error.message();
-        return landed;
+        const TrashMove move = trash.trashItem(path, identityOf(path), nullptr);
+        EXPECT_TRUE(move.moved()) << path << ": " << move.error.message();
+        return move.landedPath;
     }
 
     testing::TempHome home; // sets XDG_DATA_HOME
@@ -70,14 +69,11 @@ TEST_F(FreedesktopTrashTest, AFileAndADirectoryLandInTheHomeTrashWithInfoThatTra
 // The item was checked; then another took its name (its inode stays taken),
 // or "Caches" was swapped for a link to a folder the user keeps.
 TEST_F(FreedesktopTrashTest, AnItemThatIsNoLongerTheCheckedOneIsLeftAlone) {
-    std::optional<std::string> landed;
-    PlatformError error;
     const std::string item = home.writeFile("Library/Caches/item", "checked");
     const Identity itemIdentity = identityOf(item);
     stdfs::rename(item, home.at("Library/Caches/kept"));
     home.writeFile("Library/Caches/item", "another file under the same name");
-    EXPECT_FALSE(trash.trashItem(item, itemIdentity, landed, error));
-    EXPECT_EQ(error.code, changedSinceCheckedError());
+    EXPECT_EQ(trash.trashItem(item, itemIdentity, nullptr).error.code, changedSinceCheckedError());
     EXPECT_TRUE(stdfs::exists(item));
 
     home.writeFile("Library/Caches/victim/precious.txt", "mine");
@@ -85,11 +81,45 @@ TEST_F(FreedesktopTrashTest, AnItemThatIsNoLongerTheCheckedOneIsLeftAlone) {
     home.writeFile("Documents/decoy/victim/precious.txt", "mine too");
     stdfs::rename(home.at("Library/Caches"), home.at("Library/Caches.moved"));
     home.makeSymlink("Library/Caches", home.at("Documents/decoy"));
-    EXPECT_FALSE(trash.trashItem(home.at("Library/Caches/victim"), victim, landed, error));
-    EXPECT_EQ(error.code, changedSinceCheckedError());
+    EXPECT_EQ(trash.trashItem(home.at("Library/Caches/victim"), victim, nullptr).error.code, changedSinceCheckedError());
     EXPECT_EQ(readAll(home.at("Documents/decoy/victim/precious.txt")), "mine too");
     EXPECT_EQ(readAll(home.at("Library/Caches.moved/victim/precious.txt")), "mine");
     EXPECT_FALSE(stdfs::exists(trashDir + "/files/victim"));
+}
+
+// The Trash's own folders are opened without following a link and must be
+// real directories: a link in place of one would send the item, or its
+// .trashinfo, somewhere the Trash tools never look, while the landed path
+// claimed the Trash. Such a move fails, names the folder, and writes nothing.
+TEST_F(FreedesktopTrashTest, TrashFoldersThatAreLinksOrFilesStopTheMoveAndNameTheFolder) {
+    home.writeFile("Documents/kept.txt", "mine");
+    home.writeFile(".ssh/id_ed25519", "key");
+    const std::string elsewhere = home.at("elsewhere");
+    stdfs::create_directories(elsewhere);
+    const std::vector<std::pair<std::string, std::string>> traps{
+        {"files", home.at("Documents")}, {"info", home.at(".ssh")}, {"", elsewhere}, {"files", ""}};
+    for (const auto& [folder, target] : traps) {
+        SCOPED_TRACE(folder + " -> " + target);
+        stdfs::remove_all(trashDir);
+        stdfs::create_directories(trashDir + "/files");
+        stdfs::create_directories(trashDir + "/info");
+        const std::string trap = folder.empty() ? trashDir : trashDir + "/" + folder;
+        stdfs::remove_all(trap);
+        if (target.empty()) {
+            home.writeFile(".local/share/Trash/" + folder, "not a folder");
+        } else {
+            stdfs::create_directory_symlink(target, trap);
+        }
+        const std::string item = home.writeFile("Library/Caches/item", "cache");
+        const TrashMove move = trash.trashItem(item, identityOf(item), nullptr);
+        EXPECT_FALSE(move.moved());
+        EXPECT_EQ(move.unusableTrashDirectory, trap);
+        EXPECT_TRUE(stdfs::exists(item));
+        for (const std::string& untouched : {home.at("Documents"), home.at(".ssh"), elsewhere})
+            EXPECT_EQ(std::distance(stdfs::directory_iterator(untouched), stdfs::directory_iterator()),
+                      untouched == elsewhere ? 0 : 1)
+                << untouched;
+    }
 }
 
 } // namespace

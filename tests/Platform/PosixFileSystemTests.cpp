@@ -158,7 +158,7 @@ TEST_F(PosixFileSystemTest, LinksAreFollowedOnlyWhereTheNameSaysSo) {
     home.makeSymlink("trash/a/tokeep", home.at("real"));
     for (const char* item : {"trash", "abs"}) {
         RemovalReport report;
-        ASSERT_TRUE(fs.removeItem(home.at(item), identityOf(home.at(item)), nullptr, report, error))
+        ASSERT_TRUE(fs.removeItem(home.at(item), identityOf(home.at(item)), nullptr, nullptr, report, error))
             << item << ": " << error.message() << " at " << report.failedPath;
         EXPECT_FALSE(stdfs::exists(stdfs::symlink_status(home.at(item))));
     }
@@ -177,7 +177,8 @@ TEST_F(PosixFileSystemTest, WritesGiveTheExactModeWhateverTheUmask) {
     EXPECT_FALSE(fs.writeFileAtomically(home.makeDirectory("w/occupied"), "x", 0600, error));
     EXPECT_EQ(std::distance(stdfs::directory_iterator(dir), {}), 2) << "a temporary file was left";
 
-    ASSERT_TRUE(fs.appendUnderLock(log, 0640, [](const LockedContents&) { return std::string("one\n"); }, error));
+    ASSERT_TRUE(fs.appendUnderLock(
+        log, 0640, std::chrono::seconds(1), [](const LockedContents&) { return std::string("one\n"); }, error));
     EXPECT_EQ(modeOf(log), stdfs::perms{0640});
     // Only regular files are read: a FIFO would block for ever, a directory is EISDIR.
     ASSERT_EQ(::mkfifo((dir + "/fifo").c_str(), 0600), 0);
@@ -197,7 +198,7 @@ TEST_F(PosixFileSystemTest, RemovalRefusesWhatIsNoLongerTheCheckedItem) {
     const Identity item = identityOf(home.at("Library/Caches/item"));
     stdfs::rename(home.at("Library/Caches/item"), home.at("Library/Caches/kept"));
     home.writeFile("Library/Caches/item/other", "y");
-    EXPECT_FALSE(fs.removeItem(home.at("Library/Caches/item"), item, nullptr, report, error));
+    EXPECT_FALSE(fs.removeItem(home.at("Library/Caches/item"), item, nullptr, nullptr, report, error));
     EXPECT_EQ(error, changedSinceCheckedError());
     EXPECT_TRUE(stdfs::exists(home.at("Library/Caches/item/other")));
 
@@ -208,7 +209,7 @@ TEST_F(PosixFileSystemTest, RemovalRefusesWhatIsNoLongerTheCheckedItem) {
     home.makeSymlink("Library/Caches", home.at("Documents/decoy"));
     report = {};
     error.clear();
-    EXPECT_FALSE(fs.removeItem(home.at("Library/Caches/victim"), victim, nullptr, report, error));
+    EXPECT_FALSE(fs.removeItem(home.at("Library/Caches/victim"), victim, nullptr, nullptr, report, error));
     EXPECT_EQ(error, changedSinceCheckedError());
     EXPECT_EQ(report.filesRemoved, 0);
     EXPECT_TRUE(stdfs::exists(home.at("Documents/decoy/victim/precious.txt")));
@@ -239,7 +240,7 @@ TEST_F(PosixFileSystemTest, ATreeOneHundredThousandDeepIsWalkedMeasuredAndRemove
 
     RemovalReport report;
     std::error_code error;
-    ASSERT_TRUE(fs.removeItem(root, identityOf(root), nullptr, report, error)) << error.message();
+    ASSERT_TRUE(fs.removeItem(root, identityOf(root), nullptr, nullptr, report, error)) << error.message();
     EXPECT_EQ(report.filesRemoved, files);
     EXPECT_FALSE(stdfs::exists(root));
 }

@@ -42,5 +42,54 @@ TEST(PropertyListTest, BinaryPlistsWithNulsInKeysOrStringsReadAsUnreadableWithou
     }
 }
 
+// A dictionary {"a": [[[...]]]} with `depth` levels in all, as XML.
+std::string nestedXml(int depth) {
+    std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>a</key>";
+    for (int i = 1; i < depth; ++i) text += "<array>";
+    for (int i = 1; i < depth; ++i) text += "</array>";
+    return text + "</dict></plist>";
+}
+
+// The same in the binary format, written byte by byte: object 0 is the
+// dictionary, 1 its key, 2 and on the arrays, each holding the next.
+std::string nestedBinary(int depth) {
+    const int arrays = depth - 1, objects = arrays + 2;
+    auto bigEndian = [](std::uint64_t value, int width) {
+        std::string bytes;
+        for (int i = width - 1; i >= 0; --i) bytes += static_cast<char>((value >> (8 * i)) & 0xFF);
+        return bytes;
+    };
+    std::string body = "bplist00";
+    std::vector<std::uint64_t> offsets;
+    offsets.push_back(body.size());
+    body += "\xD1" + bigEndian(1, 4) + bigEndian(2, 4);
+    offsets.push_back(body.size());
+    body += "\x51" "a";
+    for (int i = 0; i < arrays; ++i) {
+        offsets.push_back(body.size());
+        body += i + 1 < arrays ? "\xA1" + bigEndian(static_cast<std::uint64_t>(i + 3), 4) : std::string("\xA0");
+    }
+    const std::uint64_t table = body.size();
+    for (std::uint64_t offset : offsets) body += bigEndian(offset, 4);
+    return body + std::string(6, '\0') + "\x04\x04" + bigEndian(static_cast<std::uint64_t>(objects), 8) +
+           bigEndian(0, 8) + bigEndian(table, 8);
+}
+
+// Deeper than any real property list, deep enough to exhaust the stack of a
+// reader that recurses: unreadable, as a corrupt one is. Within the limit
+// the document reads in full.
+TEST(PropertyListTest, NestingBeyondTheLimitReadsAsUnreadable) {
+    for (const auto& make : {&nestedXml, &nestedBinary}) {
+        const std::optional<Json> within = PropertyList::parse(make(PropertyList::maximumNestingDepth));
+        ASSERT_TRUE(within.has_value());
+        const Json* inner = &(*within)["a"];
+        int depth = 2;
+        while (!inner->empty()) inner = &(*inner)[0], ++depth;
+        EXPECT_EQ(depth, PropertyList::maximumNestingDepth);
+        EXPECT_FALSE(PropertyList::parse(make(PropertyList::maximumNestingDepth + 1)).has_value());
+        EXPECT_EQ(PropertyList::parseDictionary(make(50'000)), Json::object());
+    }
+}
+
 } // namespace
 } // namespace unbulk

@@ -209,10 +209,10 @@ class CountingReads final : public testing::ForwardingFileSystem {
 public:
     std::uint64_t bytesRead = 0;
 
-    bool appendUnderLock(const std::string& path, std::uint32_t permissions, const AppendComposer& compose,
-                         std::error_code& error) override {
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
+                         const AppendComposer& compose, std::error_code& error) override {
         return ForwardingFileSystem::appendUnderLock(
-            path, permissions,
+            path, permissions, lockTimeout,
             [&](const LockedContents& contents) {
                 struct Counted final : LockedContents {
                     const LockedContents& inner;

@@ -21,11 +21,9 @@ using testing::FileSystemCall;
 // The Trash, except that moving the chosen item fails with the chosen errno.
 struct FaultyTrash final : Trash {
     FaultyTrash(std::string path, int error) : failing(std::move(path)), errnoValue(error) {}
-    bool trashItem(const std::string& item, const Identity& expected, std::optional<std::string>& landed,
-                   PlatformError& error) override {
-        if (item != failing) return inner->trashItem(item, expected, landed, error);
-        error = {std::error_code(errnoValue, std::generic_category()), ""};
-        return false;
+    TrashMove trashItem(const std::string& item, const Identity& expected, const AnchorCheck& check) override {
+        if (item != failing) return inner->trashItem(item, expected, check);
+        return TrashMove{.error = {std::error_code(errnoValue, std::generic_category()), ""}};
     }
     std::shared_ptr<Trash> inner = makeDefaultTrash();
     std::string failing;

@@ -51,6 +51,32 @@ TEST(SandboxSiegeTest, NoAttemptGetsThrough) {
                                     std::string("~/"), home.path(), home.path() + "/", home.path() + "/."})
         attempt(path);
 
+    // A NUL anywhere: the kernel would stop reading the path there, at a
+    // place the rest of the text was meant to hide.
+    const std::string nul(1, '\0');
+    for (const std::string& place : {home.path(), home.at("Library/Keychains"), home.at("Library/Caches/app"),
+                                     std::string("/tmp/x/y"), std::string("~/Library/Caches/app")})
+        for (const std::string& path : {place + nul, place + nul + "/x", place + "/" + nul, nul + place,
+                                        place + nul + nul, place.substr(0, 3) + nul + place.substr(3)})
+            attempt(path);
+
+    // The audit folder and every Trash, and everything in them.
+    const std::string dataHome = home.at(".local/share");
+    for (const std::string& place :
+         {home.at(".unbulk"), home.at(".unbulk/audit.jsonl"), home.at(".unbulk/rules.json"), home.at(".UNBULK/x"),
+          dataHome + "/Trash", dataHome + "/Trash/files", dataHome + "/Trash/info", dataHome + "/Trash/files/a/b",
+          dataHome + "/TRASH/info/a.trashinfo", home.at(".Trash"), home.at(".Trash/a"),
+          home.at("Projects/.Trash-1000/files/a"), std::string("/tmp/disk/.Trash-1000"),
+          std::string("/tmp/disk/.Trash-1000/files/a"), std::string("/tmp/disk/.Trash/1000/info/a.trashinfo"),
+          std::string("/tmp/disk/.Trashes/501/a")})
+        attempt(place);
+    home.makeDirectory(".local/share/Trash/files");
+    home.makeDirectory(".unbulk");
+    home.makeSymlink("Library/Caches/to-trash", dataHome + "/Trash/files");
+    home.makeSymlink("Library/Caches/to-log", home.at(".unbulk"));
+    for (const char* link : {"Library/Caches/to-trash", "Library/Caches/to-trash/a", "Library/Caches/to-log/x"})
+        attempt(home.at(link));
+
     // ".." in every position of a path below a cache.
     const std::vector<std::string> parts = paths::components(home.at("Library/Caches/app/file"));
     for (std::size_t i = 0; i <= parts.size(); ++i) {

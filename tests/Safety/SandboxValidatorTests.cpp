@@ -55,6 +55,7 @@ TEST(SandboxSecurityErrorTest, DescriptionsAreTheFixedSentences) {
         {E::directoryTraversalDetected("a/../b"), v + "Path traversal tokens ('..') detected in 'a/../b'."},
         {E::symlinkEscapedSandbox("/h/l", "/", "Why"), v + "Symlink '/h/l' resolves to forbidden path '/': Why"},
         {E::wildcardTargetsForbiddenScope("/*", "S"), v + "Rule pattern '/*' matches forbidden scope 'S'."},
+        {E::nulCharacterInPath(std::string("/h/x\0", 5)), "Path contains a NUL character"},
     };
     for (const auto& [error, sentence] : cases) EXPECT_EQ(error.what(), sentence);
 }
@@ -77,12 +78,38 @@ TEST(SandboxValidatorTest, PathsAndPatterns) {
             {path, "~/DOCUMENTS/file", E::forbiddenUserDirectory(home + "/DOCUMENTS/file", "Documents")},
             {path, "~/Documentsx/file", passes},
             {path, "/Volumes/Disk/x", E::forbiddenSystemPath("/Volumes/Disk/x", "/Volumes")},
-            {path, "/var/folders/ab/cd", passes}, {path, "/var/log/x", E::forbiddenSystemPath("/var/log/x", "/var")},
+#if defined(__linux__)
+            {path, "/var/folders/ab/cd", E::forbiddenSystemPath("/var/folders/ab/cd", "/var")},
+#else
+            {path, "/var/folders/ab/cd", passes},
+#endif
+            {path, "/var/log/x", E::forbiddenSystemPath("/var/log/x", "/var")},
             {path, "/private/var/folders/ab/cd", passes},
             {path, "/private/var/folders", E::forbiddenSystemPath("/private/var/folders", "/private")},
             {path, "/private/var/db/x", E::forbiddenSystemPath("/private/var/db/x", "/private/var")},
             {path, "/etc/hosts", E::forbiddenSystemPath("/etc/hosts", "/etc")}, {path, "/opt/x/y", passes},
             {path, "/tmp", E::insufficientPathDepth("/tmp", 1)},
+            // The kernel reads a path up to its first NUL: such a path is
+            // refused before anything else is judged.
+            {path, "~/Library/Keychains" + std::string(1, '\0'),
+             E::nulCharacterInPath("~/Library/Keychains" + std::string(1, '\0'))},
+            {path, std::string("\0/a/..", 6), E::nulCharacterInPath(std::string("\0/a/..", 6))},
+            {pattern, "~/.cache/x" + std::string(1, '\0') + "*",
+             E::nulCharacterInPath("~/.cache/x" + std::string(1, '\0') + "*")},
+            // The audit folder and the Trash hold the history and what can
+            // still be put back: nothing in them is a target.
+            {path, "~/.unbulk/audit.jsonl", E::forbiddenUserDirectory(home + "/.unbulk/audit.jsonl", ".unbulk")},
+            {path, "~/.local/share/Trash/files",
+             E::forbiddenUserDirectory(home + "/.local/share/Trash/files", ".local/share/Trash")},
+            {path, "~/.Trash/x", E::forbiddenUserDirectory(home + "/.Trash/x", ".Trash")},
+            {path, "~/Projects/.Trash-0/files/x",
+             E::forbiddenUserDirectory(home + "/Projects/.Trash-0/files/x", "Projects/.Trash-0")},
+            {path, "/tmp/disk/.Trash-1000/info/x.trashinfo",
+             E::forbiddenSystemPath("/tmp/disk/.Trash-1000/info/x.trashinfo", "/tmp/disk/.Trash-1000")},
+            {path, "/tmp/disk/.trashes/501/x",
+             E::forbiddenSystemPath("/tmp/disk/.trashes/501/x", "/tmp/disk/.trashes")},
+            {path, "/tmp/disk/.Trashcan/x", passes},
+            {pattern, "~/.unbulk/*", E::forbiddenUserDirectory(home + "/.unbulk", ".unbulk")},
             // Traversal is judged on the raw text; a pattern refuses ".." even inside a name.
             {path, "a/../b", E::directoryTraversalDetected("a/../b")},
             {path, "~/a/..", E::directoryTraversalDetected("~/a/..")}, {path, "/x/y..z", passes},
@@ -122,7 +149,11 @@ TEST(SandboxValidatorTest, OtherAccountsBaseDirectoriesAndLinuxRoots) {
 #if defined(__linux__)
     // The refusals of the Linux roots are in the siege.
     check({{path, "/home/me/cache/x", passes}, {path, "/bootstrap/x", passes},
-           {path, "/boot/other/x", E::forbiddenSystemPath("/boot/other/x", "/boot")}},
+           {path, "/boot/other/x", E::forbiddenSystemPath("/boot/other/x", "/boot")},
+           {path, "/lib/x86_64-linux-gnu/libdummy.so.1",
+            E::forbiddenSystemPath("/lib/x86_64-linux-gnu/libdummy.so.1", "/lib")},
+           {path, "/lib64/ld-linux-x86-64.so.2", E::forbiddenSystemPath("/lib64/ld-linux-x86-64.so.2", "/lib64")},
+           {path, "/libfoo/x", passes}},
           FileURL("/home/me", true));
 #endif
 }

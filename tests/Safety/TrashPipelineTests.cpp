@@ -1,8 +1,15 @@
 #include "Safety/TrashPipeline.hpp"
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <tuple>
+
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -63,12 +70,31 @@ private:
 // A Trash that refuses every item with the error it was given.
 struct RefusingTrash final : Trash {
     explicit RefusingTrash(PlatformError error) : refusal(std::move(error)) {}
-    bool trashItem(const std::string&, const Identity&, std::optional<std::string>&, PlatformError& error) override {
-        error = refusal;
-        return false;
+    TrashMove trashItem(const std::string&, const Identity&, const AnchorCheck&) override {
+        return TrashMove{.error = refusal};
     }
     PlatformError refusal;
 };
+
+// The real Trash, with the way to each item seen through a FaultyFileSystem's
+// device answers: mounts need privileges that tests do not have.
+struct DeviceReportingTrash final : Trash {
+    explicit DeviceReportingTrash(std::shared_ptr<testing::FaultyFileSystem> faulty) : devices(std::move(faulty)) {}
+    TrashMove trashItem(const std::string& path, const Identity& expected, const AnchorCheck& check) override {
+        return inner->trashItem(path, expected, devices->withReportedDevices(check));
+    }
+    std::shared_ptr<testing::FaultyFileSystem> devices;
+    std::shared_ptr<Trash> inner = makeDefaultTrash();
+};
+
+// The journals left in the log's folder.
+std::vector<std::string> journalsIn(const std::string& folder) {
+    std::vector<std::string> found;
+    if (!fs::exists(folder)) return found;
+    for (const auto& entry : fs::directory_iterator(folder))
+        if (entry.path().filename().string().starts_with("audit.jsonl.journal-")) found.push_back(entry.path());
+    return found;
+}
 
 class TrashPipelineTest : public ::testing::Test {
 protected:
@@ -262,6 +288,121 @@ TEST_F(TrashPipelineTest, ARefusedMoveIsToldInThePlatformsOwnWords) {
                   std::tuple(TrashItemStatus::failed, message, 3000));
         EXPECT_TRUE(present(item));
     }
+}
+
+// ~/Documents bind-mounted at a cache folder, or over ~/Library/Caches
+// itself, played by device answers: the mount point is refused, and so is
+// everything in the home below a folder of another file system, in both
+// modes, before anything is touched. Outside the home a folder of its own
+// file system (a /tmp of its own) is no reason to refuse what lies in it.
+TEST_F(TrashPipelineTest, RemovalNeverCrossesIntoAnotherFileSystem) {
+    const std::string bound = fs::path(home.writeFile("Library/Caches/bound/thesis.txt", "years")).parent_path();
+    const std::string below = fs::path(home.writeFile("Library/Caches/app/blob", 100)).parent_path();
+    const std::string scratch = home.root() + "/scratch";
+    fs::create_directories(scratch);
+    for (bool purge : {false, true}) {
+        SCOPED_TRACE(purge ? "purge" : "trash");
+        const std::string outside = scratch + "/item.bin";
+        std::ofstream(outside) << "scratch";
+        for (const auto& [mount, item, reason] :
+             {std::tuple(bound, bound, "Refused '" + bound + "': it is the mount point of another file system"),
+              std::tuple(home.at("Library/Caches"), below,
+                         "Refused '" + below + "': it lies below '" + home.at("Library/Caches") +
+                             "', which is on another file system than the home")}) {
+            auto faulty = std::make_shared<testing::FaultyFileSystem>();
+            faulty->reportDeviceBelow(mount, 9999);
+            faulty->reportDeviceBelow(scratch, 7777);
+            const TrashPipeline pipe(faulty, std::make_shared<DeviceReportingTrash>(faulty),
+                                     std::make_shared<AuditLogger>(std::nullopt, homeURL, faulty), homeURL);
+            const TrashSummary summary = purge ? pipe.purgePermanently({FileURL(item)}, true, "cli")
+                                               : pipe.trash({FileURL(item)}, false, "cli");
+            EXPECT_EQ(summary.records.at(0).status, TrashItemStatus::failed);
+            EXPECT_EQ(summary.records.at(0).errorMessage.value_or(""), reason);
+            EXPECT_TRUE(present(item + (item == bound ? "/thesis.txt" : "/blob")));
+            const TrashSummary elsewhere = purge ? pipe.purgePermanently({FileURL(outside)}, true, "cli")
+                                                 : pipe.trash({FileURL(outside)}, false, "cli");
+            EXPECT_EQ(elsewhere.records.at(0).status, TrashItemStatus::success)
+                << elsewhere.records.at(0).errorMessage.value_or("");
+            std::ofstream(outside) << "scratch";
+        }
+    }
+}
+
+// A log that cannot be written (here a torn last line) fails nothing, but
+// the handler hears of it, and the operation's journal stays; once the log
+// is mended, the next operation (a dry run will do) writes the entry first.
+TEST_F(TrashPipelineTest, AnUnrecordedOperationIsToldAndRecordedByTheNextOne) {
+    std::vector<std::pair<std::string, std::string>> told;
+    const auto tell = [&](const std::string& log, const std::string& reason) { told.emplace_back(log, reason); };
+    const auto logger = std::make_shared<AuditLogger>(std::nullopt, homeURL);
+    const TrashPipeline pipe(makeDefaultFileSystem(), makeDefaultTrash(), logger, homeURL, tell);
+    home.writeFile(".unbulk/audit.jsonl", R"({"bytesUnbulked":12,"client")");
+    const std::string item = home.writeFile(".cache/tool/blob", 3000);
+    const TrashSummary summary = pipe.trash({FileURL(fs::path(item).parent_path())}, false, "mcp");
+    EXPECT_EQ(summary.successCount, 1);
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_EQ(told[0].first, logPath);
+    EXPECT_THAT(told[0].second, ::testing::StartsWith("Failed to parse audit log at line 1: "));
+    EXPECT_EQ(TrashPipeline::unrecordedWarning(told[0].first, "why"),
+              "Warning: this operation was not recorded in " + logPath + ": why");
+    EXPECT_EQ(journalsIn(home.at(".unbulk")).size(), 1u);
+
+    fs::remove(logPath);
+    pipe.trash({FileURL(home.writeFile(".cache/other", 10))}, true, "cli");
+    const auto entries = logger->readEntries();
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].operationId, summary.operationId.string());
+    EXPECT_EQ(std::tie(entries[0].operationType, entries[0].itemsCount, entries[0].bytesUnbulked, entries[0].client),
+              std::tuple(AuditOperationType::trash, 1, summary.totalAllocatedBytesUnbulked, "mcp"));
+    EXPECT_EQ(entries[0].paths, std::vector<std::string>{home.at(".cache/tool")});
+    EXPECT_EQ(entries[1].operationType, AuditOperationType::dryRun);
+    EXPECT_TRUE(journalsIn(home.at(".unbulk")).empty());
+    EXPECT_EQ(told.size(), 1u);
+}
+
+// Another process holds the log's lock and never lets go: the removal is
+// done, the wait ends after the timeout, and the entry waits in the journal.
+TEST_F(TrashPipelineTest, ALockHeldByAnotherProcessDelaysTheEntryButNeverTheRemoval) {
+    home.writeFile(".unbulk/audit.jsonl", "");
+    int ready[2], release[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    ASSERT_EQ(::pipe(release), 0);
+    const pid_t holder = ::fork();
+    ASSERT_GE(holder, 0);
+    if (holder == 0) {
+        ::close(release[1]); // so that the parent's close is the end of the pipe
+        const int fd = ::open(logPath.c_str(), O_RDWR);
+        char byte = 0;
+        if (fd >= 0 && ::flock(fd, LOCK_EX) == 0 && ::write(ready[1], "x", 1) == 1) {
+            while (::read(release[0], &byte, 1) < 0 && errno == EINTR) {}
+        }
+        ::_exit(0);
+    }
+    ::close(release[0]);
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+
+    std::vector<std::string> told;
+    const auto logger = std::make_shared<AuditLogger>(std::nullopt, homeURL, makeDefaultFileSystem(),
+                                                      std::chrono::milliseconds(200));
+    const TrashPipeline pipe(makeDefaultFileSystem(), makeDefaultTrash(), logger, homeURL,
+                             [&](const std::string&, const std::string& reason) { told.push_back(reason); });
+    const std::string item = home.writeFile(".cache/item", 10);
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(pipe.purgePermanently({FileURL(item)}, true, "cli").successCount, 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+    EXPECT_FALSE(present(item));
+    EXPECT_EQ(told, std::vector<std::string>{"Failed to write audit log entry: Another process held the log's lock "
+                                             "for more than 0.2 seconds"});
+    EXPECT_EQ(journalsIn(home.at(".unbulk")).size(), 1u);
+
+    ::close(release[1]);
+    int status = 0;
+    ::waitpid(holder, &status, 0);
+    pipe.recordInterruptedOperations();
+    ASSERT_EQ(logger->readEntries().size(), 1u);
+    EXPECT_EQ(logger->readEntries()[0].paths, std::vector<std::string>{item});
+    EXPECT_TRUE(journalsIn(home.at(".unbulk")).empty());
 }
 
 } // namespace

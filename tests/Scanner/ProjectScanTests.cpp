@@ -60,24 +60,29 @@ protected:
     void danglingRecord(const std::string& repository, const std::string& record = "gone") const {
         home.writeFile(repository + ".git/worktrees/" + record + "/gitdir", home.root() + "/nowhere/.git\n");
     }
+    // Real git in the temporary home: "" when it worked, else what it said.
+    std::string git(const std::string& directory, std::vector<std::string> arguments) const {
+        home.writeFile(".gitconfig", "[user]\n\tname = Unbulk Test\n\temail = test@example.invalid\n"
+                                     "[protocol \"file\"]\n\tallow = always\n");
+        const testing::ProcessOptions env{
+            .environment = {{"GIT_CONFIG_NOSYSTEM", "1"}, {"XDG_CONFIG_HOME", home.path()}}};
+        arguments.insert(arguments.begin(), {"git", "-C", directory});
+        const auto result = testing::runProcess("/usr/bin/env", arguments, env);
+        return result.exitStatus == 0 ? std::string() : result.standardError + result.standardOutput;
+    }
+    bool haveGit() const { return git(home.path(), {"--version"}).empty(); }
+    void makeRepository(const std::string& repository) const {
+        ASSERT_EQ(git(home.root(), {"init", "-q", repository}), "");
+        ASSERT_EQ(git(repository, {"commit", "-q", "--allow-empty", "-m", "first"}), "");
+    }
 
     testing::TempHome home;
 };
 
 TEST_F(ProjectScanTest, RecordsThatRealGitLeftBehindAreOfferedAndHealthyWorktreesAreNot) {
-    home.writeFile(".gitconfig", "[user]\n\tname = Unbulk Test\n\temail = test@example.invalid\n");
-    const testing::ProcessOptions env{.environment = {{"GIT_CONFIG_NOSYSTEM", "1"}, {"XDG_CONFIG_HOME", home.path()}}};
-    auto git = [&](const std::string& directory, std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"git", "-C", directory});
-        const auto result = testing::runProcess("/usr/bin/env", arguments, env);
-        return result.exitStatus == 0 ? std::string() : result.standardError;
-    };
-    if (!git(home.path(), {"--version"}).empty()) GTEST_SKIP() << "git is not installed";
+    if (!haveGit()) GTEST_SKIP() << "git is not installed";
     const std::string app = home.at("Projects/app"), main = home.root() + "/elsewhere/main";
-    for (const std::string& repository : {app, main}) {
-        ASSERT_EQ(git(home.root(), {"init", "-q", repository}), "");
-        ASSERT_EQ(git(repository, {"commit", "-q", "--allow-empty", "-m", "first"}), "");
-    }
+    for (const std::string& repository : {app, main}) makeRepository(repository);
     ASSERT_EQ(git(app, {"worktree", "add", "-q", "../wt-gone"}) + git(app, {"worktree", "add", "-q", "../wt-ok"}) +
                   git(main, {"worktree", "add", "-q", home.at("Projects/linked")}), "");
     EXPECT_TRUE(scan().empty()) << "healthy worktrees are left alone";
@@ -90,6 +95,34 @@ TEST_F(ProjectScanTest, RecordsThatRealGitLeftBehindAreOfferedAndHealthyWorktree
                 {{app + "/.git/worktrees/wt-gone", "dev.git.orphaned_worktrees", targetDeleted("app/wt-gone"), true},
                  {home.at("Projects/linked"), "dev.git.orphaned_worktrees",
                   "Orphaned Git Worktree Checkout: linked (main repository missing)", true}});
+}
+
+// Relative paths are read as git reads them: a `.git` file's against the
+// folder that holds it, a record's against the record folder. A submodule
+// with edits in a repository that is itself a scanned root, and a worktree
+// with relative records (as `git worktree add --relative-paths` writes them
+// from git 2.48 on, written here by hand), are healthy. A locked worktree is
+// kept, checkout gone or not, as `git worktree prune` keeps it.
+TEST_F(ProjectScanTest, WorktreesAndSubmodulesAreJudgedAsGitJudgesThem) {
+    if (!haveGit()) GTEST_SKIP() << "git is not installed";
+    const std::string super = home.at("Projects"), library = home.root() + "/library", repo = home.at("Projects/repo");
+    makeRepository(super);
+    makeRepository(library);
+    ASSERT_EQ(git(super, {"submodule", "add", "-q", library, "lib"}), "");
+    home.writeFile("Projects/lib/edit.txt", "uncommitted work");
+    ASSERT_TRUE(fs::is_regular_file(home.at("Projects/lib/.git")));
+
+    makeRepository(repo);
+    ASSERT_EQ(git(repo, {"worktree", "add", "-q", "../x"}), "");
+    ASSERT_EQ(git(repo, {"worktree", "add", "-q", "../held"}), "");
+    ASSERT_EQ(git(repo, {"worktree", "lock", "../held"}), "");
+    home.writeFile("Projects/x/.git", "gitdir: ../repo/.git/worktrees/x\n");
+    home.writeFile("Projects/repo/.git/worktrees/x/gitdir", "../../../../x/.git\n");
+    EXPECT_EQ(descriptions(), std::vector<std::string>{}) << "healthy checkouts offered for removal";
+
+    fs::remove_all(home.at("Projects/x"));
+    fs::remove_all(home.at("Projects/held"));
+    EXPECT_EQ(descriptions(), std::vector<std::string>{targetDeleted("repo/x")});
 }
 
 // A root that is a repository itself is checked, and the search still goes

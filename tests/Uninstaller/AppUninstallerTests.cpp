@@ -48,6 +48,22 @@ TEST_F(AppUninstallerTest, BothRunsAreLoggedForTheUninstallerWithEveryItem) {
     EXPECT_EQ(entries.back().itemsCount, 3);
 }
 
+// A hostile bundle named "Other App<NUL>x" probes "Application Support/Other
+// App<NUL>x", which the kernel reads as another application's folder. Such
+// a path never reaches the kernel, and the sandbox would refuse it anyway.
+TEST_F(AppUninstallerTest, ANameWithANulDoesNotTakeAnotherApplicationsFolder) {
+    const std::string other = home.writeFile("Library/Application Support/Other App/data", "another app's");
+    InstalledApp hostile = acme();
+    hostile.displayName = "Other App" + std::string(1, '\0') + "x";
+    const UninstallSummary summary = uninstaller().uninstall(hostile, false);
+    EXPECT_TRUE(fs::exists(other));
+    for (const auto& record : summary.records) {
+        if (record.sourcePath.find('\0') == std::string::npos) continue;
+        EXPECT_EQ(record.status, TrashItemStatus::failed);
+        EXPECT_EQ(record.errorMessage, "Sandbox violation: Path contains a NUL character");
+    }
+}
+
 TEST_F(AppUninstallerTest, RefusesProtectedAndRunningApplicationsBeforeTouchingAnything) {
     using ::testing::ThrowsMessage;
     // An Apple identifier outside the home is refused, where the guard alone would let /Applications through.
@@ -78,11 +94,9 @@ TEST_F(AppUninstallerTest, LookingUpAnIdentifierNeedsAScannerAndAMatch) {
 // Moves to the real Trash, except the one path it refuses, as a locked bundle would be.
 struct RefusingTrash final : Trash {
     explicit RefusingTrash(std::string refused) : refusedPath(std::move(refused)) {}
-    bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
-                   PlatformError& error) override {
-        if (path != refusedPath) return inner->trashItem(path, expected, landedPath, error);
-        error.code = std::make_error_code(std::errc::permission_denied);
-        return false;
+    TrashMove trashItem(const std::string& path, const Identity& expected, const AnchorCheck& check) override {
+        if (path != refusedPath) return inner->trashItem(path, expected, check);
+        return TrashMove{.error = {std::make_error_code(std::errc::permission_denied), ""}};
     }
     std::string refusedPath;
     std::shared_ptr<Trash> inner = makeDefaultTrash();

@@ -81,6 +81,24 @@ TEST_F(DependencyResolverTest, FindsTheApplicationsDataInEveryLibraryPlace) {
     EXPECT_EQ(footprint.totalItemCount, 13);
 }
 
+// An identifier of one component ("com") is no family name: it takes only
+// files named exactly after it, never the other applications' files that
+// merely begin with it.
+TEST_F(DependencyResolverTest, AOneComponentIdentifierMatchesByEqualityOnly) {
+    for (const char* path :
+         {"Preferences/com.plist", "Preferences/com.google.Chrome.plist", "Preferences/ByHost/com.ABCD.plist",
+          "LaunchAgents/com.plist", "LaunchAgents/com.docker.helper.plist", "LaunchAgents/company.plist",
+          "Logs/DiagnosticReports/com.ips", "Logs/DiagnosticReports/com.apple.Safari-2024.ips",
+          "Logs/DiagnosticReports/compiler-2024.crash"})
+        home.writeFile(std::string("Library/") + path, "1");
+    const AppFootprint footprint = DependencyResolver(homeURL).resolveDependencies(app("com", "X"));
+    std::set<std::string> found;
+    for (const auto& dependency : footprint.dependencies)
+        found.insert(std::filesystem::path(dependency.path).lexically_relative(home.path()).string());
+    EXPECT_EQ(found, (Strings{"Library/Preferences/com.plist", "Library/LaunchAgents/com.plist",
+                              "Library/Logs/DiagnosticReports/com.ips"}));
+}
+
 TEST_F(DependencyResolverTest, AHardLinkBetweenTwoItemsIsChargedOnceAndALinkedFolderIsALink) {
     const std::string a = home.writeFile("Library/Application Support/Linky/blob", std::string(9000, 'x'));
     std::filesystem::create_directories(home.at("Library/Caches/Linky"));

@@ -214,4 +214,18 @@ TEST_F(CliTest, CleanIsRefusedThenADryRunThenMovesToTheTrash) {
     EXPECT_EQ(auditLogger().verifyIntegrity(), (unbulk::AuditVerificationResult{.isValid = true, .totalEntries = 2}));
 }
 
+// --permanent --yes purges with or without --execute; the report says what
+// happened, never "[DRY RUN]" over a purge.
+TEST_F(CliTest, APurgeWithoutExecuteIsReportedAsAPurge) {
+    const std::string cache = home.writeFile("Library/Caches/com.example.editor/Cache.db", 300'000);
+    const ProcessResult result = run({"clean", "--permanent", "--yes", "--category", "SYSTEM_CACHES"});
+    ASSERT_EQ(result.exitStatus, 0) << result.standardError;
+    EXPECT_FALSE(fs::exists(cache));
+    const auto entries = auditLogger().readEntries();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(result.standardOutput, "\n[PERMANENT PURGE] Cleanup Summary:\n  Items Processed: 1\n  Successful: 1\n"
+                                     "  Space Unbulked: " +
+                                         unbulk::formatByteCount(entries[0].bytesUnbulked) + "\n");
+}
+
 } // namespace

@@ -39,6 +39,14 @@ TEST(McpProtocolTest, EachSessionIsAnsweredLineByLine) {
         // A line is read whole: a NUL does not end it early. An id beyond 64 signed bits is no id.
         {session({ping + R"(,"id":1})" + std::string(1, '\0') + "garbage", ping + R"(,"id":18446744073709551615})"}),
          "[" + parseError + "," + parseError + "]"},
+        // Nesting deeper than the limit is a parse error, however long the
+        // line; the server reads on. At the limit the request is served.
+        {session({std::string(20'000, '[') + std::string(20'000, ']'),
+                  ping + R"(,"id":1,"params":)" + std::string(511, '[') + std::string(511, ']') + "}",
+                  ping + R"(,"id":2,"params":)" + std::string(512, '[') + std::string(512, ']') + "}",
+                  ping + R"(,"id":3})"}),
+         "[" + parseError + R"(,{"jsonrpc":"2.0","id":1,"result":{}},)" + parseError +
+             R"(,{"jsonrpc":"2.0","id":3,"result":{}}])"},
         // A blank line ends the server as the end of input does.
         {session({ping + R"(,"id":1})", "", ping + R"(,"id":2})"}), R"([{"jsonrpc":"2.0","id":1,"result":{}}])"},
         // Carriage returns are dropped, and a last line needs no line feed.
@@ -77,6 +85,21 @@ TEST(McpProtocolTest, AToolErrorIsAFailedResultNotAProtocolError) {
     EXPECT_FALSE(out.contains("error"));
     EXPECT_TRUE(out["result"]["isError"].get<bool>());
     EXPECT_TRUE(out["result"]["content"][0]["text"].get<std::string>().starts_with("Tool execution failed: "));
+}
+
+// Standard output carries protocol lines only: a removal that could not be
+// recorded in the log is told on the server's standard error.
+TEST(McpProtocolTest, AnUnrecordedRemovalIsToldOnStandardError) {
+    testing::TempHome home;
+    const std::string item = home.writeFile("junk/file.bin", "data");
+    const std::string log = home.makeDirectory(".unbulk/audit.jsonl");
+    const auto result = serve(R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"clean_storage",)"
+                              R"("arguments":{"dry_run":false,"paths":[")" + item + R"("]}}})" "\n");
+    const Json out = Json::parse(result.standardOutput);
+    EXPECT_FALSE(out["result"]["isError"].get<bool>());
+    EXPECT_EQ(Json::parse(out["result"]["content"][0]["text"].get<std::string>())["successCount"], 1);
+    EXPECT_TRUE(result.standardError.starts_with("Warning: this operation was not recorded in " + log + ": "))
+        << result.standardError;
 }
 
 } // namespace

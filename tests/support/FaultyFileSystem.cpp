@@ -4,13 +4,22 @@
 
 namespace unbulk::testing {
 
-static_assert(static_cast<std::size_t>(FileSystemCall::renameItem) + 1 == fileSystemCallCount);
+static_assert(static_cast<std::size_t>(FileSystemCall::openLocked) + 1 == fileSystemCallCount);
 
 FaultyFileSystem::FaultyFileSystem(std::shared_ptr<FileSystem> inner) : inner_(std::move(inner)) {}
 
 void FaultyFileSystem::reportDeviceBelow(const std::string& root, std::uint64_t device) {
     std::lock_guard lock(mutex_);
     devices_.emplace_back(paths::standardize(root), device);
+}
+
+AnchorCheck FaultyFileSystem::withReportedDevices(AnchorCheck check) const {
+    if (!check) return check;
+    return [this, check = std::move(check)](const std::vector<AnchoredStep>& steps) {
+        std::vector<AnchoredStep> reported = steps;
+        for (AnchoredStep& step : reported) step.status.device = deviceFor(step.path, step.status.device);
+        return check(reported);
+    };
 }
 
 std::uint64_t FaultyFileSystem::deviceFor(const std::string& path, std::uint64_t real) const {
@@ -136,8 +145,8 @@ bool FaultyFileSystem::createDirectory(const std::string& path, std::uint32_t pe
            inner_->createDirectory(path, permissions, withIntermediates, error);
 }
 
-bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
-                                  RemovalReport& report, std::error_code& error) {
+bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
+                                  const RemovalCheck& check, RemovalReport& report, std::error_code& error) {
     if (fails(FileSystemCall::removeItem, path, error)) return false;
     // Entries inside the item pass the rules on their way to the check: a
     // device rule changes what the check sees, a failure rule stops there.
@@ -149,13 +158,20 @@ bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expec
         entry.status = &status;
         return check ? check(entry, leaveInPlace) : std::error_code();
     };
-    return inner_->removeItem(path, expected, wrapped, report, error);
+    return inner_->removeItem(path, expected, withReportedDevices(anchorCheck), wrapped, report, error);
 }
 
-bool FaultyFileSystem::appendUnderLock(const std::string& path, std::uint32_t permissions,
-                                       const AppendComposer& compose, std::error_code& error) {
+bool FaultyFileSystem::appendUnderLock(
+    const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
+    const AppendComposer& compose, std::error_code& error) {
     return !fails(FileSystemCall::appendUnderLock, path, error) &&
-           inner_->appendUnderLock(path, permissions, compose, error);
+           inner_->appendUnderLock(path, permissions, lockTimeout, compose, error);
+}
+
+std::unique_ptr<LockedFile> FaultyFileSystem::openLocked(const std::string& path, LockedFileMode mode,
+                                                         std::uint32_t permissions, std::error_code& error) {
+    if (fails(FileSystemCall::openLocked, path, error)) return nullptr;
+    return inner_->openLocked(path, mode, permissions, error);
 }
 
 bool FaultyFileSystem::isPackage(const std::string& path) const {

@@ -18,10 +18,10 @@ namespace unbulk::testing {
 // The calls of FileSystem, one per virtual function.
 enum class FileSystemCall {
     status, linkStatus, contentsOfDirectory, walk, destinationOfSymbolicLink, resolvingSymlinks, readFile,
-    writeFileAtomically, createDirectory, removeItem, appendUnderLock, isPackage, renameItem,
+    writeFileAtomically, createDirectory, removeItem, appendUnderLock, isPackage, renameItem, openLocked,
 };
 
-inline constexpr std::size_t fileSystemCallCount = 13;
+inline constexpr std::size_t fileSystemCallCount = 14;
 
 // A FileSystem that forwards every call to another one (the real one unless
 // told otherwise) and fails the calls a test chooses with the errno it
@@ -44,8 +44,10 @@ inline constexpr std::size_t fileSystemCallCount = 13;
 //    cannot be opened); any other matching entry is reported through onError
 //    and not visited (as an entry that cannot be examined).
 // A device rule (reportDeviceBelow) makes the entries at and below a path
-// report another device number in walks and removals, as a file system
-// mounted there would; mounts need privileges that tests do not have.
+// report another device number in walks and removals (the entries below
+// the item and the steps of the way to it), as a file system mounted there
+// would; mounts need privileges that tests do not have. withReportedDevices
+// puts the same answers in front of any anchor check, a Trash's included.
 // Every call is counted by kind, failed or not.
 class FaultyFileSystem final : public FileSystem {
 public:
@@ -56,6 +58,7 @@ public:
     void failBelow(FileSystemCall call, const std::string& root, int error) { addRule({call, root, true, error}); }
     void clearFailures() { std::lock_guard lock(mutex_); rules_.clear(); }
     void reportDeviceBelow(const std::string& root, std::uint64_t device);
+    AnchorCheck withReportedDevices(AnchorCheck check) const;
 
     std::size_t callCount(FileSystemCall call) const {
         std::lock_guard lock(mutex_);
@@ -82,10 +85,13 @@ public:
     bool renameItem(const std::string& from, const std::string& to, std::error_code& error) override;
     bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                          std::error_code& error) override;
-    bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
-                    RemovalReport& report, std::error_code& error) override;
-    bool appendUnderLock(const std::string& path, std::uint32_t permissions, const AppendComposer& compose,
+    bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
+                    const RemovalCheck& check, RemovalReport& report, std::error_code& error) override;
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
+                         const AppendComposer& compose,
                          std::error_code& error) override;
+    std::unique_ptr<LockedFile> openLocked(const std::string& path, LockedFileMode mode, std::uint32_t permissions,
+                                           std::error_code& error) override;
     bool isPackage(const std::string& path) const override;
 
 private:

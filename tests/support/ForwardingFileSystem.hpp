@@ -52,13 +52,18 @@ public:
                          std::error_code& error) override {
         return inner_->createDirectory(path, permissions, withIntermediates, error);
     }
-    bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
-                    RemovalReport& report, std::error_code& error) override {
-        return inner_->removeItem(path, expected, check, report, error);
+    bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
+                    const RemovalCheck& check, RemovalReport& report, std::error_code& error) override {
+        return inner_->removeItem(path, expected, anchorCheck, check, report, error);
     }
-    bool appendUnderLock(const std::string& path, std::uint32_t permissions, const AppendComposer& compose,
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
+                         const AppendComposer& compose,
                          std::error_code& error) override {
-        return inner_->appendUnderLock(path, permissions, compose, error);
+        return inner_->appendUnderLock(path, permissions, lockTimeout, compose, error);
+    }
+    std::unique_ptr<LockedFile> openLocked(const std::string& path, LockedFileMode mode, std::uint32_t permissions,
+                                           std::error_code& error) override {
+        return inner_->openLocked(path, mode, permissions, error);
     }
     bool isPackage(const std::string& path) const override { return inner_->isPackage(path); }
 

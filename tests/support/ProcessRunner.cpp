@@ -105,8 +105,13 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
     // The output lands in files, so nothing needs draining: look at the child
     // often while it is young and less often as it runs on.
     auto pause = std::chrono::microseconds(200);
+    bool interrupted = false;
     for (pid_t done; (done = ::waitpid(pid, &status, WNOHANG)) != pid;) {
         if (done < 0 && errno != EINTR) fail("waitpid");
+        if (options.interruption && !interrupted && options.interruption->when()) {
+            ::kill(pid, options.interruption->signal);
+            interrupted = true;
+        }
         if (!result.timedOut && std::chrono::steady_clock::now() >= deadline) {
             result.timedOut = true;
             ::kill(pid, SIGKILL);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -27,6 +28,13 @@ struct ProcessOptions {
     std::chrono::milliseconds timeout{60'000};
     // What the child reads on standard input; /dev/null when absent.
     std::optional<std::string> standardInput;
+    // While the child runs, `when` is asked every few milliseconds; once it
+    // answers true, `signal` is sent to the child (only once).
+    struct Interruption {
+        int signal = 0;
+        std::function<bool()> when;
+    };
+    std::optional<Interruption> interruption;
 };
 
 // Runs `program` with `arguments` (argv[1]...) directly through execve, with

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <errno.h>
 #include <fcntl.h>
@@ -14,6 +15,7 @@
 #include "Platform/Trash.hpp"
 #include "Platform/darwin/FoundationStrings.hpp"
 #include "Platform/posix/AnchoredDirectory.hpp"
+#include "Platform/posix/PosixFileSystem.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk {
@@ -39,15 +41,13 @@ PlatformError platformErrorOf(NSError* _Nullable error) {
 
 class FoundationTrash final : public Trash {
 public:
-    bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
-                   PlatformError& failure) override {
-        failure = {};
-        std::error_code& error = failure.code;
-        landedPath.reset();
+    TrashMove trashItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck) override {
+        TrashMove move;
+        std::error_code& error = move.error.code;
         const std::string name = paths::lastComponent(path);
-        if (!paths::isAbsolute(path) || name.empty() || name == "/") {
+        if (!paths::isAbsolute(path) || name.empty() || name == "/" || posix::containsNul(path)) {
             error = {EINVAL, std::generic_category()};
-            return false;
+            return move;
         }
         // The file manager takes a path, not a descriptor. Right before the
         // call, the parent is opened without following a link on the way and
@@ -55,20 +55,29 @@ public:
         // remains is the moment between this check and the file manager's
         // own lookup of the path: a swap that lands exactly there is not
         // caught here. The Trash only moves, so even then nothing is deleted.
-        posix::FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error);
+        std::vector<AnchoredStep> steps;
+        posix::FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error,
+                                                                 anchorCheck ? &steps : nullptr);
         if (parent.get() < 0) {
             if (error.value() == ELOOP || error.value() == ENOTDIR) error = changedSinceCheckedError();
-            return false;
+            return move;
         }
         struct stat status {};
         if (::fstatat(parent.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
             error = {errno, std::generic_category()};
-            return false;
+            return move;
         }
         if (Identity{static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)} !=
             expected) {
             error = changedSinceCheckedError();
-            return false;
+            return move;
+        }
+        if (anchorCheck) {
+            steps.push_back(AnchoredStep{path, posix::fileStatusOf(status)});
+            if (const std::error_code refused = anchorCheck(steps)) {
+                error = refused;
+                return move;
+            }
         }
         // The directory flag comes from lstat, never from following a link:
         // a link to a directory made into "link/" would name its target.
@@ -76,27 +85,31 @@ public:
         @autoreleasepool {
             NSURL* url = foundation::fileURL(path, isDirectory);
             if (url == nil) {
-                failure.code = {EINVAL, std::generic_category()};
-                failure.description =
+                error = {EINVAL, std::generic_category()};
+                move.error.description =
                     "Could not move '" + path + "' to the Trash: the file manager cannot make a URL of this path.";
-                return false;
+                return move;
             }
             NSURL* resulting = nil;
             NSError* refusal = nil;
             if (![NSFileManager.defaultManager trashItemAtURL:url resultingItemURL:&resulting error:&refusal]) {
-                failure = platformErrorOf(refusal);
-                return false;
+                move.error = platformErrorOf(refusal);
+                return move;
             }
             if (resulting != nil && resulting.isFileURL) {
                 const char* landed = resulting.fileSystemRepresentation;
-                if (landed && *landed) landedPath = std::string(landed);
+                if (landed && *landed) move.landedPath = std::string(landed);
             }
-            return true;
+            return move;
         }
     }
 };
 
 } // namespace
+
+std::vector<std::string> homeTrashDirectories(const std::string& homePath) {
+    return {paths::appending(homePath, ".Trash")};
+}
 
 std::shared_ptr<Trash> makeDefaultTrash() { return std::make_shared<FoundationTrash>(); }
 

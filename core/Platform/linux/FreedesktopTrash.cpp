@@ -6,6 +6,7 @@
 #include <ctime>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <stdio.h> // renameat2
@@ -15,6 +16,7 @@
 #include "Platform/Home.hpp"
 #include "Platform/posix/AnchoredDirectory.hpp"
 #include "Platform/posix/Descriptors.hpp"
+#include "Platform/posix/PosixFileSystem.hpp"
 #include "Support/FileURL.hpp"
 #include "Support/Paths.hpp"
 
@@ -44,10 +46,14 @@ std::string candidateName(const std::string& name, int attempt) {
     return name.substr(0, cut) + suffix;
 }
 
-// Creates `path` as a directory of mode 0700 when it is missing. An existing
-// entry is accepted as it is: whatever is wrong with it shows up as the error
-// of the operation that uses it.
-bool ensureDirectory(const std::string& path, std::error_code& error) {
+// Creates `path` and every missing directory above it, each of mode 0700.
+// What exists already is taken as it is: the folder that holds the Trash is
+// the user's own configuration, links and all.
+bool ensureDirectoryWithParents(const std::string& path, std::error_code& error) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) == 0) return true;
+    const std::string parent = paths::deletingLastComponent(path);
+    if (!parent.empty() && parent != path && !ensureDirectoryWithParents(parent, error)) return false;
     if (::mkdir(path.c_str(), 0700) == 0) {
         ::chmod(path.c_str(), 0700); // exactly 0700 whatever the umask took away
         return true;
@@ -57,38 +63,51 @@ bool ensureDirectory(const std::string& path, std::error_code& error) {
     return false;
 }
 
-// ensureDirectory for `path` and every missing directory above it.
-bool ensureDirectoryWithParents(const std::string& path, std::error_code& error) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) == 0) return true;
-    const std::string parent = paths::deletingLastComponent(path);
-    if (!parent.empty() && parent != path && !ensureDirectoryWithParents(parent, error)) return false;
-    return ensureDirectory(path, error);
-}
-
-// A trash directory of our own (.Trash/$uid or .Trash-$uid): created when
-// missing; an existing one must be a real directory, not a link, owned by us.
-bool ensureOwnDirectory(const std::string& path, uid_t uid, std::error_code& error) {
-    if (::mkdir(path.c_str(), 0700) == 0) {
-        ::chmod(path.c_str(), 0700);
-        return true;
-    }
-    if (errno != EEXIST) {
+// A Trash directory (the trash itself, its files/ or info/) inside the
+// directory `parent`: created with mode 0700 when missing, and opened
+// without following a link. It must be a real directory owned by `uid`;
+// anything else (a link to elsewhere, a file, another user's directory)
+// fails, so that nothing is ever written or moved where it could not be
+// found again.
+FdGuard openOwnDirectory(int parent, const std::string& name, uid_t uid, std::error_code& error) {
+    const bool created = ::mkdirat(parent, name.c_str(), 0700) == 0;
+    if (!created && errno != EEXIST) {
         error = lastError();
-        return false;
+        return FdGuard();
+    }
+    FdGuard directory(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (directory.get() < 0) {
+        error = lastError(); // ELOOP or ENOTDIR for a link, ENOTDIR for a file
+        return FdGuard();
     }
     struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) {
+    if (::fstat(directory.get(), &status) != 0) {
         error = lastError();
-        return false;
-    }
-    if (!S_ISDIR(status.st_mode)) {
-        error = errorOf(ENOTDIR);
-        return false;
+        return FdGuard();
     }
     if (status.st_uid != uid) {
         error = errorOf(EACCES);
-        return false;
+        return FdGuard();
+    }
+    if (created) ::fchmod(directory.get(), 0700);
+    return directory;
+}
+
+// A trash ready to take an item: its files/ and info/ open, and its path.
+struct OpenTrash {
+    std::string path;
+    FdGuard files;
+    FdGuard info;
+};
+
+// files/ and info/ in the trash directory `trash` (open as `trashFd`).
+bool openTrashContents(OpenTrash& open, FdGuard trashFd, uid_t uid, TrashMove& move) {
+    for (auto [name, into] : {std::pair{"files", &open.files}, std::pair{"info", &open.info}}) {
+        *into = openOwnDirectory(trashFd.get(), name, uid, move.error.code);
+        if (into->get() < 0) {
+            move.unusableTrashDirectory = paths::appending(open.path, name);
+            return false;
+        }
     }
     return true;
 }
@@ -150,6 +169,58 @@ bool writeAndSync(int fd, std::string_view contents, std::error_code& error) {
     return true;
 }
 
+// The home trash at `homeTrash`, with files/ and info/ open; false with
+// `move` saying why.
+bool openHomeTrash(const std::string& homeTrash, OpenTrash& open, uid_t uid, TrashMove& move) {
+    open.path = homeTrash;
+    const std::string dataHome = paths::deletingLastComponent(homeTrash);
+    FdGuard data;
+    if (ensureDirectoryWithParents(dataHome, move.error.code)) {
+        data = FdGuard(::open(dataHome.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (data.get() < 0) move.error.code = lastError();
+    }
+    if (data.get() < 0) {
+        move.unusableTrashDirectory = homeTrash;
+        return false;
+    }
+    FdGuard trash = openOwnDirectory(data.get(), paths::lastComponent(homeTrash), uid, move.error.code);
+    if (trash.get() < 0) {
+        move.unusableTrashDirectory = homeTrash;
+        return false;
+    }
+    return openTrashContents(open, std::move(trash), uid, move);
+}
+
+// The administrator's shared $topdir/.Trash counts only as a real directory
+// (not a link) with the sticky bit, and then our $uid in it; when that fails,
+// the per-user $topdir/.Trash-$uid takes over.
+bool openTopdirTrash(const std::string& topdir, OpenTrash& open, uid_t uid, TrashMove& move) {
+    const std::string uidText = std::to_string(uid);
+    FdGuard top(::open(topdir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (top.get() < 0) {
+        move.error.code = lastError();
+        return false;
+    }
+    struct stat status {};
+    if (::fstatat(top.get(), ".Trash", &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode) &&
+        (status.st_mode & S_ISVTX)) {
+        FdGuard shared(::openat(top.get(), ".Trash", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        std::error_code ignored;
+        FdGuard mine = shared.get() < 0 ? FdGuard() : openOwnDirectory(shared.get(), uidText, uid, ignored);
+        if (mine.get() >= 0) {
+            open.path = paths::appending(topdir, ".Trash/" + uidText);
+            return openTrashContents(open, std::move(mine), uid, move);
+        }
+    }
+    open.path = paths::appending(topdir, ".Trash-" + uidText);
+    FdGuard own = openOwnDirectory(top.get(), ".Trash-" + uidText, uid, move.error.code);
+    if (own.get() < 0) {
+        move.unusableTrashDirectory = open.path;
+        return false;
+    }
+    return openTrashContents(open, std::move(own), uid, move);
+}
+
 } // namespace
 
 FreedesktopTrash::FreedesktopTrash(std::string dataHome, Clock clock)
@@ -181,120 +252,109 @@ std::string FreedesktopTrash::trashInfoContents(std::string_view path, Date dele
            "\n";
 }
 
-std::optional<std::string> FreedesktopTrash::topdirTrashDirectory(const std::string& topdir, uid_t uid,
-                                                                  std::error_code& error) {
-    const std::string uidText = std::to_string(uid);
-    // The administrator's shared .Trash counts only as a real directory (not
-    // a link) with the sticky bit; when it fails, or our directory in it
-    // cannot be had, the per-user .Trash-$uid takes over.
-    const std::string shared = paths::appending(topdir, ".Trash");
-    struct stat status {};
-    if (::lstat(shared.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX)) {
-        const std::string mine = paths::appending(shared, uidText);
-        std::error_code ignored;
-        if (ensureOwnDirectory(mine, uid, ignored)) return mine;
-    }
-    const std::string own = paths::appending(topdir, ".Trash-" + uidText);
-    if (!ensureOwnDirectory(own, uid, error)) return std::nullopt;
-    return own;
-}
-
-bool FreedesktopTrash::trashItem(const std::string& path, const Identity& expected,
-                                 std::optional<std::string>& landedPath, PlatformError& platformError) {
-    // Linux words no error beyond its number: the code alone tells the failure.
-    platformError = {};
-    std::error_code& error = platformError.code;
-    landedPath.reset();
+TrashMove FreedesktopTrash::trashItem(const std::string& path, const Identity& expected,
+                                      const AnchorCheck& anchorCheck) {
+    TrashMove move;
     const std::string item = paths::standardize(path);
     const std::string name = paths::lastComponent(item);
-    if (!paths::isAbsolute(item) || name.empty() || item == "/") {
-        error = errorOf(EINVAL);
-        return false;
+    if (!paths::isAbsolute(item) || name.empty() || item == "/" || posix::containsNul(path)) {
+        move.error.code = errorOf(EINVAL);
+        return move;
     }
 
     // The item's directory, opened without following a link: the rename
     // below acts in it whatever becomes of its path meanwhile.
-    FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(item), error);
+    std::vector<AnchoredStep> steps;
+    FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(item), move.error.code,
+                                                      anchorCheck ? &steps : nullptr);
     if (parent.get() < 0) {
-        if (error.value() == ELOOP || error.value() == ENOTDIR) error = changedSinceCheckedError();
-        return false;
+        const int reason = move.error.code.value();
+        if (reason == ELOOP || reason == ENOTDIR) move.error.code = changedSinceCheckedError();
+        return move;
     }
     struct stat itemStatus {};
     if (::fstatat(parent.get(), name.c_str(), &itemStatus, AT_SYMLINK_NOFOLLOW) != 0) {
-        error = lastError();
-        return false;
+        move.error.code = lastError();
+        return move;
     }
     if (Identity{static_cast<std::uint64_t>(itemStatus.st_dev), static_cast<std::uint64_t>(itemStatus.st_ino)} !=
         expected) {
-        error = changedSinceCheckedError();
-        return false;
+        move.error.code = changedSinceCheckedError();
+        return move;
+    }
+    if (anchorCheck) {
+        steps.push_back(AnchoredStep{item, posix::fileStatusOf(itemStatus)});
+        if (const std::error_code refused = anchorCheck(steps)) {
+            move.error.code = refused;
+            return move;
+        }
     }
 
     // Which trash, and what its Path key says.
-    std::string trash;
+    OpenTrash trash;
     std::string originalPath;
+    const uid_t uid = ::getuid();
     if (deviceOfNearestExisting(homeTrash_) == itemStatus.st_dev) {
-        if (!ensureDirectoryWithParents(homeTrash_, error)) return false;
-        trash = homeTrash_;
+        if (!openHomeTrash(homeTrash_, trash, uid, move)) return move;
         originalPath = item;
     } else {
-        const auto volume = volumeOf(item, itemStatus.st_dev, error);
-        if (!volume) return false;
-        auto directory = topdirTrashDirectory(volume->topdir, ::getuid(), error);
-        if (!directory) return false;
-        trash = std::move(*directory);
+        const auto volume = volumeOf(item, itemStatus.st_dev, move.error.code);
+        if (!volume) return move;
+        if (!openTopdirTrash(volume->topdir, trash, uid, move)) return move;
         originalPath = volume->topdir == "/" ? volume->realItemPath.substr(1)
                                              : volume->realItemPath.substr(volume->topdir.size() + 1);
-    }
-    const std::string filesDirectory = paths::appending(trash, "files");
-    const std::string infoDirectory = paths::appending(trash, "info");
-    if (!ensureDirectory(filesDirectory, error) || !ensureDirectory(infoDirectory, error)) return false;
-    FdGuard files(::open(filesDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (files.get() < 0) {
-        error = lastError();
-        return false;
     }
 
     // Reserve a name: whoever creates info/<name>.trashinfo first owns it.
     for (int attempt = 1;; ++attempt) {
         if (attempt > kMaximumNameAttempts) {
-            error = errorOf(EEXIST);
-            return false;
+            move.error.code = errorOf(EEXIST);
+            return move;
         }
         const std::string trashName = candidateName(name, attempt);
-        const std::string infoPath = paths::appending(infoDirectory, trashName + std::string(kInfoExtension));
-        const int fd = ::open(infoPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        const std::string infoName = trashName + std::string(kInfoExtension);
+        const int fd =
+            ::openat(trash.info.get(), infoName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0) {
             if (errno == EEXIST) continue;
-            error = lastError();
-            return false;
+            move.error.code = lastError();
+            return move;
         }
         // A leftover in files/ without its info file still holds the name.
         struct stat existing {};
-        if (::fstatat(files.get(), trashName.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
+        if (::fstatat(trash.files.get(), trashName.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
             ::close(fd);
-            ::unlink(infoPath.c_str());
+            ::unlinkat(trash.info.get(), infoName.c_str(), 0);
             continue;
         }
-        const bool written = writeAndSync(fd, trashInfoContents(originalPath, clock_()), error);
-        if (::close(fd) != 0 && written) error = lastError();
-        if (error) {
-            ::unlink(infoPath.c_str());
-            return false;
+        const bool written = writeAndSync(fd, trashInfoContents(originalPath, clock_()), move.error.code);
+        if (::close(fd) != 0 && written) move.error.code = lastError();
+        if (move.error.code) {
+            ::unlinkat(trash.info.get(), infoName.c_str(), 0);
+            return move;
         }
 
         // The move never replaces: a name taken in files/ since the look
         // above (by another process) sends us on to the next name.
-        if (posix::renameWithoutReplacing(parent.get(), name.c_str(), files.get(), trashName.c_str()) == 0) {
-            landedPath = paths::appending(filesDirectory, trashName);
-            return true;
+        if (posix::renameWithoutReplacing(parent.get(), name.c_str(), trash.files.get(), trashName.c_str()) == 0) {
+            move.landedPath = paths::appending(paths::appending(trash.path, "files"), trashName);
+            return move;
         }
         const int failure = errno;
-        ::unlink(infoPath.c_str());
+        ::unlinkat(trash.info.get(), infoName.c_str(), 0);
         if (failure == EEXIST) continue;
-        error = errorOf(failure);
-        return false;
+        move.error.code = errorOf(failure);
+        return move;
     }
+}
+
+std::vector<std::string> homeTrashDirectories(const std::string& homePath) {
+    std::vector<std::string> directories{paths::appending(homePath, ".local/share/Trash")};
+    if (const char* value = std::getenv("XDG_DATA_HOME"); value && paths::isAbsolute(value)) {
+        std::string configured = paths::appending(paths::standardize(value), "Trash");
+        if (configured != directories.front()) directories.push_back(std::move(configured));
+    }
+    return directories;
 }
 
 std::shared_ptr<Trash> makeDefaultTrash() {

@@ -24,6 +24,11 @@ namespace unbulk {
 // directory is created with mode 0700. The item is only ever renamed, never
 // copied: an item that cannot be renamed into its trash stays where it is.
 //
+// The trash directory, its files/ and info/ must each be a real directory
+// owned by the user, opened without following a link; otherwise the item
+// stays where it is, the move names the directory at fault, and nothing is
+// written. So the item always lands where the landed path says.
+//
 // Names in the trash: the item's own name when free, otherwise the name with
 // ".2", ".3", ... appended to the whole name ("report.pdf.2"), which keeps
 // directories and dot files alike. A name is reserved by creating its
@@ -36,8 +41,7 @@ public:
     // it); `clock` gives the deletion dates.
     explicit FreedesktopTrash(std::string dataHome, Clock clock = {});
 
-    bool trashItem(const std::string& path, const Identity& expected, std::optional<std::string>& landedPath,
-                   PlatformError& platformError) override;
+    TrashMove trashItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck) override;
 
     const std::string& homeTrashDirectory() const { return homeTrash_; }
 
@@ -51,12 +55,6 @@ public:
 
     // "YYYY-MM-DDThh:mm:ss" in the local time zone (TZ as it is now).
     static std::string localDeletionDate(Date date);
-
-    // The trash directory of the file system whose mount point is `topdir`,
-    // chosen and created as described above; on failure answers nothing with
-    // `error` set.
-    static std::optional<std::string> topdirTrashDirectory(const std::string& topdir, uid_t uid,
-                                                          std::error_code& error);
 
 private:
     std::string homeTrash_;

@@ -1,6 +1,7 @@
 #include "Platform/posix/AnchoredDirectory.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #if defined(__linux__)
 #include <sys/syscall.h>
@@ -9,6 +10,7 @@
 #endif
 #endif
 
+#include "Platform/posix/PosixFileSystem.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk::posix {
@@ -31,25 +33,42 @@ int openWithKernelResolution(const std::string& path, bool& unsupported) {
 
 } // namespace
 
-FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_code& error) {
-    if (!paths::isAbsolute(absolutePath)) {
+FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_code& error,
+                                  std::vector<AnchoredStep>* steps) {
+    if (!paths::isAbsolute(absolutePath) || containsNul(absolutePath)) {
         error = errorOf(EINVAL);
         return FdGuard();
     }
 #if defined(__linux__) && defined(SYS_openat2) && defined(RESOLVE_NO_SYMLINKS)
-    bool unsupported = false;
-    const int fd = openWithKernelResolution(absolutePath, unsupported);
-    if (fd >= 0) return FdGuard(fd);
-    if (!unsupported) {
-        error = lastError();
-        return FdGuard();
+    // One call cannot tell what it passed through: the way is walked by
+    // component when it is to be reported.
+    if (steps == nullptr) {
+        bool unsupported = false;
+        const int fd = openWithKernelResolution(absolutePath, unsupported);
+        if (fd >= 0) return FdGuard(fd);
+        if (!unsupported) {
+            error = lastError();
+            return FdGuard();
+        }
     }
 #endif
+    std::string walked = "/";
+    auto record = [&](int fd) {
+        if (steps == nullptr) return true;
+        struct stat st {};
+        if (::fstat(fd, &st) != 0) {
+            error = lastError();
+            return false;
+        }
+        steps->push_back(AnchoredStep{walked, fileStatusOf(st)});
+        return true;
+    };
     FdGuard current(::open("/", directoryFlags));
     if (current.get() < 0) {
         error = lastError();
         return FdGuard();
     }
+    if (!record(current.get())) return FdGuard();
     for (const std::string& component : paths::components(absolutePath)) {
         if (component == "." ) continue;
         if (component == "..") {
@@ -64,6 +83,8 @@ FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_co
             return FdGuard();
         }
         current = std::move(next);
+        walked = paths::appending(walked, component);
+        if (!record(current.get())) return FdGuard();
     }
     return current;
 }

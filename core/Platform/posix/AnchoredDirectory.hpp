@@ -3,6 +3,9 @@
 #include <string>
 #include <system_error>
 
+#include <vector>
+
+#include "Platform/FileSystem.hpp"
 #include "Platform/posix/Descriptors.hpp"
 
 namespace unbulk::posix {
@@ -14,6 +17,11 @@ namespace unbulk::posix {
 // that very directory, even if a component of the path is swapped for a link
 // a moment later. A component that is a link now fails with ELOOP (or
 // ENOTDIR); the caller decides what that means.
-FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_code& error);
+//
+// With `steps`, each directory opened on the way ("/" first, the directory
+// itself last) is added to it with its fstat, so that the caller can judge
+// the way it took (which file systems it crossed) by what it really opened.
+FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_code& error,
+                                  std::vector<AnchoredStep>* steps = nullptr);
 
 } // namespace unbulk::posix

@@ -87,6 +87,10 @@ inline bool writeAll(int fd, std::string_view contents, std::error_code& error) 
     return true;
 }
 
+// The kernel reads a path up to its first NUL: a path with one inside would
+// name a place the caller never named, so it is refused with EINVAL.
+inline bool containsNul(std::string_view path) { return path.find('\0') != std::string_view::npos; }
+
 inline bool isDotOrDotDot(const char* name) {
     return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }

@@ -6,6 +6,7 @@
 #include <deque>
 #include <functional>
 #include <random>
+#include <thread>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -25,6 +26,7 @@
 
 namespace unbulk {
 
+using posix::containsNul;
 using posix::DirGuard;
 using posix::FdGuard;
 using posix::isDotOrDotDot;
@@ -94,6 +96,10 @@ constexpr std::array packageExtensions = std::to_array<std::string_view>({
 FileStatus posix::fileStatusOf(const struct stat& st) { return fromStat(st); }
 
 std::optional<FileStatus> PosixFileSystem::status(const std::string& path, std::error_code& error) const {
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return std::nullopt;
+    }
     struct stat st;
     if (::stat(path.c_str(), &st) != 0) {
         error = lastError();
@@ -103,6 +109,10 @@ std::optional<FileStatus> PosixFileSystem::status(const std::string& path, std::
 }
 
 std::optional<FileStatus> PosixFileSystem::linkStatus(const std::string& path, std::error_code& error) const {
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return std::nullopt;
+    }
     struct stat st;
     if (::lstat(path.c_str(), &st) != 0) {
         error = lastError();
@@ -114,6 +124,10 @@ std::optional<FileStatus> PosixFileSystem::linkStatus(const std::string& path, s
 std::vector<DirectoryEntry> PosixFileSystem::contentsOfDirectory(const std::string& path, ListOptions options,
                                                                  std::error_code& error) const {
     std::vector<DirectoryEntry> entries;
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return entries;
+    }
     int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         error = lastError();
@@ -148,7 +162,7 @@ std::vector<DirectoryEntry> PosixFileSystem::contentsOfDirectory(const std::stri
 void PosixFileSystem::walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const {
     // The root is the one place a link is followed: a walk of a link to a
     // directory walks the directory.
-    int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int fd = containsNul(root) ? (errno = EINVAL, -1) : ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         if (callbacks.onError) callbacks.onError(root, lastError(), WalkFailure::directory);
         return;
@@ -172,7 +186,7 @@ void PosixFileSystem::walk(const std::string& root, const WalkOptions& options, 
 
 TreeMeasure PosixFileSystem::measureTree(const std::string& root, const TreeMeasureOptions& options) const {
     // As in walk, the root is the one place a link is followed.
-    const int fd = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int fd = containsNul(root) ? (errno = EINVAL, -1) : ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         TreeMeasure measure;
         measure.addFailure(WalkFailure::directory, lastError(), true);
@@ -183,6 +197,10 @@ TreeMeasure PosixFileSystem::measureTree(const std::string& root, const TreeMeas
 
 std::optional<std::string> PosixFileSystem::destinationOfSymbolicLink(const std::string& path,
                                                                       std::error_code& error) const {
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return std::nullopt;
+    }
     std::string buffer(256, '\0');
     while (true) {
         ssize_t length = ::readlink(path.c_str(), buffer.data(), buffer.size());
@@ -199,7 +217,7 @@ std::optional<std::string> PosixFileSystem::destinationOfSymbolicLink(const std:
 }
 
 std::string PosixFileSystem::resolvingSymlinks(const std::string& path) const {
-    if (!paths::isAbsolute(path)) return paths::standardize(path);
+    if (!paths::isAbsolute(path) || containsNul(path)) return paths::standardize(path);
     std::deque<std::string> pending;
     for (auto& part : paths::components(path)) pending.push_back(std::move(part));
     std::string resolved = "/";
@@ -245,6 +263,10 @@ std::optional<std::string> PosixFileSystem::readFile(const std::string& path, st
                                                      std::error_code& error) const {
     // Non-blocking open, then only a regular file is read: a FIFO would block
     // the scan and a device would never end. A directory answers EISDIR.
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return std::nullopt;
+    }
     FdGuard fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (fd.get() < 0) {
         error = lastError();
@@ -278,6 +300,10 @@ std::optional<std::string> PosixFileSystem::readFile(const std::string& path, st
 
 bool PosixFileSystem::writeFileAtomically(const std::string& path, std::string_view contents,
                                           std::uint32_t permissions, std::error_code& error) {
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return false;
+    }
     const std::string temporary = temporarySibling(path);
     FdGuard fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
     if (fd.get() < 0) {
@@ -307,6 +333,10 @@ bool PosixFileSystem::writeFileAtomically(const std::string& path, std::string_v
 }
 
 bool PosixFileSystem::renameItem(const std::string& from, const std::string& to, std::error_code& error) {
+    if (containsNul(from) || containsNul(to)) {
+        error = posix::errorOf(EINVAL);
+        return false;
+    }
     if (posix::renameWithoutReplacing(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str()) == 0) return true;
     error = lastError();
     return false;
@@ -314,6 +344,10 @@ bool PosixFileSystem::renameItem(const std::string& from, const std::string& to,
 
 bool PosixFileSystem::createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                                       std::error_code& error) {
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return false;
+    }
     auto makeOne = [&](const std::string& directory, bool mustBeNew) {
         if (::mkdir(directory.c_str(), static_cast<mode_t>(permissions)) == 0) {
             // mkdir's mode passes through the umask; set what was asked for.
@@ -358,6 +392,86 @@ std::optional<std::uint64_t> mountIdentifier([[maybe_unused]] int directoryFd, [
     return std::nullopt;
 }
 
+// Takes the exclusive lock on `fd`, waiting at most `timeout` for another
+// holder to let go: a process that holds it forever must not hold us too.
+bool lockWithin(int fd, std::chrono::milliseconds timeout, std::error_code& error) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    auto pause = std::chrono::milliseconds(1);
+    while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EINTR) continue;
+        if (errno != EWOULDBLOCK) {
+            error = lastError();
+            return false;
+        }
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= deadline) {
+            error = std::make_error_code(std::errc::timed_out);
+            return false;
+        }
+        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(pause, deadline - now));
+        pause = std::min(pause * 2, std::chrono::milliseconds(50));
+    }
+    return true;
+}
+
+// Makes a new directory entry durable: the file could otherwise vanish with
+// a power cut although its contents were flushed.
+void syncParentDirectory(const std::string& path) {
+    std::string parent = paths::deletingLastComponent(path);
+    if (parent.empty()) parent = ".";
+    FdGuard directory(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory.get() >= 0) ::fsync(directory.get());
+}
+
+class PosixLockedFile final : public LockedFile {
+public:
+    PosixLockedFile(FdGuard fd, std::string path) : fd_(std::move(fd)), path_(std::move(path)) {}
+
+    bool append(std::string_view text, bool flush, std::error_code& error) override {
+        if (!writeAll(fd_.get(), text, error)) return false;
+        if (flush && ::fsync(fd_.get()) != 0) {
+            error = lastError();
+            return false;
+        }
+        return true;
+    }
+
+    std::optional<std::string> readAll(std::error_code& error) const override {
+        std::string contents;
+        char buffer[65536];
+        for (off_t offset = 0;;) {
+            const ssize_t got = ::pread(fd_.get(), buffer, sizeof buffer, offset);
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) {
+                error = lastError();
+                return std::nullopt;
+            }
+            if (got == 0) return contents;
+            contents.append(buffer, static_cast<std::size_t>(got));
+            offset += got;
+        }
+    }
+
+    bool remove(std::error_code& error) override {
+        // Only the file we hold: a name that holds another by now is left.
+        struct stat held {}, named {};
+        if (::fstat(fd_.get(), &held) != 0 || ::lstat(path_.c_str(), &named) != 0 || held.st_dev != named.st_dev ||
+            held.st_ino != named.st_ino) {
+            error = posix::errorOf(ENOENT);
+            return false;
+        }
+        if (::unlink(path_.c_str()) != 0) {
+            error = lastError();
+            return false;
+        }
+        return true;
+    }
+
+private:
+    FdGuard fd_;
+    std::string path_;
+};
+
 void countRemoved(RemovalReport& report, const struct stat& st) {
     if (!S_ISREG(st.st_mode)) return;
     report.filesRemoved += 1;
@@ -367,15 +481,17 @@ void countRemoved(RemovalReport& report, const struct stat& st) {
 
 } // namespace
 
-bool PosixFileSystem::removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
-                                 RemovalReport& report, std::error_code& error) {
+bool PosixFileSystem::removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
+                                 const RemovalCheck& check, RemovalReport& report, std::error_code& error) {
     error.clear();
     const std::string name = paths::lastComponent(path);
-    if (!paths::isAbsolute(path) || name.empty() || name == "/" || name == "." || name == "..") {
+    if (!paths::isAbsolute(path) || name.empty() || name == "/" || name == "." || name == ".." || containsNul(path)) {
         error = posix::errorOf(EINVAL);
         return false;
     }
-    FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error);
+    std::vector<AnchoredStep> steps;
+    FdGuard parent =
+        posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error, anchorCheck ? &steps : nullptr);
     if (parent.get() < 0) {
         // A directory on the way that is a link now was not one when the
         // path was resolved and checked.
@@ -390,6 +506,13 @@ bool PosixFileSystem::removeItem(const std::string& path, const Identity& expect
     if (Identity{static_cast<std::uint64_t>(item.st_dev), static_cast<std::uint64_t>(item.st_ino)} != expected) {
         error = changedSinceCheckedError();
         return false;
+    }
+    if (anchorCheck) {
+        steps.push_back(AnchoredStep{path, fromStat(item)});
+        if (const std::error_code refused = anchorCheck(steps)) {
+            error = refused;
+            return false;
+        }
     }
     if (!S_ISDIR(item.st_mode)) {
         if (::unlinkat(parent.get(), name.c_str(), 0) != 0) {
@@ -509,8 +632,13 @@ private:
 } // namespace
 
 bool PosixFileSystem::appendUnderLock(const std::string& path, std::uint32_t permissions,
-                                      const AppendComposer& compose, std::error_code& error) {
+                                      std::chrono::milliseconds lockTimeout, const AppendComposer& compose,
+                                      std::error_code& error) {
     error.clear();
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return false;
+    }
     // Created exclusively or opened as it is, never replaced: a log that
     // another process has just made is appended to, not overwritten.
     int raw = ::open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, permissions);
@@ -526,12 +654,7 @@ bool PosixFileSystem::appendUnderLock(const std::string& path, std::uint32_t per
         error = lastError();
         return false;
     }
-    while (::flock(fd.get(), LOCK_EX) != 0) {
-        if (errno != EINTR) {
-            error = lastError();
-            return false;
-        }
-    }
+    if (!lockWithin(fd.get(), lockTimeout, error)) return false;
     // The lock goes with the descriptor when it is closed.
     struct stat st {};
     if (::fstat(fd.get(), &st) != 0) {
@@ -556,6 +679,52 @@ bool PosixFileSystem::appendUnderLock(const std::string& path, std::uint32_t per
         return false;
     }
     return true;
+}
+
+std::unique_ptr<LockedFile> PosixFileSystem::openLocked(const std::string& path, LockedFileMode mode,
+                                                        std::uint32_t permissions, std::error_code& error) {
+    error.clear();
+    if (containsNul(path)) {
+        error = posix::errorOf(EINVAL);
+        return nullptr;
+    }
+    const bool create = mode == LockedFileMode::createNew;
+    const int flags = O_RDWR | O_APPEND | O_NOFOLLOW | O_CLOEXEC | (create ? O_CREAT | O_EXCL : 0);
+    FdGuard fd(::open(path.c_str(), flags, static_cast<mode_t>(permissions)));
+    if (fd.get() < 0) {
+        error = lastError();
+        return nullptr;
+    }
+    struct stat held {};
+    if (::fstat(fd.get(), &held) != 0) {
+        error = lastError();
+        return nullptr;
+    }
+    if (!S_ISREG(held.st_mode)) {
+        error = posix::errorOf(EINVAL);
+        return nullptr;
+    }
+    if (create && ::fchmod(fd.get(), static_cast<mode_t>(permissions)) != 0) {
+        error = lastError();
+        return nullptr;
+    }
+    while (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EINTR) continue;
+        error = lastError();
+        return nullptr;
+    }
+    if (create) {
+        syncParentDirectory(path);
+    } else {
+        // Whoever held it before may have removed it once done: then the
+        // name is gone, or holds another file, and there is nothing to take.
+        struct stat named {};
+        if (::lstat(path.c_str(), &named) != 0 || named.st_dev != held.st_dev || named.st_ino != held.st_ino) {
+            error = posix::errorOf(ENOENT);
+            return nullptr;
+        }
+    }
+    return std::make_unique<PosixLockedFile>(std::move(fd), path);
 }
 
 bool PosixFileSystem::isPackage(const std::string& path) const {

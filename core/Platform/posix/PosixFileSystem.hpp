@@ -27,10 +27,13 @@ public:
     bool renameItem(const std::string& from, const std::string& to, std::error_code& error) override;
     bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
                          std::error_code& error) override;
-    bool removeItem(const std::string& path, const Identity& expected, const RemovalCheck& check,
-                    RemovalReport& report, std::error_code& error) override;
-    bool appendUnderLock(const std::string& path, std::uint32_t permissions, const AppendComposer& compose,
+    bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
+                    const RemovalCheck& check, RemovalReport& report, std::error_code& error) override;
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
+                         const AppendComposer& compose,
                          std::error_code& error) override;
+    std::unique_ptr<LockedFile> openLocked(const std::string& path, LockedFileMode mode, std::uint32_t permissions,
+                                           std::error_code& error) override;
     bool isPackage(const std::string& path) const override;
 };
 
