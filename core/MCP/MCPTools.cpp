@@ -21,6 +21,7 @@
 #include "Scanner/AnomalyDetector.hpp"
 #include "Scanner/DeepScanEngine.hpp"
 #include "SpaceLens/SpaceLensEngine.hpp"
+#include "SpaceLens/SpaceTree.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
@@ -168,7 +169,12 @@ MCPCallToolResult inspectDirectory(const Arguments& arguments) {
     const int maxDepth = std::isfinite(depth) ? static_cast<int>(std::clamp(std::trunc(depth), -1e9, 1e9)) : 3;
     const Context context;
     const SpaceLensEngine engine(context.fileSystem);
-    return jsonResult(toJson(engine.scanDirectory(fileURLWithPath(*path, *context.fileSystem), maxDepth)));
+    // The tree is measured now, so that a missing path fails the call; its
+    // JSON is written into the response as it is sent, never held whole.
+    auto tree = std::make_shared<const SpaceTree>(
+        engine.scanTree(fileURLWithPath(*path, *context.fileSystem), maxDepth));
+    return MCPCallToolResult::streamedText(
+        [tree](const TextSink& write) { writeJson(*tree, DateEncoding::secondsSinceReferenceDate, write); });
 }
 
 AppScanner appScanner(const Context& context) {

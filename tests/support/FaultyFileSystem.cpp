@@ -163,7 +163,7 @@ bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expec
 
 bool FaultyFileSystem::appendUnderLock(
     const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
-    const std::function<std::optional<std::string>(std::string_view contents)>& compose, std::error_code& error) {
+    const AppendComposer& compose, std::error_code& error) {
     return !fails(FileSystemCall::appendUnderLock, path, error) &&
            inner_->appendUnderLock(path, permissions, lockTimeout, compose, error);
 }

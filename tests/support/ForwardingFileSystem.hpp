@@ -57,7 +57,7 @@ public:
         return inner_->removeItem(path, expected, anchorCheck, check, report, error);
     }
     bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
-                         const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+                         const AppendComposer& compose,
                          std::error_code& error) override {
         return inner_->appendUnderLock(path, permissions, lockTimeout, compose, error);
     }

@@ -594,9 +594,46 @@ bool PosixFileSystem::removeItem(const std::string& path, const Identity& expect
     return true;
 }
 
-bool PosixFileSystem::appendUnderLock(
-    const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
-    const std::function<std::optional<std::string>(std::string_view contents)>& compose, std::error_code& error) {
+namespace {
+
+// The locked file's contents, read with pread as they are asked for. The
+// first failure is kept, for the append to fail with.
+class DescriptorContents final : public LockedContents {
+public:
+    DescriptorContents(int fd, std::uint64_t size) : fd_(fd), size_(size) {}
+
+    std::uint64_t size() const override { return size_; }
+
+    std::optional<std::string> read(std::uint64_t offset, std::size_t length) const override {
+        std::string bytes(std::min<std::uint64_t>(length, size_ - std::min(offset, size_)), '\0');
+        std::size_t have = 0;
+        while (have < bytes.size()) {
+            const ssize_t got = ::pread(fd_, bytes.data() + have, bytes.size() - have, static_cast<off_t>(offset + have));
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) {
+                if (!failure_) failure_ = lastError();
+                return std::nullopt;
+            }
+            if (got == 0) break;
+            have += static_cast<std::size_t>(got);
+        }
+        bytes.resize(have);
+        return bytes;
+    }
+
+    const std::error_code& failure() const { return failure_; }
+
+private:
+    int fd_;
+    std::uint64_t size_;
+    mutable std::error_code failure_;
+};
+
+} // namespace
+
+bool PosixFileSystem::appendUnderLock(const std::string& path, std::uint32_t permissions,
+                                      std::chrono::milliseconds lockTimeout, const AppendComposer& compose,
+                                      std::error_code& error) {
     error.clear();
     if (containsNul(path)) {
         error = posix::errorOf(EINVAL);
@@ -624,25 +661,18 @@ bool PosixFileSystem::appendUnderLock(
         error = lastError();
         return false;
     }
-    std::string contents(static_cast<std::size_t>(st.st_size), '\0');
-    std::size_t have = 0;
-    while (have < contents.size()) {
-        const ssize_t got = ::pread(fd.get(), contents.data() + have, contents.size() - have, static_cast<off_t>(have));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) {
-            error = lastError();
-            return false;
-        }
-        if (got == 0) break;
-        have += static_cast<std::size_t>(got);
-    }
-    contents.resize(have);
-
+    const DescriptorContents contents(fd.get(), static_cast<std::uint64_t>(st.st_size));
     std::optional<std::string> addition = compose(contents);
-    if (!addition || addition->empty()) return true;
     // A last line that lost its line feed (a crash mid-write, an editor)
     // keeps its own line; the new text starts on the next.
-    if (!contents.empty() && contents.back() != '\n') addition->insert(addition->begin(), '\n');
+    const std::optional<std::string> lastByte =
+        contents.size() > 0 ? contents.read(contents.size() - 1, 1) : std::optional<std::string>("\n");
+    if (contents.failure()) {
+        error = contents.failure();
+        return false;
+    }
+    if (!addition || addition->empty()) return true;
+    if (lastByte && *lastByte != "\n") addition->insert(addition->begin(), '\n');
     if (!writeAll(fd.get(), *addition, error) || (::fsync(fd.get()) != 0 && (error = lastError(), true))) {
         // Half a record would break every record after it: cut back.
         if (::ftruncate(fd.get(), static_cast<off_t>(st.st_size)) == 0) ::fsync(fd.get());
