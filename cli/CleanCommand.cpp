@@ -16,10 +16,9 @@
 #include "Platform/FileSystem.hpp"
 #include "Platform/InterruptSignals.hpp"
 #include "ProgressLine.hpp"
-#include "Safety/TrashPipeline.hpp"
+#include "Removal.hpp"
 #include "Scanner/DeepScanEngine.hpp"
 #include "Support/Dates.hpp"
-#include "Support/FileURL.hpp"
 #include "Support/Json.hpp"
 
 namespace unbulk::cli {
@@ -115,8 +114,9 @@ int handleClean(const Environment& environment, const Arguments& args) {
         return 0;
     }
 
-    const TrashSummary summary = permanent ? pipeline->purgePermanently(targets, confirmed, "cli", stop)
-                                           : pipeline->trash(targets, dryRun, "cli", stop);
+    const TrashSummary summary = runRemoval(
+        {.targets = std::move(targets), .dryRun = dryRun, .permanent = permanent, .confirmed = confirmed, .stop = stop},
+        *pipeline);
 
     if (jsonOutput) {
         printJson(toJson(summary, DateEncoding::iso8601));

@@ -14,4 +14,12 @@ std::optional<std::string> optionValue(const Arguments& args, std::string_view o
     return *std::next(it);
 }
 
+std::vector<std::string> optionValues(const Arguments& args, std::string_view option) {
+    std::vector<std::string> values;
+    for (std::size_t i = 0; i + 1 < args.size(); ++i) {
+        if (args[i] == option) values.push_back(args[i + 1]);
+    }
+    return values;
+}
+
 } // namespace unbulk::cli

@@ -19,4 +19,8 @@ bool hasFlag(const Arguments& args, std::string_view flag);
 // option: it is just another unknown word.
 std::optional<std::string> optionValue(const Arguments& args, std::string_view option);
 
+// The word after every exact occurrence of the option, in order, for an
+// option that may be given more than once.
+std::vector<std::string> optionValues(const Arguments& args, std::string_view option);
+
 } // namespace unbulk::cli

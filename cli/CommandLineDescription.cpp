@@ -41,6 +41,20 @@ std::span<const CommandDescription> commandDescriptions() {
         {"rules", "", "View and manage dynamic cleanup rules", {}, {}, {}},
         {"fda", "", "Check Full Disk Access permissions or open System Settings", {{"--open"}}, {}, {}},
         {"mcp", "", "Start Model Context Protocol (MCP) server over stdio", {}, {}, {}},
+        {"review",
+         "",
+         "Go through what a scan finds and choose what goes to the Trash",
+         {{"--category", V::category}},
+         {},
+         {},
+         false},
+        {"explore",
+         "",
+         "Walk the disk usage of a directory and move entries to the Trash",
+         {{"--path", V::directory}},
+         {},
+         {},
+         false},
     };
     return commands;
 }
@@ -52,8 +66,9 @@ std::string helpText() {
                        "  unbulk <command> [options]\n"
                        "\n"
                        "COMMANDS:\n";
-    for (const auto& command : commandDescriptions())
-        text += fmt::format("  {:<13} {}\n", command.word, command.summary);
+    for (const auto& command : commandDescriptions()) {
+        if (command.listedInHelp) text += fmt::format("  {:<13} {}\n", command.word, command.summary);
+    }
     text += "\n"
             "GLOBAL FLAGS:\n"
             "  --json        Output machine-readable JSON on stdout\n"

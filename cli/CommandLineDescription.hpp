@@ -25,9 +25,12 @@ struct CommandDescription {
     std::vector<OptionDescription> options;
     std::vector<std::string_view> subcommands;
     std::vector<std::string_view> subcommandsTakingAnApplication;
+    // The help text's words are fixed: commands added after them are
+    // completed and documented, but not listed there.
+    bool listedInHelp = true;
 };
 
-// In the order of the help text.
+// In the order of the help text, the commands it does not list last.
 std::span<const CommandDescription> commandDescriptions();
 
 // The help text, built from the descriptions.

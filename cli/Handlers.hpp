@@ -38,6 +38,14 @@ int handleRules(const Environment& environment, const Arguments& args);
 // Cannot fail: whatever happens, the status is 0.
 int handleFDA(const Environment& environment, const Arguments& args);
 
+// review [--category <raw value>]...: the scan's items at the terminal, to
+// choose what goes. Off a terminal it says what to use instead, status 1.
+int handleReview(const Environment& environment, const Arguments& args);
+
+// explore [--path <dir>]: the disk usage of a directory at the terminal, a
+// level at a time. Off a terminal it says what to use instead, status 1.
+int handleExplore(const Environment& environment, const Arguments& args);
+
 // mcp: the agent server on standard input and output until input ends (every
 // word behind it is ignored).
 int handleMCP(const Environment& environment, const Arguments& args);

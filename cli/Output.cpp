@@ -31,6 +31,12 @@ void printJson(const Json& value) {
     printLine(text.empty() ? std::string_view("{}") : std::string_view(text));
 }
 
+void printStreamed(const std::function<void(const TextSink& write)>& produce) {
+    produce([](std::string_view piece) { writeAll(stdout, piece); });
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
 std::string formatDuration(double seconds) { return fmt::format("{:.2f}s", seconds); }
 
 } // namespace unbulk::cli

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
 #include "Support/JsonFwd.hpp"
+#include "Support/TextSink.hpp"
 
 namespace unbulk::cli {
 
@@ -18,6 +20,11 @@ void writeError(std::string_view text);
 // A record as the commands print it: pretty-printed with sorted keys, then a
 // line feed; "{}" stands in should the encoding come out empty.
 void printJson(const Json& value);
+
+// A text too long to hold whole (the JSON of a large space lens tree),
+// written to standard output piece by piece as `produce` makes it, then a
+// line feed, as printLine would write it whole.
+void printStreamed(const std::function<void(const TextSink& write)>& produce);
 
 // Seconds with two decimals and a trailing "s": "1.25s".
 std::string formatDuration(double seconds);

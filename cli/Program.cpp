@@ -34,6 +34,8 @@ constexpr std::array commands{
     Command{"rules", &handleRules},
     Command{"fda", &handleFDA},
     Command{"mcp", &handleMCP},
+    Command{"review", &handleReview},
+    Command{"explore", &handleExplore},
 };
 
 Handler findHandler(std::string_view word) {

@@ -1,4 +1,5 @@
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
 
 #include <fmt/format.h>
@@ -9,7 +10,7 @@
 #include "Platform/ByteCountFormatter.hpp"
 #include "Platform/CurrentDirectory.hpp"
 #include "Operations/Engines.hpp"
-#include "Support/Json.hpp"
+#include "SpaceLens/SpaceTree.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk::cli {
@@ -32,6 +33,8 @@ std::int64_t depthOf(const Arguments& args) {
     return depth;
 }
 
+constexpr std::size_t shownChildren = 10;
+
 } // namespace
 
 int handleSpaceLens(const Environment& environment, const Arguments& args) {
@@ -39,22 +42,26 @@ int handleSpaceLens(const Environment& environment, const Arguments& args) {
     // the working directory, as a file URL made of it would be.
     const std::string path = optionValue(args, "--path").value_or(environment.homeURL.path());
     const std::string absolute = paths::isAbsolute(path) ? path : paths::appending(currentDirectory(), path);
-    const SpaceNode root = [&] {
-        ProgressLine progress(!hasFlag(args, "--json"));
-        return Engines::spaceLensEngine(environment).scanDirectory(FileURL(absolute), depthOf(args), {}, progress.countingItems());
+    const bool json = hasFlag(args, "--json");
+    // The text shows the root's ten largest children and no more, so the
+    // tree keeps no more: a folder of a million files costs ten nodes.
+    const SpaceLensRetention retention =
+        json ? SpaceLensRetention{} : SpaceLensRetention{.depth = 1, .children = shownChildren};
+    const SpaceTree tree = [&] {
+        ProgressLine progress(!json);
+        return Engines::spaceLensEngine(environment)
+            .scanTree(FileURL(absolute), depthOf(args), {}, progress.countingItems(), retention);
     }();
 
-    if (hasFlag(args, "--json")) {
-        printJson(toJson(root));
+    if (json) {
+        printStreamed([&](const TextSink& write) { writeJson(tree, DateEncoding::secondsSinceReferenceDate, write); });
         return 0;
     }
     printLine("Contoura: " + path);
-    printLine("Total Size: " + formatByteCount(root.allocatedSizeBytes));
-    if (root.children) {
-        const std::size_t shown = std::min<std::size_t>(root.children->size(), 10);
-        for (std::size_t i = 0; i < shown; ++i) {
-            const SpaceNode& child = (*root.children)[i];
-            printLine(fmt::format("  \u2022 {}: {}", child.name, formatByteCount(child.allocatedSizeBytes)));
+    printLine("Total Size: " + formatByteCount(tree.root().allocatedSizeBytes));
+    if (const SpaceTree::Run* children = tree.children(tree.root())) {
+        for (const SpaceTree::Node& child : children->nodes) {
+            printLine(fmt::format("  \u2022 {}: {}", children->name(child), formatByteCount(child.allocatedSizeBytes)));
         }
     }
     return 0;

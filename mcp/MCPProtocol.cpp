@@ -1,5 +1,7 @@
 #include "mcp/MCPProtocol.hpp"
 
+#include <algorithm>
+
 #include "Support/Json.hpp"
 
 namespace unbulk {
@@ -43,7 +45,18 @@ Json toJson(const MCPCallToolParams& params) {
     return j;
 }
 
-Json toJson(const MCPToolContent& content) { return Json{{"type", content.type}, {"text", content.text}}; }
+std::string MCPToolContent::wholeText() const {
+    if (!writeText) return text;
+    std::string whole;
+    writeText([&whole](std::string_view piece) { whole += piece; });
+    return whole;
+}
+
+bool MCPCallToolResult::isStreamed() const {
+    return std::any_of(content.begin(), content.end(), [](const MCPToolContent& item) { return bool(item.writeText); });
+}
+
+Json toJson(const MCPToolContent& content) { return Json{{"type", content.type}, {"text", content.wholeText()}}; }
 
 Json toJson(const MCPCallToolResult& result) {
     Json content = Json::array();

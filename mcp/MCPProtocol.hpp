@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -7,6 +8,7 @@
 
 #include "mcp/JSONValue.hpp"
 #include "Support/JsonFwd.hpp"
+#include "Support/TextSink.hpp"
 
 // The Model Context Protocol records this server speaks, JSON-coded under
 // their field names. They are one vocabulary, so they share a file.
@@ -55,6 +57,12 @@ struct MCPCallToolParams {
 struct MCPToolContent {
     std::string type = "text";
     std::string text;
+    // In place of `text`, a text too long to hold whole (a large directory
+    // tree as JSON), made piece by piece as it is sent.
+    std::function<void(const TextSink& write)> writeText;
+
+    // `text`, or what writeText makes, gathered.
+    std::string wholeText() const;
 };
 
 struct MCPCallToolResult {
@@ -63,8 +71,14 @@ struct MCPCallToolResult {
 
     // One text item.
     static MCPCallToolResult text(std::string text, bool isError = false) {
-        return {{MCPToolContent{"text", std::move(text)}}, isError};
+        return {{MCPToolContent{"text", std::move(text), {}}}, isError};
     }
+    // One text item made as it is sent.
+    static MCPCallToolResult streamedText(std::function<void(const TextSink& write)> writeText) {
+        return {{MCPToolContent{"text", {}, std::move(writeText)}}, false};
+    }
+
+    bool isStreamed() const;
 };
 
 Json toJson(const MCPImplementationInfo& info);

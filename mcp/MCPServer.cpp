@@ -80,7 +80,44 @@ void MCPServer::callTool(const JSONRPCRequest& request) {
     } catch (const std::exception& error) {
         result = MCPCallToolResult::text(std::string("Tool execution failed: ") + error.what(), true);
     }
+    if (result.isStreamed()) {
+        if (request.id) sendStreamedResult(*request.id, result);
+        return;
+    }
     sendResult(request.id, toJson(result));
+}
+
+// The response line of a result whose text is made as it is sent, written
+// as it is made: the same bytes as sendResult would write of the whole text
+// (keys in order, the text escaped as one string), with never more than a
+// piece of it held.
+void MCPServer::sendStreamedResult(const JSONRPCId& id, const MCPCallToolResult& result) {
+    constexpr std::size_t pieceSize = 1 << 16;
+    std::string line = "{\"id\":" + json::compact(toJson(id)) + ",\"jsonrpc\":";
+    json::appendString(line, JSONRPCResponse::withResult(id, {}).jsonrpc);
+    line += ",\"result\":{\"content\":[";
+    for (std::size_t i = 0; i < result.content.size(); ++i) {
+        const MCPToolContent& item = result.content[i];
+        if (i > 0) line += ',';
+        line += "{\"text\":\"";
+        if (item.writeText) {
+            item.writeText([&](std::string_view piece) {
+                json::appendStringContent(line, piece);
+                if (line.size() < pieceSize) return;
+                output_.write(line);
+                line.clear();
+            });
+        } else {
+            json::appendStringContent(line, item.text);
+        }
+        line += "\",\"type\":";
+        json::appendString(line, item.type);
+        line += '}';
+    }
+    line += "],\"isError\":";
+    line += result.isError ? "true" : "false";
+    line += "}}\n";
+    output_.write(line);
 }
 
 // Every result travels through the dynamic value form before it is sent.

@@ -38,6 +38,7 @@ private:
     std::string readLineData();
     void sendResult(const std::optional<JSONRPCId>& id, const Json& result);
     void sendResponse(const JSONRPCResponse& response);
+    void sendStreamedResult(const JSONRPCId& id, const MCPCallToolResult& result);
     void callTool(const JSONRPCRequest& request);
 
     FileHandle& input_;

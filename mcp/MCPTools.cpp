@@ -12,6 +12,7 @@
 #include "Operations/Engines.hpp"
 #include "Platform/CurrentDirectory.hpp"
 #include "Platform/FileHandle.hpp"
+#include "SpaceLens/SpaceTree.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
@@ -133,8 +134,12 @@ MCPCallToolResult inspectDirectory(const Environment& environment, const Argumen
     // A number, truncated: 1.9 searches one level.
     const double depth = numberArgument(arguments, "depth").value_or(3);
     const int maxDepth = std::isfinite(depth) ? static_cast<int>(std::clamp(std::trunc(depth), -1e9, 1e9)) : 3;
-    return jsonResult(toJson(Engines::spaceLensEngine(environment)
-                                 .scanDirectory(fileURLWithPath(*path, *environment.fileSystem), maxDepth)));
+    // The tree is measured now, so that a missing path fails the call; its
+    // JSON is written into the response as it is sent, never held whole.
+    auto tree = std::make_shared<const SpaceTree>(Engines::spaceLensEngine(environment)
+                                                      .scanTree(fileURLWithPath(*path, *environment.fileSystem), maxDepth));
+    return MCPCallToolResult::streamedText(
+        [tree](const TextSink& write) { writeJson(*tree, DateEncoding::secondsSinceReferenceDate, write); });
 }
 
 MCPCallToolResult listApps(const Environment& environment, const Arguments& arguments) {

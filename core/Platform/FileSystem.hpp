@@ -128,6 +128,22 @@ struct WalkCallbacks {
 struct TreeMeasure;
 struct TreeMeasureOptions;
 
+// A file held under lock, as appendUnderLock shows it to the caller who
+// composes what to add: its size when the lock was taken, and any stretch
+// of it read on demand, so that whoever needs only the end of a long file
+// reads no more than that.
+class LockedContents {
+public:
+    virtual ~LockedContents() = default;
+    virtual std::uint64_t size() const = 0;
+    // The bytes from `offset` on, `length` of them at most. Nothing when the
+    // read fails; the append then fails with that error and adds nothing.
+    virtual std::optional<std::string> read(std::uint64_t offset, std::size_t length) const = 0;
+};
+
+// What to add to a locked file, given what it holds; nothing adds nothing.
+using AppendComposer = std::function<std::optional<std::string>(const LockedContents& contents)>;
+
 // A file held under an exclusive advisory lock for as long as the object
 // lives, or its process does (the lock goes with it, however it ends): a
 // record of work in progress that must survive a crash, and that no one else
@@ -207,14 +223,13 @@ public:
 
     // Appends to a log that other processes may append to as well: opens or
     // creates the file (never replacing it), holds an exclusive advisory lock
-    // on it, reads what is there, asks `compose` for the text to add (nothing
-    // to add nothing), starts a new line first when the file does not end
+    // on it, asks `compose` for the text to add (it reads what it needs of
+    // what is there), starts a new line first when the file does not end
     // with one, writes and flushes to disk. A failed write is cut back.
     // The lock is waited for at most `lockTimeout`; then the call fails
     // with std::errc::timed_out and nothing is written.
     virtual bool appendUnderLock(const std::string& path, std::uint32_t permissions,
-                                 std::chrono::milliseconds lockTimeout,
-                                 const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+                                 std::chrono::milliseconds lockTimeout, const AppendComposer& compose,
                                  PlatformError& error) = 0;
 
     // Opens `path` as a LockedFile (a new file gets `permissions`); nothing

@@ -84,6 +84,41 @@ std::vector<AuditLogEntry> decodeEntries(std::string_view contents) {
     return entries;
 }
 
+// The hash the next entry chains on: the rollingHash of the log's last
+// entry, or the genesis hash when it has none. Nothing when the log cannot be
+// read, for the append to fail with that.
+//
+// Only the end of the log is read: a clean must not cost a read and a decode
+// of every entry ever made. The lines after a line feed near the end are the
+// log's last lines exactly as a split of the whole text gives them (a line
+// feed ends a line wherever it stands, and no longer line break holds one),
+// so decoding them finds the last entry as decoding the whole log would.
+// Should they hold no entry, more is read; should anything in them be wrong
+// (a torn or foreign last line, bytes that are not UTF-8), the whole log is
+// decoded after all, to fail exactly as that does, with the line's number.
+// What is wrong further back than the end that was read (a line of garbage
+// in the middle of a long log) no longer stops a record: it is the
+// integrity check's to find, as any other tampering is.
+std::optional<std::string> lastRollingHash(const LockedContents& log) {
+    const std::uint64_t size = log.size();
+    for (std::uint64_t length = 64 * 1024; length < size; length *= 4) {
+        const std::optional<std::string> tail = log.read(size - length, static_cast<std::size_t>(length));
+        if (!tail) return std::nullopt;
+        const std::size_t lineFeed = tail->find('\n');
+        if (lineFeed == std::string::npos) continue; // inside one long last line
+        try {
+            const std::vector<AuditLogEntry> last = decodeEntries(std::string_view(*tail).substr(lineFeed + 1));
+            if (!last.empty()) return last.back().rollingHash;
+        } catch (const AuditLoggerError&) {
+            break;
+        }
+    }
+    const std::optional<std::string> whole = log.read(0, static_cast<std::size_t>(size));
+    if (!whole) return std::nullopt;
+    const std::vector<AuditLogEntry> entries = decodeEntries(*whole);
+    return entries.empty() ? std::string(AuditLogger::genesisHash) : entries.back().rollingHash;
+}
+
 } // namespace
 
 AuditLogger::AuditLogger(std::optional<FileURL> logFileURL, FileURL homeURL, std::shared_ptr<FileSystem> fileSystem,
@@ -206,10 +241,11 @@ AuditLogEntry AuditLogger::record(const Uuid& operationId, AuditOperationType op
     // on the file, so that another process appending at the same moment
     // neither loses its entry nor chains on the same one.
     std::optional<AuditLoggerError> failure;
-    const auto compose = [&](std::string_view contents) -> std::optional<std::string> {
+    const auto compose = [&](const LockedContents& contents) -> std::optional<std::string> {
         try {
-            const std::vector<AuditLogEntry> existing = decodeEntries(contents);
-            entry.previousHash = existing.empty() ? std::string(genesisHash) : existing.back().rollingHash;
+            const std::optional<std::string> previous = lastRollingHash(contents);
+            if (!previous) return std::nullopt; // unreadable: the append fails with the read's error
+            entry.previousHash = *previous;
             lastHash_ = entry.previousHash;
             entry.rollingHash =
                 computeHash(entry.previousHash, entry.timestamp, entry.operationId, rawValue(operationType),

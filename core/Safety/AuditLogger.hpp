@@ -22,12 +22,12 @@ namespace unbulk {
 // entry before it, so that changing, removing or reordering a line breaks the
 // chain (removing the last line alone goes unnoticed).
 //
-// The file is the authority: every record() reads the whole log and chains on
-// its last entry, never on what this instance remembers, so entries written
-// by another instance or process are chained correctly: the read and the
-// append happen under an advisory lock on the file, waited for at most
-// lockTimeout, so that a process that holds it forever cannot hold a
-// cleanup with it. Operations of one instance are serialised on one mutex.
+// The file is the authority: every record() reads the end of the log and
+// chains on its last entry, never on what this instance remembers, so entries
+// written by another instance or process are chained correctly: the read and
+// the append happen under an advisory lock on the file, waited for at most
+// lockTimeout, so that a process that holds it forever cannot hold a cleanup
+// with it. Operations of one instance are serialised on one mutex.
 class AuditLogger {
 public:
     // The previousHash of the first entry: 64 times "0".

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Platform/Processes.hpp"
+#include "Scanner/ScanParts.hpp"
 #include "Support/Cancellation.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
@@ -45,22 +46,32 @@ DeveloperTargets::DeveloperTargets(FileURL homeURL, std::vector<FileURL> applica
 
 std::vector<DiscoveredItem> DeveloperTargets::scan(const CategorySet& categories, const ScanProgressHandler& progress,
                                                    StopToken stop) const {
-    std::vector<DiscoveredItem> items;
-    auto run = [&](auto&& subScan) {
-        throwIfCancelled(stop);
-        append(items, subScan());
-    };
+    // The sub-scans share nothing, so they run at once; the items, the
+    // reports and a stop or failure come out as in their fixed order.
+    using Parts = ScanParts<std::vector<DiscoveredItem>>;
+    Parts parts;
     if (categories.contains(StorageCategory::developerCache)) {
-        run([&] { return scanUVCaches(progress); });
-        run([&] { return scanPackageManagerCaches(progress); });
-        run([&] { return scanHomebrewCaches(progress); });
-        run([&] { return scanGradleCaches(progress); });
-        run([&] { return scanGitWorktrees(progress, stop); });
+        parts.add([this](const ScanProgressHandler& reports, StopToken) { return scanUVCaches(reports); });
+        parts.add([this](const ScanProgressHandler& reports, StopToken) { return scanPackageManagerCaches(reports); });
+        parts.add([this](const ScanProgressHandler& reports, StopToken) { return scanHomebrewCaches(reports); });
+        parts.add([this](const ScanProgressHandler& reports, StopToken) { return scanGradleCaches(reports); });
+        parts.add([this](const ScanProgressHandler& reports, StopToken at) { return scanGitWorktrees(reports, at); });
     }
-    if (categories.contains(StorageCategory::aiModelWeights)) run([&] { return scanAIModelWeights(progress); });
-    if (categories.contains(StorageCategory::dockerVM)) run([&] { return scanDockerVMs(progress); });
-    if (categories.contains(StorageCategory::xcodeArtifacts)) run([&] { return scanXcodeArtifacts(progress); });
-    if (categories.contains(StorageCategory::strayDependencies)) run([&] { return scanStrayNodeModules(progress); });
+    if (categories.contains(StorageCategory::aiModelWeights)) {
+        parts.add([this](const ScanProgressHandler& reports, StopToken) { return scanAIModelWeights(reports); });
+    }
+    if (categories.contains(StorageCategory::dockerVM)) {
+        parts.add([this](const ScanProgressHandler& reports, StopToken) { return scanDockerVMs(reports); });
+    }
+    if (categories.contains(StorageCategory::xcodeArtifacts)) {
+        parts.add([this](const ScanProgressHandler& reports, StopToken) { return scanXcodeArtifacts(reports); });
+    }
+    if (categories.contains(StorageCategory::strayDependencies)) {
+        parts.add([this](const ScanProgressHandler& reports, StopToken) { return scanStrayNodeModules(reports); });
+    }
+    std::vector<DiscoveredItem> items;
+    for (auto& found : parts.run(progress, stop))
+        append(items, std::move(found));
     return items;
 }
 

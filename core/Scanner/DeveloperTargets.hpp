@@ -36,10 +36,11 @@ public:
                      std::shared_ptr<const RuleRegistry> ruleRegistry, ProcessRunningCheck isProcessRunning,
                      std::optional<RiskClassifier> riskClassifier = {});
 
-    // The sub-scans that serve the given categories, in their fixed order.
-    // Throws CancellationError when stop is requested before a sub-scan (or,
-    // in the git search, before a root or repository); nothing found by the
-    // call is returned then.
+    // The sub-scans that serve the given categories, in their fixed order:
+    // they run at once, and their items and progress reports come out in
+    // that order (ScanParts). Throws CancellationError when stop is
+    // requested before a sub-scan's turn (or, in the git search, before a
+    // root or repository); nothing found by the call is returned then.
     std::vector<DiscoveredItem> scan(const CategorySet& categories, const ScanProgressHandler& progress,
                                      StopToken stop = {}) const;
 

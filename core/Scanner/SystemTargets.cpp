@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "Safety/TCCIsolationHelper.hpp"
+#include "Scanner/ScanParts.hpp"
 #include "Support/Cancellation.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
@@ -62,17 +63,25 @@ SystemTargets::SystemTargets(FileURL homeURL, std::string systemRoot, std::share
 
 SystemScanOutput SystemTargets::scan(const CategorySet& categories, const ScanProgressHandler& progress,
                                      StopToken stop) const {
-    SystemScanOutput output;
-    auto run = [&](StorageCategory category, auto&& section) {
-        if (!categories.contains(category)) return;
-        throwIfCancelled(stop);
-        append(output, section());
+    // The sections share nothing, so they run at once; items, warnings,
+    // reports and a stop or failure come out as in their fixed order.
+    ScanParts<SystemScanOutput> parts;
+    auto add = [&](StorageCategory category, ScanParts<SystemScanOutput>::Part section) {
+        if (categories.contains(category)) parts.add(std::move(section));
     };
-    run(StorageCategory::systemCaches, [&] { return scanUserCaches(progress, stop); });
-    run(StorageCategory::systemLogs, [&] { return scanUserLogs(progress, stop); });
-    run(StorageCategory::crashReports, [&] { return scanCrashReports(progress, stop); });
-    run(StorageCategory::mailDownloads, [&] { return scanMailDownloads(progress); });
-    run(StorageCategory::browserCaches, [&] { return scanBrowserCaches(progress); });
+    add(StorageCategory::systemCaches,
+        [this](const ScanProgressHandler& reports, StopToken at) { return scanUserCaches(reports, at); });
+    add(StorageCategory::systemLogs,
+        [this](const ScanProgressHandler& reports, StopToken at) { return scanUserLogs(reports, at); });
+    add(StorageCategory::crashReports,
+        [this](const ScanProgressHandler& reports, StopToken at) { return scanCrashReports(reports, at); });
+    add(StorageCategory::mailDownloads,
+        [this](const ScanProgressHandler& reports, StopToken) { return scanMailDownloads(reports); });
+    add(StorageCategory::browserCaches,
+        [this](const ScanProgressHandler& reports, StopToken) { return scanBrowserCaches(reports); });
+    SystemScanOutput output;
+    for (auto& section : parts.run(progress, stop))
+        append(output, std::move(section));
     return output;
 }
 

@@ -31,7 +31,8 @@ public:
                   std::shared_ptr<const RuleRegistry> ruleRegistry = nullptr);
 
     // The sections that serve the given categories, in their fixed order:
-    // caches, logs, crash reports, Mail downloads, browser caches.
+    // caches, logs, crash reports, Mail downloads, browser caches. They run
+    // at once; what they give comes out in that order (ScanParts).
     // Throws CancellationError when stop is requested (before a section, and
     // inside the caches, logs and crash-report sections before each entry or
     // place); what was gathered by the call is dropped then.

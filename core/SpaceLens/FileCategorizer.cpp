@@ -15,13 +15,17 @@ template <std::size_t N> bool contains(const std::array<std::string_view, N>& ta
 } // namespace
 
 FileCategory categorize(const FileURL& url, const FileTypes& fileTypes) {
-    const std::string name = unicode::lowercased(url.lastComponent());
+    return categorize(url.lastComponent(), fileTypes);
+}
+
+FileCategory categorize(std::string_view fileName, const FileTypes& fileTypes) {
+    const std::string name = unicode::lowercased(fileName);
     for (const char* special : {"package.swift", "cargo.toml", "package.json", "dockerfile", "makefile", "gemfile"}) {
         if (name == special) return FileCategory::developerArtifacts;
     }
     if (name.ends_with(".deriveddata") || name.ends_with(".appiconset")) return FileCategory::developerArtifacts;
 
-    const std::string extension = unicode::lowercased(paths::pathExtension(url.path()));
+    const std::string extension = unicode::lowercased(paths::pathExtension(fileName));
     if (contains(archiveExtensions, extension)) return FileCategory::archives;
     if (contains(diskImageExtensions, extension)) return FileCategory::diskImages;
     if (contains(developerExtensions, extension)) return FileCategory::developerArtifacts;

@@ -1,10 +1,14 @@
 #include "SpaceLens/SpaceLensEngine.hpp"
 
 #include <algorithm>
+#include <array>
+#include <span>
 #include <chrono>
+#include <atomic>
 #include <mutex>
 
-#include <tbb/task_group.h>
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 
 #include "SpaceLens/FileCategorizer.hpp"
 #include "Support/CheckedMath.hpp"
@@ -16,33 +20,35 @@ namespace unbulk {
 SpaceLensEngine::SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<FileTypes> fileTypes)
     : fileSystem_(std::move(fileSystem)), fileTypes_(std::move(fileTypes)) {}
 
-SpaceNode SpaceLensEngine::scanDirectory(const FileURL& url, std::int64_t maxDepth, StopToken stop,
-                                         const ItemProgress& progress) const {
-    return buildNode(url, 0, maxDepth, stop, progress, nullptr);
+namespace {
+
+// What a file that is not a directory weighs: its own bytes when it is a
+// regular file, nothing otherwise, and one item either way.
+SpaceLensEngine::Measure entryMeasure(const FileStatus& status) {
+    const bool regular = status.kind == FileKind::regular;
+    return {regular ? status.allocatedSize : 0, regular ? status.size : 0, 1};
 }
 
+} // namespace
+
 SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& path) const {
-    Measure measure;
     // Every name of a file counts, with its bytes (no inode set here).
     const ItemTree item = measureItemTree(*fileSystem_, path, LinkAtItem::asLink,
                                           {.status = WalkStatus::regularFiles, .descendIntoPackages = false});
-    if (!item.exists()) return measure;
-    if (!item.tree) {
-        const bool regular = item.own->kind == FileKind::regular;
-        measure.allocated = regular ? item.own->allocatedSize : 0;
-        measure.logical = regular ? item.own->size : 0;
-        measure.count = 1;
-        return measure;
-    }
-    measure.count = std::max<std::int64_t>(item.tree->files.count, 1);
-    measure.allocated = item.tree->files.allocatedBytes;
-    measure.logical = item.tree->files.logicalBytes;
-    return measure;
+    if (!item.exists()) return {};
+    if (!item.tree) return entryMeasure(*item.own);
+    const TreeMeasure& tree = *item.tree;
+    return {tree.files.allocatedBytes, tree.files.logicalBytes, std::max<std::int64_t>(tree.files.count, 1)};
 }
+
+namespace {
+
+using Node = SpaceTree::Node;
+using Run = SpaceTree::Run;
 
 // The directories open above a node, innermost first, for telling a link
 // that leads back into its own tree.
-struct SpaceLensEngine::Ancestor {
+struct Ancestor {
     Identity identity;
     const Ancestor* parent = nullptr;
 
@@ -54,107 +60,367 @@ struct SpaceLensEngine::Ancestor {
     }
 };
 
-SpaceNode SpaceLensEngine::buildNode(const FileURL& url, std::int64_t currentDepth, std::int64_t maxDepth,
-                                     StopToken stop, const ItemProgress& progress, const Ancestor* ancestors) const {
-    // Whether something is there, and whether it is a directory, is asked
-    // following links, so a link to a directory opens as that directory and
-    // a dangling link is nothing (and left out by its parent). What is read
-    // about the entry itself (dates, a leaf's sizes, being a package) is the
-    // link's own.
+struct Totals {
+    std::int64_t allocated = 0;
+    std::int64_t logical = 0;
+    std::int64_t count = 0;
+
+    void add(std::int64_t moreAllocated, std::int64_t moreLogical, std::int64_t moreCount) {
+        allocated = checkedAdd(allocated, moreAllocated);
+        logical = checkedAdd(logical, moreLogical);
+        count = checkedAdd(count, moreCount);
+    }
+    void add(const Node& node) { add(node.allocatedSizeBytes, node.logicalSizeBytes, node.itemCount); }
+};
+
+// A node dated by its own lstat (a link's own, never its target's).
+Node datedNode(const FileStatus& own) {
+    Node node;
+    node.hasDates = true;
+    node.lastAccessedDate = own.accessDate;
+    node.lastModifiedDate = own.modificationDate;
+    return node;
+}
+
+// A leaf as its own lstat describes it: a file's bytes, a link's own.
+Node leafOf(const FileStatus& own) {
+    Node node = datedNode(own);
+    if (own.kind == FileKind::regular || own.kind == FileKind::symbolicLink) {
+        node.allocatedSizeBytes = own.allocatedSize;
+        node.logicalSizeBytes = own.size;
+    }
+    node.itemCount = 1;
+    return node;
+}
+
+// The children a directory keeps, as they finish, each with the ticket of
+// its finishing. In the end: largest first, the first finished first among
+// equals. Keeping a few keeps only the best so far.
+class Children {
+public:
+    explicit Children(std::size_t limit) : limit_(limit) {}
+
+    void add(const Node& child, std::uint32_t ticket) {
+        if (limit_ == 0) return;
+        const Rank rank{child.allocatedSizeBytes, ticket};
+        if (limit_ != SIZE_MAX) {
+            if (kept_.size() == limit_ && !(rank < ranks_.back())) return;
+            const auto at = std::upper_bound(ranks_.begin(), ranks_.end(), rank);
+            kept_.insert(kept_.begin() + (at - ranks_.begin()), child);
+            ranks_.insert(at, rank);
+            if (kept_.size() > limit_) {
+                kept_.pop_back();
+                ranks_.pop_back();
+            }
+            return;
+        }
+        kept_.push_back(child);
+        ranks_.push_back(rank);
+    }
+
+    std::vector<Node>& nodes() { return kept_; }
+
+    // Puts the nodes in their final order. A folder of a million files is
+    // sorted through a permutation applied in place, cycle by cycle, so
+    // that its nodes are held once, not twice.
+    void sort() {
+        std::vector<std::uint32_t> order(kept_.size());
+        for (std::uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+        std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) { return ranks_[a] < ranks_[b]; });
+        ranks_.clear();
+        ranks_.shrink_to_fit();
+        for (std::size_t start = 0; start < order.size(); ++start) {
+            if (order[start] == start) continue;
+            const Node held = kept_[start];
+            std::size_t at = start;
+            for (;;) {
+                const std::size_t from = order[at];
+                order[at] = static_cast<std::uint32_t>(at);
+                if (from == start) {
+                    kept_[at] = held;
+                    break;
+                }
+                kept_[at] = kept_[from];
+                at = from;
+            }
+        }
+    }
+
+private:
+    struct Rank {
+        std::int64_t allocated;
+        std::uint32_t ticket;
+        bool operator<(const Rank& other) const {
+            return allocated != other.allocated ? allocated > other.allocated : ticket < other.ticket;
+        }
+    };
+
+    std::size_t limit_;
+    std::vector<Node> kept_;
+    std::vector<Rank> ranks_;
+};
+
+// One scan: the nodes as they are measured, and the runs of children that
+// the kept directories hand in as they finish.
+class TreeBuilder {
+public:
+    TreeBuilder(const SpaceLensEngine& engine, const FileSystem& fileSystem, const FileTypes& fileTypes,
+                std::int64_t maxDepth, SpaceLensRetention retention, StopToken stop, const ItemProgress& progress)
+        : engine_(engine), fileSystem_(fileSystem), fileTypes_(fileTypes), maxDepth_(maxDepth),
+          retention_(retention), stop_(std::move(stop)), progress_(progress) {}
+
+    // The node of `path` at `depth`; nothing when nothing is there (a
+    // dangling link among them). `own` is its lstat when the listing that
+    // found it has made one already.
+    std::optional<Node> build(const std::string& path, std::int64_t depth, const Ancestor* ancestors,
+                              std::optional<FileStatus> own = std::nullopt);
+
+    std::vector<Run> takeRuns() { return std::move(runs_); }
+
+private:
+    bool openChildren(const std::string& path, std::int64_t depth, const Ancestor& here, Node& node);
+    bool measureCutOff(const std::string& path, Node& node);
+    std::uint32_t keep(Run run) {
+        std::lock_guard lock(runsMutex_);
+        runs_.push_back(std::move(run));
+        return static_cast<std::uint32_t>(runs_.size() - 1);
+    }
+    void assignIds(std::vector<Node>& nodes) const;
+
+    const SpaceLensEngine& engine_;
+    const FileSystem& fileSystem_;
+    const FileTypes& fileTypes_;
+    const std::int64_t maxDepth_;
+    const SpaceLensRetention retention_;
+    const StopToken stop_;
+    const ItemProgress& progress_;
+    std::mutex runsMutex_;
+    std::vector<Run> runs_;
+};
+
+std::optional<Node> TreeBuilder::build(const std::string& path, std::int64_t depth, const Ancestor* ancestors,
+                                       std::optional<FileStatus> own) {
+    // What is read about the entry itself (dates, a leaf's sizes, being a
+    // package) is its own lstat. Whether it is a directory is asked following
+    // links, so a link to a directory opens as that directory and a dangling
+    // link is nothing (and left out by its parent); for anything but a link
+    // the two answers are one.
     PlatformError error;
-    const auto followed = fileSystem_->status(url.path(), error);
-    if (!followed) throw NoSuchFileError(url.path());
-    const auto own = fileSystem_->linkStatus(url.path(), error);
-    const bool isLink = own && own->kind == FileKind::symbolicLink;
+    if (!own) own = fileSystem_.linkStatus(path, error);
+    if (!own) return std::nullopt;
+    const bool isLink = own->kind == FileKind::symbolicLink;
+    const auto followed = isLink ? fileSystem_.status(path, error) : own;
+    if (!followed) return std::nullopt;
     // A link back to a directory that is open above it would open the same
     // tree again at every level: it stays a leaf of its own size.
     const bool loops = isLink && ancestors != nullptr && ancestors->contains(followed->identity());
     const bool isDirectory = followed->kind == FileKind::directory && !loops;
-    const bool isPackage = isDirectory && !isLink && fileSystem_->isPackage(url.path());
+    const bool isPackage = isDirectory && !isLink && fileSystem_.isPackage(path);
 
-    SpaceNode node = SpaceNode::make(FileURL(url.path(), isDirectory), isDirectory);
-    if (own) {
-        node.lastAccessedDate = own->accessDate;
-        node.lastModifiedDate = own->modificationDate;
-    }
-
-    if (!isDirectory || (isPackage && currentDepth > 0)) {
+    if (!isDirectory || (isPackage && depth > 0)) {
+        Node node = leafOf(*own);
+        node.isDirectory = isDirectory;
         if (isPackage) {
-            const Measure measure = recursiveMeasure(url.path());
+            const SpaceLensEngine::Measure measure = engine_.recursiveMeasure(path);
             node.allocatedSizeBytes = measure.allocated;
             node.logicalSizeBytes = measure.logical;
-        } else if (own && (own->kind == FileKind::regular || own->kind == FileKind::symbolicLink)) {
-            node.allocatedSizeBytes = own->allocatedSize;
-            node.logicalSizeBytes = own->size;
         }
-        node.itemCount = 1;
-        node.fileCategory = FileCategorizer::categorize(node.url, *fileTypes_);
-        if (progress) progress(url.path(), node.allocatedSizeBytes);
+        node.fileCategory = FileCategorizer::categorize(paths::lastComponent(path), fileTypes_);
+        if (progress_) progress_(path, node.allocatedSizeBytes);
         return node;
     }
+
+    Node node = datedNode(*own);
+    node.isDirectory = true;
     const Ancestor here{followed->identity(), ancestors};
-
-    const auto entries = fileSystem_->contentsOfDirectory(url.path(), {.skipHiddenFiles = true}, error);
-    if (error) {
-        node.children = std::vector<SpaceNode>{};
+    const bool listed = depth < maxDepth_ ? openChildren(path, depth, here, node) : measureCutOff(path, node);
+    if (!listed) {
+        // Unreadable: no sizes, no items, and an empty children array
+        // whatever the depth.
+        node.allocatedSizeBytes = 0;
+        node.logicalSizeBytes = 0;
+        node.itemCount = 0;
+        if (depth < retention_.depth) node.children = keep(Run{});
         return node;
     }
+    node.itemCount = std::max<std::int64_t>(node.itemCount, 1);
+    return node;
+}
 
-    std::int64_t allocated = 0, logical = 0, count = 0;
-    if (currentDepth < maxDepth) {
-        // One task per entry; children are gathered as they finish, and the
-        // sort below keeps that order among equals.
-        std::vector<SpaceNode> children;
-        std::mutex gathered;
-        bool cancelled = false;
-        tbb::task_group group;
-        for (const auto& entry : entries) {
-            group.run([&, childURL = FileURL(paths::appending(url.path(), entry.name))] {
-                if (stop.stopRequested()) {
-                    std::lock_guard lock(gathered);
-                    cancelled = true;
-                    return;
-                }
-                try {
-                    SpaceNode child = buildNode(childURL, currentDepth + 1, maxDepth, stop, progress, &here);
-                    std::lock_guard lock(gathered);
-                    children.push_back(std::move(child));
-                } catch (const NoSuchFileError&) {
-                    // Vanished since the listing, or a dangling link: left out.
-                } catch (const CancellationError&) {
-                    std::lock_guard lock(gathered);
-                    cancelled = true;
-                }
-            });
+// The directory is read once, each entry examined relative to it as it is
+// read: a file is a leaf there and then, and only directories and links are
+// built further, in parallel, each first looking for a stop. False when the
+// directory cannot be read.
+bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, const Ancestor& here, Node& node) {
+    const bool keepsChildren = depth < retention_.depth;
+    Children children(keepsChildren ? retention_.children : 0);
+    Totals totals;
+    std::string names; // every name listed, in the order listed
+    struct Pending {
+        std::uint64_t nameOffset;
+        std::uint32_t nameLength;
+        FileStatus own;
+    };
+    std::vector<Pending> pending; // directories and links, built below
+    std::uint32_t finished = 0;
+    bool readable = true;
+    bool cancelled = false;
+    WalkCallbacks callbacks;
+    callbacks.visit = [&](const WalkEntry& entry) {
+        if (!readable) return WalkAction::stop;
+        if (stop_.stopRequested()) {
+            cancelled = true;
+            return WalkAction::stop;
         }
-        group.wait();
-        // The tasks are done; what they gathered is read under their lock all the same.
-        std::lock_guard lock(gathered);
-        if (cancelled) throw CancellationError{};
-        std::stable_sort(children.begin(), children.end(), [](const SpaceNode& a, const SpaceNode& b) {
-            return a.allocatedSizeBytes > b.allocatedSizeBytes;
-        });
-        for (const auto& child : children) {
-            allocated = checkedAdd(allocated, child.allocatedSizeBytes);
-            logical = checkedAdd(logical, child.logicalSizeBytes);
-            count = checkedAdd(count, child.itemCount);
+        const std::uint64_t offset = names.size();
+        names += entry.name;
+        const auto length = static_cast<std::uint32_t>(entry.name.size());
+        if (entry.kind == FileKind::directory || entry.kind == FileKind::symbolicLink) {
+            pending.push_back({offset, length, *entry.status});
+            return WalkAction::skipDescendants;
         }
-        node.children = std::move(children);
+        Node leaf = leafOf(*entry.status);
+        leaf.nameOffset = offset;
+        leaf.nameLength = length;
+        totals.add(leaf);
+        children.add(leaf, ++finished);
+        if (progress_) progress_(entry.path, leaf.allocatedSizeBytes);
+        return WalkAction::skipDescendants;
+    };
+    // With every entry's descendants skipped, a directory that fails is this one.
+    callbacks.onError = [&](const std::string&, std::error_code, WalkFailure failure) {
+        if (failure == WalkFailure::directory) readable = false;
+    };
+    fileSystem_.walk(path, {.status = WalkStatus::all, .skipHiddenFiles = true}, callbacks);
+    if (cancelled) throw CancellationError{};
+    if (!readable) return false;
+
+    std::mutex mutex; // for what the parallel builds hand in
+    std::atomic<bool> stopped{false};
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, pending.size()), [&](const tbb::blocked_range<std::size_t>& range) {
+        for (std::size_t i = range.begin(); i != range.end(); ++i) {
+            if (stop_.stopRequested()) {
+                stopped = true;
+                return;
+            }
+            std::string childPath = path;
+            if (childPath.empty() || childPath.back() != '/') childPath += '/';
+            childPath.append(names, pending[i].nameOffset, pending[i].nameLength);
+            std::optional<Node> child;
+            try {
+                child = build(childPath, depth + 1, &here, pending[i].own);
+            } catch (const CancellationError&) {
+                stopped = true;
+                return;
+            }
+            if (!child) continue; // vanished since the listing, or a dangling link
+            child->nameOffset = pending[i].nameOffset;
+            child->nameLength = pending[i].nameLength;
+            std::lock_guard lock(mutex);
+            totals.add(*child);
+            children.add(*child, ++finished);
+        }
+    });
+    if (stopped) throw CancellationError{};
+
+    node.allocatedSizeBytes = totals.allocated;
+    node.logicalSizeBytes = totals.logical;
+    node.itemCount = totals.count;
+    if (!keepsChildren) return true;
+
+    Run run;
+    children.sort();
+    run.nodes = std::move(children.nodes());
+    if (retention_.children == SIZE_MAX) {
+        run.names = std::move(names);
     } else {
-        for (const auto& entry : entries) {
-            throwIfCancelled(stop);
-            const std::string entryPath = paths::appending(url.path(), entry.name);
-            const Measure measure = recursiveMeasure(entryPath);
-            if (progress) progress(entryPath, measure.allocated);
-            allocated = checkedAdd(allocated, measure.allocated);
-            logical = checkedAdd(logical, measure.logical);
-            count = checkedAdd(count, measure.count);
+        // A few kept of many: their names alone.
+        for (Node& child : run.nodes) {
+            const std::uint64_t offset = run.names.size();
+            run.names.append(names, child.nameOffset, child.nameLength);
+            child.nameOffset = offset;
         }
     }
-    node.allocatedSizeBytes = allocated;
-    node.logicalSizeBytes = logical;
-    node.itemCount = std::max<std::int64_t>(count, 1);
-    return node;
+    // Files got no class as they were listed: only those kept need one.
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, run.nodes.size()), [&](const tbb::blocked_range<std::size_t>& range) {
+        for (std::size_t i = range.begin(); i != range.end(); ++i) {
+            Node& child = run.nodes[i];
+            if (!child.isDirectory && !child.fileCategory) {
+                child.fileCategory = FileCategorizer::categorize(run.name(child), fileTypes_);
+            }
+        }
+    });
+    assignIds(run.nodes);
+    node.children = keep(std::move(run));
+    return true;
+}
+
+// At the depth limit: no nodes, every entry measured whole. False when the
+// directory cannot be read.
+bool TreeBuilder::measureCutOff(const std::string& path, Node& node) {
+    Totals totals;
+    std::vector<std::string> directories;
+    bool readable = true;
+    bool cancelled = false;
+    WalkCallbacks callbacks;
+    callbacks.visit = [&](const WalkEntry& entry) {
+        if (!readable) return WalkAction::stop;
+        if (stop_.stopRequested()) {
+            cancelled = true;
+            return WalkAction::stop;
+        }
+        if (entry.kind == FileKind::directory) {
+            directories.push_back(entry.path);
+        } else {
+            const SpaceLensEngine::Measure measure = entryMeasure(*entry.status);
+            totals.add(measure.allocated, measure.logical, measure.count);
+            if (progress_) progress_(entry.path, measure.allocated);
+        }
+        return WalkAction::skipDescendants;
+    };
+    callbacks.onError = [&](const std::string&, std::error_code, WalkFailure failure) {
+        if (failure == WalkFailure::directory) readable = false;
+    };
+    fileSystem_.walk(path, {.status = WalkStatus::all, .skipHiddenFiles = true}, callbacks);
+    if (cancelled) throw CancellationError{};
+    if (!readable) return false;
+    for (const std::string& directory : directories) {
+        throwIfCancelled(stop_);
+        const SpaceLensEngine::Measure measure = engine_.recursiveMeasure(directory);
+        totals.add(measure.allocated, measure.logical, measure.count);
+        if (progress_) progress_(directory, measure.allocated);
+    }
+    node.allocatedSizeBytes = totals.allocated;
+    node.logicalSizeBytes = totals.logical;
+    node.itemCount = totals.count;
+    return true;
+}
+
+// Ids come in batches: one read of the system's random source per node
+// would cost more than the rest of a scan of a folder of small files.
+void TreeBuilder::assignIds(std::vector<Node>& nodes) const {
+    std::array<Uuid, 512> batch;
+    for (std::size_t start = 0; start < nodes.size(); start += batch.size()) {
+        const std::size_t count = std::min(batch.size(), nodes.size() - start);
+        Uuid::fillRandom(std::span(batch.data(), count));
+        for (std::size_t i = 0; i < count; ++i) nodes[start + i].id = batch[i];
+    }
+}
+
+} // namespace
+
+SpaceNode SpaceLensEngine::scanDirectory(const FileURL& url, std::int64_t maxDepth, StopToken stop,
+                                         const ItemProgress& progress) const {
+    return scanTree(url, maxDepth, std::move(stop), progress).toSpaceNode();
+}
+
+SpaceTree SpaceLensEngine::scanTree(const FileURL& url, std::int64_t maxDepth, StopToken stop,
+                                    const ItemProgress& progress, SpaceLensRetention retention) const {
+    TreeBuilder builder(*this, *fileSystem_, *fileTypes_, maxDepth, retention, std::move(stop), progress);
+    std::optional<Node> root = builder.build(url.path(), 0, nullptr);
+    if (!root) throw NoSuchFileError(url.path());
+    root->id = Uuid::random();
+    return SpaceTree(url.path(), *root, builder.takeRuns());
 }
 
 std::vector<SpaceNode> SpaceLensEngine::filter(const SpaceNode& root, std::optional<std::int64_t> minSize,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "Models/SpaceNode.hpp"
+#include "SpaceLens/SpaceTree.hpp"
 #include "Platform/FileSystem.hpp"
 #include "Platform/FileTypes.hpp"
 #include "Support/Cancellation.hpp"
@@ -16,11 +18,22 @@
 
 namespace unbulk {
 
+// What a space lens tree keeps of what it measures: the nodes down to
+// `depth` levels below the root, and in each opened directory the `children`
+// largest (the first finished among equals). Whatever is not kept is
+// measured all the same and counts in the sizes above it; a kept directory
+// whose children are not kept shows none.
+struct SpaceLensRetention {
+    std::int64_t depth = INT64_MAX;
+    std::size_t children = SIZE_MAX;
+};
+
 // Measures a directory as a tree for disk-usage analysis: nodes down to a
 // depth limit, sizes rolled up from the leaves, children largest first,
 // every leaf classified. Below the limit it builds no nodes but still
 // measures everything, so the sizes at the visible level are true. Each
-// opened directory measures its entries in parallel. Hard links count every
+// opened directory is read once, its files examined as they are read and
+// its subdirectories and links built in parallel. Hard links count every
 // time they are met. At the opened levels a symbolic link to a directory
 // opens as that directory and a dangling one is left out; below them, in the
 // recursive measure, links are not followed.
@@ -33,6 +46,11 @@ public:
     // leaf and every measured entry below the opened levels.
     SpaceNode scanDirectory(const FileURL& url, std::int64_t maxDepth, StopToken stop = {},
                             const ItemProgress& progress = {}) const;
+
+    // The same tree in compact form, of which scanDirectory gives the record;
+    // with a retention, only what it keeps.
+    SpaceTree scanTree(const FileURL& url, std::int64_t maxDepth, StopToken stop = {},
+                       const ItemProgress& progress = {}, SpaceLensRetention retention = {}) const;
 
     // Files, package leaves and directories cut off by depth (never an opened
     // directory) that are at least `minSize` (allocated or logical), whose
@@ -53,10 +71,6 @@ public:
     Measure recursiveMeasure(const std::string& path) const;
 
 private:
-    struct Ancestor;
-    SpaceNode buildNode(const FileURL& url, std::int64_t currentDepth, std::int64_t maxDepth, StopToken stop,
-                        const ItemProgress& progress, const Ancestor* ancestors) const;
-
     std::shared_ptr<FileSystem> fileSystem_;
     std::shared_ptr<FileTypes> fileTypes_;
 };

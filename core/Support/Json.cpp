@@ -1,5 +1,8 @@
 #include "Support/Json.hpp"
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <stdexcept>
 
 #include <fmt/format.h>
@@ -18,11 +21,22 @@ namespace {
 // Outside strings: a whole floating-point number is written without its
 // fraction ("60", not "60.0"), as the platform's encoder writes a Double.
 // Readers see the same value either way.
-std::string escaped(const std::string& text) {
-    std::string out;
-    out.reserve(text.size() + text.size() / 8);
-    bool inString = false;
+//
+// Appends `text` so brought to `out`. `inString` says where `text` starts,
+// inside a string's quotes or outside them; the answer says where it ends.
+bool appendEncoded(std::string& out, std::string_view text, bool inString) {
+    // Inside a string, the bytes that may need more than a copy.
+    const auto mayChange = [](unsigned char byte) {
+        return byte == '\\' || byte == '"' || byte == '/' || byte == 0x7F || byte == 0xC2 || byte == 0xE2;
+    };
     for (std::size_t i = 0; i < text.size(); ++i) {
+        if (inString) {
+            std::size_t end = i;
+            while (end < text.size() && !mayChange(static_cast<unsigned char>(text[end]))) ++end;
+            out.append(text.substr(i, end - i));
+            if (end == text.size()) break;
+            i = end;
+        }
         const auto byte = static_cast<unsigned char>(text[i]);
         const auto next = [&](std::size_t k) {
             return i + k < text.size() ? static_cast<unsigned char>(text[i + k]) : 0u;
@@ -59,7 +73,20 @@ std::string escaped(const std::string& text) {
             out += text[i];
         }
     }
+    return inString;
+}
+
+std::string escaped(const std::string& text) {
+    std::string out;
+    out.reserve(text.size() + text.size() / 8);
+    appendEncoded(out, text, false);
     return out;
+}
+
+// Text the JSON writer copies into a string as it stands: printable ASCII
+// but for the quote and the backslash, which it escapes.
+bool isPlain(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; });
 }
 
 } // namespace
@@ -88,5 +115,35 @@ Json parse(std::string_view text) {
 std::string pretty(const Json& value) { return escaped(value.dump(2, ' ', false, Json::error_handler_t::replace)); }
 
 std::string compact(const Json& value) { return escaped(value.dump(-1, ' ', false, Json::error_handler_t::replace)); }
+
+void appendStringContent(std::string& out, std::string_view text) {
+    if (isPlain(text)) {
+        appendEncoded(out, text, true);
+        return;
+    }
+    // Everything else as the writer makes it of a whole string, quotes taken off.
+    const std::string literal = escaped(Json(std::string(text)).dump(-1, ' ', false, Json::error_handler_t::replace));
+    out.append(literal, 1, literal.size() - 2);
+}
+
+void appendString(std::string& out, std::string_view text) {
+    out += '"';
+    appendStringContent(out, text);
+    out += '"';
+}
+
+void appendNumber(std::string& out, double value) {
+    // The writer's own shortest form of a Double, which dump() uses too, and
+    // null where JSON has no number.
+    if (!std::isfinite(value)) {
+        out += "null";
+        return;
+    }
+    std::array<char, 64> digits{};
+    const char* end = nlohmann::detail::to_chars(digits.data(), digits.data() + digits.size(), value);
+    appendEncoded(out, std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data())), false);
+}
+
+void appendNumber(std::string& out, std::int64_t value) { out += fmt::format_int(value).c_str(); }
 
 } // namespace unbulk::json

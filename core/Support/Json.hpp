@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -46,6 +47,16 @@ std::string pretty(const Json& value);
 
 // One line, sorted keys: MCP messages and audit lines.
 std::string compact(const Json& value);
+
+// The pieces of a document written one after the other, without a document
+// in memory, in the same encoding as the two writers above. A string's
+// content must be whole characters: a text cut anywhere else could come out
+// otherwise than in one piece.
+void appendString(std::string& out, std::string_view text);   // with its quotes
+void appendStringContent(std::string& out, std::string_view text); // without them
+void appendNumber(std::string& out, double value);       // as a Double is written
+void appendNumber(std::string& out, std::int64_t value);
+
 
 // Writes the key only when the optional holds a value; an absent optional
 // never becomes null.

@@ -1,5 +1,9 @@
 #include "Support/Uuid.hpp"
 
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
 #include <uuid/uuid.h>
 
 namespace unbulk {
@@ -10,6 +14,17 @@ Uuid Uuid::random() {
     uuid_generate_random(raw);
     for (std::size_t i = 0; i < 16; ++i) out.bytes_[i] = raw[i];
     return out;
+}
+
+void Uuid::fillRandom(std::span<Uuid> uuids) {
+    std::vector<std::uint8_t> bytes(uuids.size() * 16);
+    ::arc4random_buf(bytes.data(), bytes.size());
+    for (std::size_t n = 0; n < uuids.size(); ++n) {
+        std::array<std::uint8_t, 16>& out = uuids[n].bytes_;
+        std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(n * 16), 16, out.begin());
+        out[6] = static_cast<std::uint8_t>((out[6] & 0x0F) | 0x40); // version 4
+        out[8] = static_cast<std::uint8_t>((out[8] & 0x3F) | 0x80); // the variant of RFC 4122
+    }
 }
 
 std::optional<Uuid> Uuid::parse(std::string_view text) {

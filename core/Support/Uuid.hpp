@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,9 @@ class Uuid {
 public:
     Uuid() = default;
     static Uuid random();
+    // As many random UUIDs as `uuids` holds, from one read of the system's
+    // random source rather than one each: for the million nodes of a tree.
+    static void fillRandom(std::span<Uuid> uuids);
     static std::optional<Uuid> parse(std::string_view text); // either case
 
     std::string string() const;

@@ -11,6 +11,7 @@ class Unbulk < Formula
   depends_on "ninja" => :build
   depends_on "nlohmann-json" => :build
   depends_on "pkg-config" => :build
+  depends_on "tmux" => :build # the tests of review and explore run them in a tmux window
   depends_on :macos
   depends_on "fmt"
   depends_on "libplist"

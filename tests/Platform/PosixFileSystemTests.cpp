@@ -178,7 +178,7 @@ TEST_F(PosixFileSystemTest, WritesGiveTheExactModeWhateverTheUmask) {
     EXPECT_EQ(std::distance(stdfs::directory_iterator(dir), {}), 2) << "a temporary file was left";
 
     ASSERT_TRUE(fs.appendUnderLock(
-        log, 0640, std::chrono::seconds(1), [](std::string_view) { return std::string("one\n"); }, error));
+        log, 0640, std::chrono::seconds(1), [](const LockedContents&) { return std::string("one\n"); }, error));
     EXPECT_EQ(modeOf(log), stdfs::perms{0640});
     // Only regular files are read: a FIFO would block for ever, a directory is EISDIR.
     ASSERT_EQ(::mkfifo((dir + "/fifo").c_str(), 0600), 0);

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "support/FaultyFileSystem.hpp"
+#include "support/ForwardingFileSystem.hpp"
 #include "support/Files.hpp"
 #include "support/TempHome.hpp"
 
@@ -214,6 +215,121 @@ TEST(AuditLoggerTest, LineBreakingCharactersAreEscapedAndForeignBytesKeptLossles
     EXPECT_EQ(entries[0].paths, (std::vector<std::string>{separators, "bytes:/h/caf%E9 100%25"}));
     EXPECT_TRUE(f.logger.verifyIntegrity().isValid);
     EXPECT_EQ(AuditLogger::recordedPath("bytes:/x"), "bytes:bytes:/x") << "the marker itself is escaped";
+}
+
+// Counts the bytes that an append reads of the file it holds.
+class CountingReads final : public testing::ForwardingFileSystem {
+public:
+    std::uint64_t bytesRead = 0;
+
+    bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
+                         const AppendComposer& compose, PlatformError& error) override {
+        return ForwardingFileSystem::appendUnderLock(
+            path, permissions, lockTimeout,
+            [&](const LockedContents& contents) {
+                struct Counted final : LockedContents {
+                    const LockedContents& inner;
+                    std::uint64_t& count;
+                    Counted(const LockedContents& in, std::uint64_t& total) : inner(in), count(total) {}
+                    std::uint64_t size() const override { return inner.size(); }
+                    std::optional<std::string> read(std::uint64_t offset, std::size_t length) const override {
+                        auto bytes = inner.read(offset, length);
+                        if (bytes) count += bytes->size();
+                        return bytes;
+                    }
+                } counted(contents, bytesRead);
+                return compose(counted);
+            },
+            error);
+    }
+};
+
+// A long log: many copies of one entry, so that its end is far from its start.
+struct LongLog {
+    Fixture f;
+    std::string first, last, body, lastHash;
+
+    LongLog() {
+        f.recordOne(1);
+        lastHash = f.recordOne(2).rollingHash;
+        first = f.lines()[0];
+        last = f.lines()[1];
+        for (int i = 0; i < 2000; ++i) body += first + "\n";
+    }
+    // What chaining on the whole log gives: the hash, or the error's text.
+    std::string wholeLogAnswer() {
+        try {
+            const auto entries = f.logger.readEntries();
+            return entries.empty() ? zeros : entries.back().rollingHash;
+        } catch (const AuditLoggerError& error) {
+            return error.what();
+        }
+    }
+    std::string recordAnswer() {
+        try {
+            return f.recordOne().previousHash;
+        } catch (const AuditLoggerError& error) {
+            return error.what();
+        }
+    }
+};
+
+// Reading only the end of a long log, an append chains on the entry, or
+// fails with the error, that decoding the whole log gives, whatever state
+// the end of the log is in.
+TEST(AuditLoggerTest, TheEndOfALongLogGivesWhatTheWholeLogGives) {
+    LongLog log;
+    std::string manyPaths = log.last;
+    const std::string longPath = "\"" + std::string(300, 'p') + "\",";
+    std::string paths;
+    for (int i = 0; i < 1000; ++i) paths += longPath;
+    manyPaths.insert(manyPaths.find("\"paths\":[") + 9, paths); // a last line far longer than what is read first
+    const std::vector<std::pair<std::string, std::string>> ends{
+        {"as written", log.last + "\n"},
+        {"no final line feed", log.last},
+        {"a torn last line", log.last.substr(0, 40)},
+        {"blank and white lines after it", log.last + "\n \t\n\r\n\n"},
+        {"far more blank lines than are read first", log.last + std::string(300'000, '\n')},
+        {"a garbage last line", log.last + "\ngarbage\n"},
+        {"bytes behind a NUL", log.last + std::string(1, '\0') + "junk\n"},
+        {"not UTF-8", log.last + "\n\xFF\n"},
+        {"entries parted by LINE SEPARATOR", log.first + "\xE2\x80\xA8" + log.last + "\n"},
+        {"a CR ending", log.last + "\r"},
+        {"a last line longer than what is read first", manyPaths + "\n"},
+        {"nothing but blank lines", ""},
+    };
+    for (const auto& [name, end] : ends) {
+        const std::string text = (name == "nothing but blank lines" ? std::string(200'000, '\n') : log.body) + end;
+        log.f.home.writeFile(".unbulk/audit.jsonl", text);
+        const std::string expected = log.wholeLogAnswer();
+        EXPECT_EQ(log.recordAnswer(), expected) << name;
+        if (expected.size() != 64) {
+            EXPECT_TRUE(readAll(log.f.logPath) == text) << name << ": the failed record added nothing";
+        }
+    }
+}
+
+TEST(AuditLoggerTest, AnAppendReadsOnlyTheEndOfALongLog) {
+    LongLog log;
+    auto counting = std::make_shared<CountingReads>();
+    AuditLogger logger(std::nullopt, FileURL(log.f.home.path(), true), counting);
+    log.f.home.writeFile(".unbulk/audit.jsonl", log.body + log.body + log.last + "\n");
+    ASSERT_GT(log.body.size(), 500'000u);
+    const auto entry = logger.record(Uuid::random(), AuditOperationType::trash, 1, 1, {"/h/a"}, "cli", 5.0, now());
+    EXPECT_EQ(entry.previousHash, log.f.logger.readEntries().at(4000).rollingHash);
+    EXPECT_LE(counting->bytesRead, 64u * 1024 + 1);
+}
+
+// What lies further back than the end that is read no longer stops a
+// record: a line of garbage in the middle of a long log is the integrity
+// check's to find, as any other tampering. (A short log is read whole: see
+// AGarbageLineFailsReadRecordAndVerifyWithItsLine.)
+TEST(AuditLoggerTest, GarbageFarFromTheEndIsLeftToTheIntegrityCheck) {
+    LongLog log;
+    log.f.home.writeFile(".unbulk/audit.jsonl", log.first + "\ngarbage\n" + log.body + log.last + "\n");
+    EXPECT_EQ(log.recordAnswer(), log.lastHash);
+    EXPECT_THAT([&] { log.f.logger.verifyIntegrity(); },
+                ThrowsMessage<AuditLoggerError>(MatchesRegex("Failed to parse audit log at line 2: .+")));
 }
 
 } // namespace

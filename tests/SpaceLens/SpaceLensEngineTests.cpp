@@ -2,8 +2,10 @@
 #include <mutex>
 
 #include <gtest/gtest.h>
+#include <tbb/task_arena.h>
 
 #include "SpaceLens/SpaceLensEngine.hpp"
+#include "Support/Paths.hpp"
 #include "support/FaultyFileSystem.hpp"
 #include "support/Files.hpp"
 #include "support/TempHome.hpp"
@@ -92,7 +94,7 @@ TEST_F(SpaceLensEngineTest, UnreadableDirectoriesAreEmptyAndACancelledScanFails)
     home.writeFile("t/locked/secret", 4000);
     home.writeFile("t/open/file", 100);
     auto faulty = std::make_shared<testing::FaultyFileSystem>();
-    faulty->failOn(testing::FileSystemCall::contentsOfDirectory, home.at("t/locked"), EACCES);
+    faulty->failOn(testing::FileSystemCall::walk, home.at("t/locked"), EACCES);
     const SpaceNode root = scan("t", 2, faulty);
     const SpaceNode& locked = *byName(root).at("locked");
     EXPECT_EQ(locked.children, std::vector<SpaceNode>{});
@@ -102,6 +104,43 @@ TEST_F(SpaceLensEngineTest, UnreadableDirectoriesAreEmptyAndACancelledScanFails)
     StopSource source;
     source.requestStop();
     EXPECT_THROW(SpaceLensEngine(makeDefaultFileSystem(), std::make_shared<NoFileTypes>()).scanDirectory(FileURL(home.at("t")), 2, source.token()), CancellationError);
+}
+
+// Text output keeps the root's ten largest children and nothing below them,
+// yet every size is measured in full.
+TEST_F(SpaceLensEngineTest, ATreeKeepsWhatItsRetentionAsksForAndMeasuresTheRest) {
+    for (int i = 1; i <= 12; ++i)
+        home.writeFile("t/f" + std::to_string(i), static_cast<std::uintmax_t>(i) * 5000);
+    home.writeFile("t/f99/inner/a", 90000);
+    const SpaceTree tree = SpaceLensEngine(makeDefaultFileSystem(), std::make_shared<NoFileTypes>())
+                               .scanTree(FileURL(home.at("t")), 3, {}, {}, {.depth = 1, .children = 10});
+    const SpaceTree::Run* run = tree.children(tree.root());
+    ASSERT_NE(run, nullptr);
+    std::vector<std::string> names;
+    for (const auto& child : run->nodes) names.emplace_back(run->name(child));
+    EXPECT_EQ(names, (std::vector<std::string>{"f99", "f12", "f11", "f10", "f9", "f8", "f7", "f6", "f5", "f4"}));
+    EXPECT_EQ(tree.children(run->nodes[0]), nullptr); // opened, but its children are not kept
+    EXPECT_EQ(run->nodes[0].itemCount, 1);
+    EXPECT_EQ(std::pair(tree.root().logicalSizeBytes, tree.root().itemCount), std::pair(90000L + 78 * 5000, 13L));
+}
+
+// Among children of one size, the kept ones are the first finished, as in
+// the whole tree. On one thread, progress hears of them in the order they
+// finish.
+TEST_F(SpaceLensEngineTest, AmongEqualChildrenTheFirstFinishedAreKept) {
+    std::vector<std::string> order;
+    for (int i = 0; i < 40; ++i) home.writeFile("t/f" + std::to_string(i), 100);
+    tbb::task_arena oneThread(1);
+    const SpaceTree tree = oneThread.execute([&] {
+        return SpaceLensEngine(makeDefaultFileSystem(), std::make_shared<NoFileTypes>()).scanTree(
+            FileURL(home.at("t")), 1, {},
+            [&](const std::string& path, std::int64_t) { order.push_back(paths::lastComponent(path)); },
+            {.depth = 1, .children = 5});
+    });
+    const SpaceTree::Run* run = tree.children(tree.root());
+    ASSERT_NE(run, nullptr);
+    ASSERT_EQ(run->nodes.size(), 5u);
+    for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(run->name(run->nodes[i]), order[i]);
 }
 
 TEST(SpaceLensFilterTest, ResultsAreNeverOpenedDirectoriesAndPassEveryGivenTest) {

@@ -1,4 +1,7 @@
+#include <cmath>
+#include <limits>
 #include <regex>
+#include <set>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -22,6 +25,16 @@ TEST(UuidTest, RandomIsVersion4InCanonicalUpperCaseAndParsesBack) {
               "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
     for (const char* text : {"", "E621E1F8C-36C-495A-93FC-0C247A3E6E5F", "E621E1F8-C36C-495A-93FC-0C247A3E6E5G"})
         EXPECT_FALSE(Uuid::parse(text)) << text;
+}
+
+// Ids made many at once are as random and as well formed as one made alone.
+TEST(UuidTest, ABatchIsVersion4AndEveryIdDiffers) {
+    const std::regex canonical("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+    std::vector<Uuid> ids(1000);
+    Uuid::fillRandom(ids);
+    std::set<Uuid> distinct(ids.begin(), ids.end());
+    EXPECT_EQ(distinct.size(), ids.size());
+    for (const Uuid& id : ids) EXPECT_TRUE(std::regex_match(id.string(), canonical)) << id.string();
 }
 
 Date utc(int y, unsigned mo, unsigned d, int h = 0, int mi = 0, int s = 0) {
@@ -75,6 +88,45 @@ TEST(JsonTest, WholeDoublesAreWrittenWithoutAFraction) {
     EXPECT_EQ(json::compact(value), R"({"a":60,"b":-2,"c":1.5,"d":0,"e":1e+300,"f":10.05,"g":"7.0","h":[2,3],)"
                                     R"("i":"a\\\"1.0"})");
     EXPECT_EQ(json::pretty(Json{{"a", 60.0}}), "{\n  \"a\": 60\n}");
+}
+
+// A document written piece by piece reads exactly as the writers write it
+// whole: the same escapes, the same replacement of bytes that are not
+// UTF-8, the same numbers.
+TEST(JsonTest, PiecesAreWrittenAsTheWholeDocumentWritersWriteThem) {
+    const std::string texts[] = {"", "plain", "/a/b c", "quote\"back\\slash", "\t\n\x01\x1F", "del\x7F",
+                                 "\xC2\x85\xC2\x9F\xC2\xA0", "\xE2\x80\xA8\xE2\x80\xA9", "bad\xFF\xC3",
+                                 "\xC3\xA9\xF0\x9F\x93\x81", "1.0"};
+    for (const std::string& text : texts) {
+        std::string out;
+        json::appendString(out, text);
+        EXPECT_EQ(out, json::compact(Json(text))) << text;
+    }
+    const double numbers[] = {0.0, -0.0, 1.0, 60.0, -2.0, 1.5, 10.05, 1e300, 1e-7, 123456789.125,
+                              801234567.891234, std::numeric_limits<double>::max(), std::nan("")};
+    for (const double number : numbers) {
+        std::string out;
+        json::appendNumber(out, number);
+        EXPECT_EQ(out, json::compact(Json(number))) << number;
+    }
+    for (const std::int64_t number : {std::int64_t{0}, std::int64_t{-1}, INT64_MAX, INT64_MIN}) {
+        std::string out;
+        json::appendNumber(out, number);
+        EXPECT_EQ(out, json::compact(Json(number)));
+    }
+}
+
+// A string's content cut between characters reads as the whole string.
+TEST(JsonTest, StringContentCutBetweenCharactersIsTheWholeString) {
+    const std::string text = "{\n  \"p\": \"\\/x\xC3\xA9\xE2\x80\xA8\"\n}";
+    for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+        if (cut < text.size() && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) continue;
+        std::string out = "\"";
+        json::appendStringContent(out, text.substr(0, cut));
+        json::appendStringContent(out, text.substr(cut));
+        out += '"';
+        EXPECT_EQ(out, json::compact(Json(text))) << cut;
+    }
 }
 
 TEST(CancellationTest, StopEndsTheSleepAtOnce) {

@@ -28,7 +28,7 @@ struct MCPToolsTest : ::testing::Test {
     }
     Json document(const MCPCallToolResult& result) {
         EXPECT_FALSE(result.isError) << result.content.at(0).text;
-        return Json::parse(result.content.at(0).text);
+        return Json::parse(result.content.at(0).wholeText());
     }
     // The text of a result that must be a failure.
     std::string failure(const MCPCallToolResult& result) {

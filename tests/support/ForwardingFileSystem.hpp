@@ -89,7 +89,7 @@ public:
                inner_->removeItem(path, expected, anchorCheck, check, report, error);
     }
     bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
-                         const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+                         const AppendComposer& compose,
                          PlatformError& error) override {
         return !intercepted(FileSystemCall::appendUnderLock, path, error) &&
                inner_->appendUnderLock(path, permissions, lockTimeout, compose, error);

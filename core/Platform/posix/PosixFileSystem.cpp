@@ -471,9 +471,47 @@ bool PosixFileSystem::removeItem(const std::string& path, const Identity& expect
     return item && posix::removeAnchoredItem(*item, path, check, report, error);
 }
 
-bool PosixFileSystem::appendUnderLock(
-    const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
-    const std::function<std::optional<std::string>(std::string_view contents)>& compose, PlatformError& error) {
+namespace {
+
+// The locked file's contents, read with pread as they are asked for. The
+// first failure is kept, for the append to fail with.
+class DescriptorContents final : public LockedContents {
+public:
+    DescriptorContents(int fd, std::uint64_t size, const std::string& path) : fd_(fd), size_(size), path_(path) {}
+
+    std::uint64_t size() const override { return size_; }
+
+    std::optional<std::string> read(std::uint64_t offset, std::size_t length) const override {
+        std::string bytes(std::min<std::uint64_t>(length, size_ - std::min(offset, size_)), '\0');
+        std::size_t have = 0;
+        while (have < bytes.size()) {
+            const ssize_t got = ::pread(fd_, bytes.data() + have, bytes.size() - have, static_cast<off_t>(offset + have));
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) {
+                if (!failure_) failure_ = posix::failed("pread", path_);
+                return std::nullopt;
+            }
+            if (got == 0) break;
+            have += static_cast<std::size_t>(got);
+        }
+        bytes.resize(have);
+        return bytes;
+    }
+
+    const PlatformError& failure() const { return failure_; }
+
+private:
+    int fd_;
+    std::uint64_t size_;
+    const std::string& path_;
+    mutable PlatformError failure_;
+};
+
+} // namespace
+
+bool PosixFileSystem::appendUnderLock(const std::string& path, std::uint32_t permissions,
+                                      std::chrono::milliseconds lockTimeout, const AppendComposer& compose,
+                                      PlatformError& error) {
     error.clear();
     if (containsNul(path)) {
         error = posix::failedWith(EINVAL, "open", path);
@@ -501,25 +539,18 @@ bool PosixFileSystem::appendUnderLock(
         error = posix::failed("fstat", path);
         return false;
     }
-    std::string contents(static_cast<std::size_t>(st.st_size), '\0');
-    std::size_t have = 0;
-    while (have < contents.size()) {
-        const ssize_t got = ::pread(fd.get(), contents.data() + have, contents.size() - have, static_cast<off_t>(have));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) {
-            error = posix::failed("pread", path);
-            return false;
-        }
-        if (got == 0) break;
-        have += static_cast<std::size_t>(got);
-    }
-    contents.resize(have);
-
+    const DescriptorContents contents(fd.get(), static_cast<std::uint64_t>(st.st_size), path);
     std::optional<std::string> addition = compose(contents);
-    if (!addition || addition->empty()) return true;
     // A last line that lost its line feed (a crash mid-write, an editor)
     // keeps its own line; the new text starts on the next.
-    if (!contents.empty() && contents.back() != '\n') addition->insert(addition->begin(), '\n');
+    const std::optional<std::string> lastByte =
+        contents.size() > 0 ? contents.read(contents.size() - 1, 1) : std::optional<std::string>("\n");
+    if (contents.failure()) {
+        error = contents.failure();
+        return false;
+    }
+    if (!addition || addition->empty()) return true;
+    if (lastByte && *lastByte != "\n") addition->insert(addition->begin(), '\n');
     if (!writeAll(fd.get(), *addition, path, error) ||
         (::fsync(fd.get()) != 0 && (error = posix::failed("fsync", path), true))) {
         // Half a record would break every record after it: cut back.

@@ -30,7 +30,7 @@ public:
     bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
                     const RemovalCheck& check, RemovalReport& report, PlatformError& error) override;
     bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
-                         const std::function<std::optional<std::string>(std::string_view contents)>& compose,
+                         const AppendComposer& compose,
                          PlatformError& error) override;
     std::unique_ptr<LockedFile> openLocked(const std::string& path, LockedFileMode mode, std::uint32_t permissions,
                                            PlatformError& error) override;
