@@ -48,7 +48,7 @@ struct PlatformError {
                                     std::optional<long> underlyingPOSIXCode = std::nullopt);
 
     friend bool operator==(const PlatformError& error, std::errc value) { return error.code == value; }
-    friend bool operator==(const PlatformError& error, const std::error_code& code) { return error.code == code; }
+    friend bool operator==(const PlatformError& error, const std::error_code& other) { return error.code == other; }
 };
 
 // A PlatformError raised, with what the caller was doing: what() is
