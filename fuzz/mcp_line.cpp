@@ -5,6 +5,7 @@
 
 #include "mcp/MCPServer.hpp"
 #include "mcp/MCPTools.hpp"
+#include "Support/Json.hpp"
 #include "FuzzSupport.hpp"
 
 namespace {

@@ -2,6 +2,7 @@
 // decodes to the same rules.
 #include "Rules/RuleCatalog.hpp"
 #include "Models/RuleDecoding.hpp"
+#include "Support/Json.hpp"
 #include "FuzzSupport.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
