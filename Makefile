@@ -2,7 +2,7 @@
 # missing first, so a fresh clone needs nothing but these. Each target asks
 # scripts/install-deps for its own purposes only: the program alone needs
 # neither the test tools nor clang 16.
-.PHONY: run test build bench deps format clean asan tsan check-macos fuzz install uninstall
+.PHONY: run test build bench deps format clean asan tsan check-macos check-includes fuzz install uninstall
 
 JOBS ?= $(shell nproc 2>/dev/null || sysctl -n hw.ncpu 2>/dev/null || echo 2)
 
@@ -48,6 +48,11 @@ tsan:
 fuzz:
 	@scripts/install-deps clang
 	@scripts/fuzz
+
+# Every #include of core/, mcp/ and cli/ points down the floors of
+# docs/ARCHITECTURE.md (the table is in the script).
+check-includes:
+	@scripts/check-includes
 
 # clang 16 with libc++ 16 over every source; with MACOS_SDK set, also every
 # .cpp and .mm for arm64 and x86_64 macOS 13 against that SDK, the static

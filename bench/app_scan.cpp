@@ -46,8 +46,11 @@ const Applications& applications() {
 void scan(benchmark::State& state) {
     const unbulk::AppScanner scanner(
         {.applicationsURLs = std::vector<unbulk::FileURL>{unbulk::FileURL(applications().root.string(), true)},
+         .fileSystem = unbulk::makeDefaultFileSystem(),
          .homeURL = unbulk::FileURL("/nonexistent", true),
-         .runningAppsProvider = [](const std::string&) { return false; }});
+         .protectedAppGuard = std::make_shared<const unbulk::ProtectedAppGuard>(
+             unbulk::makeDefaultFileSystem(), unbulk::makeDefaultCodeSigning(), unbulk::makeDefaultProcesses(),
+             [](const std::string&) { return false; })});
     const auto threads = static_cast<std::size_t>(state.range(0));
     std::unique_ptr<tbb::global_control> limit;
     if (threads > 0)

@@ -41,7 +41,7 @@ std::vector<std::string> generatePaths(std::size_t count) {
 }
 
 void BM_MatchingRules(benchmark::State& state) {
-    unbulk::RuleRegistry registry(std::nullopt, home);
+    unbulk::RuleRegistry registry(std::nullopt, home, unbulk::makeDefaultFileSystem(), unbulk::systemClock());
     const auto paths = generatePaths(100'000);
     std::size_t matched = 0;
     for (auto _ : state) {

@@ -6,11 +6,11 @@
 
 #include <fmt/format.h>
 
-#include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Models/Categories.hpp"
 #include "Models/SafetyModels.hpp"
 #include "Models/ScanItem.hpp"
+#include "Operations/Engines.hpp"
 #include "Output.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Platform/FileSystem.hpp"
@@ -58,7 +58,7 @@ void printReport(const TrashSummary& summary) {
 
 } // namespace
 
-int handleClean(const Arguments& args) {
+int handleClean(const Environment& environment, const Arguments& args) {
     const bool jsonOutput = hasFlag(args, "--json");
     // "--dry-run" is not read: a dry run is what clean does unless told otherwise.
     const bool dryRun = !(hasFlag(args, "--execute") || hasFlag(args, "--no-dry-run"));
@@ -81,15 +81,13 @@ int handleClean(const Arguments& args) {
 
     const std::optional<CategorySet> categories = selectedCategories(args);
 
-    const std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
-    const std::shared_ptr<const TrashPipeline> pipeline = makeTrashPipeline(fileSystem);
     // A cleanup that was cut short is logged now, whatever this one finds.
-    pipeline->recordInterruptedOperations();
+    const std::shared_ptr<const TrashPipeline> pipeline = Engines::trashPipeline(environment, writeError);
     ScanResult result;
     try {
         ProgressLine progress(!jsonOutput);
         std::int64_t items = 0, bytes = 0;
-        result = makeScanEngine(fileSystem).scan(
+        result = Engines::scanEngine(environment).scan(
             categories,
             [&](const ScanProgress& p) {
                 items = std::max(items, p.itemsFound);

@@ -3,8 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "CoreObjects.hpp"
 #include "Handlers.hpp"
+#include "Removal.hpp"
+#include "Operations/Engines.hpp"
 #include "Output.hpp"
 #include "Platform/CurrentDirectory.hpp"
 #include "Platform/FileSystem.hpp"
@@ -19,7 +20,7 @@
 
 namespace unbulk::cli {
 
-int handleExplore(const Arguments& args) {
+int handleExplore(const Environment& environment, const Arguments& args) {
     if (!Screen::available()) {
         writeError("explore needs a terminal; use 'unbulk spacelens' instead\n");
         return 1;
@@ -31,12 +32,11 @@ int handleExplore(const Arguments& args) {
     try {
         // The path as spacelens takes it: as typed, a relative one against
         // the working directory.
-        const std::string homePath = userHomeURL().path();
+        const std::string homePath = environment.homeURL.path();
         const std::string path = optionValue(args, "--path").value_or(homePath);
         const std::string absolute = paths::isAbsolute(path) ? path : paths::appending(currentDirectory(), path);
 
-        const std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
-        const SpaceLensEngine engine(fileSystem);
+        const SpaceLensEngine engine = Engines::spaceLensEngine(environment);
         // One level opened: the entries of the directory, each measured whole
         // (in parallel, by the engine).
         const StopToken stop = interrupts->token();
@@ -49,11 +49,8 @@ int handleExplore(const Arguments& args) {
         }();
         if (!root.isDirectory) throw std::runtime_error("'" + path + "' is not a directory.");
 
-        const auto pipeline = makeTrashPipeline(fileSystem, [unrecorded](const std::string& log, const std::string& why) {
-            unrecorded->push_back(TrashPipeline::unrecordedWarning(log, why));
-        });
         // A removal that was cut short is logged now, as clean does.
-        pipeline->recordInterruptedOperations();
+        const auto pipeline = Engines::trashPipeline(environment, screenNotice(unrecorded));
         ExploreSession session(ExploreView(std::move(root), measure), pipeline, homePath, *interrupts, unrecorded);
         Screen screen;
         session.run(screen);

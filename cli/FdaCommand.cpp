@@ -4,8 +4,8 @@
 
 namespace unbulk::cli {
 
-int handleFDA(const Arguments& args) {
-    const bool granted = FDAChecker::hasFullDiskAccess();
+int handleFDA(const Environment& environment, const Arguments& args) {
+    const bool granted = FDAChecker::hasFullDiskAccess(environment.homeURL, *environment.fileSystem);
 
     if (hasFlag(args, "--open")) {
         printLine("Opening macOS System Settings > Privacy & Security > Full Disk Access...");

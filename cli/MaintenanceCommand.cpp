@@ -4,8 +4,8 @@
 
 namespace unbulk::cli {
 
-int handleMaintenance(const Arguments& args) {
-    const auto runner = makeDefaultProcessRunner();
+int handleMaintenance(const Environment& environment, const Arguments& args) {
+    const auto& runner = environment.processRunner;
     const std::string task = args.empty() ? "all" : args.front();
     if (task == "dns") {
         printLine("Done: " + MaintenanceTasks::flushDNSCache(*runner));

@@ -1,15 +1,16 @@
 #include "Handlers.hpp"
 
-#include "MCP/MCPServer.hpp"
+#include "mcp/MCPServer.hpp"
+#include "mcp/MCPTools.hpp"
 #include "Platform/FileHandle.hpp"
 
 namespace unbulk::cli {
 
-int handleMCP(const Arguments&) {
+int handleMCP(const Environment& environment, const Arguments&) {
     auto input = makeStandardInput();
     auto output = makeStandardOutput();
     auto errors = makeStandardError();
-    MCPServer server(*input, *output, *errors);
+    MCPServer server(*input, *output, *errors, MCPTools::serverTools(environment));
     server.run();
     return 0;
 }

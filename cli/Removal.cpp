@@ -8,4 +8,11 @@ TrashSummary runRemoval(const RemovalRequest& request, const TrashPipeline& pipe
                              : pipeline.trash(request.targets, request.dryRun, "cli", request.stop);
 }
 
+Engines::Notice screenNotice(std::shared_ptr<std::vector<std::string>> lines) {
+    return [lines = std::move(lines)](std::string_view line) {
+        if (line.ends_with('\n')) line.remove_suffix(1);
+        lines->emplace_back(line);
+    };
+}
+
 } // namespace unbulk::cli

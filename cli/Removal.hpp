@@ -1,8 +1,11 @@
 #pragma once
 
+#include <memory>
+#include <string>
 #include <vector>
 
 #include "Models/SafetyModels.hpp"
+#include "Operations/Engines.hpp"
 #include "Safety/TrashPipeline.hpp"
 #include "Support/Cancellation.hpp"
 #include "Support/FileURL.hpp"
@@ -19,10 +22,15 @@ struct RemovalRequest {
 };
 
 // The one way the program removes anything: the targets go through the trash
-// pipeline (see makeTrashPipeline) with the client "cli", so every command
+// pipeline (see Engines::trashPipeline) with the client "cli", so every command
 // that removes gets the same sandbox, the same journal, the same measure
 // before the move, the same audit entry and the same summary. Throws what
 // the pipeline throws (an empty list, an unconfirmed purge).
 TrashSummary runRemoval(const RemovalRequest& request, const TrashPipeline& pipeline);
+
+// The notice of a full-screen command: each line is kept, without its line
+// end, for the screen to show and for standard error once the terminal is
+// given back.
+Engines::Notice screenNotice(std::shared_ptr<std::vector<std::string>> lines);
 
 } // namespace unbulk::cli

@@ -3,12 +3,12 @@
 #include <memory>
 #include <optional>
 
-#include "CoreObjects.hpp"
 #include "Handlers.hpp"
+#include "Removal.hpp"
 #include "Models/Categories.hpp"
 #include "Models/ScanItem.hpp"
+#include "Operations/Engines.hpp"
 #include "Output.hpp"
-#include "Platform/FileSystem.hpp"
 #include "Platform/InterruptSignals.hpp"
 #include "ProgressLine.hpp"
 #include "Scanner/DeepScanEngine.hpp"
@@ -32,11 +32,11 @@ std::optional<CategorySet> selectedCategories(const Arguments& args) {
     return categories;
 }
 
-ScanResult scanWithProgress(const std::shared_ptr<FileSystem>& fileSystem, const std::optional<CategorySet>& categories,
+ScanResult scanWithProgress(const Environment& environment, const std::optional<CategorySet>& categories,
                             StopToken stop) {
     ProgressLine progress(true);
     std::int64_t items = 0, bytes = 0;
-    return makeScanEngine(fileSystem)
+    return Engines::scanEngine(environment)
         .scan(
             categories,
             [&](const ScanProgress& p) {
@@ -49,7 +49,7 @@ ScanResult scanWithProgress(const std::shared_ptr<FileSystem>& fileSystem, const
 
 } // namespace
 
-int handleReview(const Arguments& args) {
+int handleReview(const Environment& environment, const Arguments& args) {
     if (!Screen::available()) {
         writeError("review needs a terminal; use 'unbulk scan' and 'unbulk clean --path' instead\n");
         return 1;
@@ -60,20 +60,16 @@ int handleReview(const Arguments& args) {
     const std::unique_ptr<InterruptWatch> interrupts = watchInterruptSignals();
     auto unrecorded = std::make_shared<std::vector<std::string>>();
     try {
-        const std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
-        const auto pipeline = makeTrashPipeline(fileSystem, [unrecorded](const std::string& log, const std::string& why) {
-            unrecorded->push_back(TrashPipeline::unrecordedWarning(log, why));
-        });
         // A removal that was cut short is logged now, as clean does.
-        pipeline->recordInterruptedOperations();
-        ScanResult result = scanWithProgress(fileSystem, selectedCategories(args), interrupts->token());
+        const auto pipeline = Engines::trashPipeline(environment, screenNotice(unrecorded));
+        ScanResult result = scanWithProgress(environment, selectedCategories(args), interrupts->token());
 
         // The scan keeps each item's tier, not the reason for it; a protected
         // item's reason is asked again of the same classifier (without a rule
         // registry, like the scan's).
-        const FileURL homeURL = userHomeURL();
-        const RiskClassifier classifier(homeURL, nullptr, fileSystem);
-        ReviewList list(std::move(result.items), std::chrono::system_clock::now(), [&](const DiscoveredItem& item) {
+        const FileURL& homeURL = environment.homeURL;
+        const RiskClassifier classifier(homeURL, nullptr, environment.fileSystem);
+        ReviewList list(std::move(result.items), environment.clock(), [&](const DiscoveredItem& item) {
             return classifier.classify(item.url, item.category, item.isOrphaned).reason;
         });
         ReviewSession session(std::move(list), pipeline, homeURL.path(), *interrupts, unrecorded);

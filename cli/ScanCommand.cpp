@@ -5,10 +5,10 @@
 
 #include <fmt/format.h>
 
-#include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Models/Categories.hpp"
 #include "Models/ScanItem.hpp"
+#include "Operations/Engines.hpp"
 #include "Output.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Platform/FileSystem.hpp"
@@ -41,10 +41,10 @@ void printReport(const ScanResult& result) {
 
 } // namespace
 
-int handleScan(const Arguments& args) {
+int handleScan(const Environment& environment, const Arguments& args) {
     const bool jsonOutput = hasFlag(args, "--json");
 
-    const DeepScanEngine engine = makeScanEngine(makeDefaultFileSystem());
+    const DeepScanEngine engine = Engines::scanEngine(environment);
 
     // Only an exact raw value selects a category; anything else, or no value
     // at all, scans everything.

@@ -4,13 +4,12 @@
 
 #include <fmt/format.h>
 
-#include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Output.hpp"
 #include "ProgressLine.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Platform/CurrentDirectory.hpp"
-#include "SpaceLens/SpaceLensEngine.hpp"
+#include "Operations/Engines.hpp"
 #include "SpaceLens/SpaceTree.hpp"
 #include "Support/Paths.hpp"
 
@@ -38,10 +37,10 @@ constexpr std::size_t shownChildren = 10;
 
 } // namespace
 
-int handleSpaceLens(const Arguments& args) {
+int handleSpaceLens(const Environment& environment, const Arguments& args) {
     // The path as typed: no "~" expansion; a relative one is read against
     // the working directory, as a file URL made of it would be.
-    const std::string path = optionValue(args, "--path").value_or(userHomeURL().path());
+    const std::string path = optionValue(args, "--path").value_or(environment.homeURL.path());
     const std::string absolute = paths::isAbsolute(path) ? path : paths::appending(currentDirectory(), path);
     const bool json = hasFlag(args, "--json");
     // The text shows the root's ten largest children and no more, so the
@@ -50,7 +49,8 @@ int handleSpaceLens(const Arguments& args) {
         json ? SpaceLensRetention{} : SpaceLensRetention{.depth = 1, .children = shownChildren};
     const SpaceTree tree = [&] {
         ProgressLine progress(!json);
-        return SpaceLensEngine().scanTree(FileURL(absolute), depthOf(args), {}, progress.countingItems(), retention);
+        return Engines::spaceLensEngine(environment)
+            .scanTree(FileURL(absolute), depthOf(args), {}, progress.countingItems(), retention);
     }();
 
     if (json) {

@@ -1,36 +1,27 @@
 #include <fmt/format.h>
 
-#include "CoreObjects.hpp"
 #include "Handlers.hpp"
 #include "Output.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Platform/InterruptSignals.hpp"
 #include "ProgressLine.hpp"
 #include "Support/Json.hpp"
-#include "Support/Unicode.hpp"
-#include "Uninstaller/AppScanner.hpp"
-#include "Uninstaller/AppUninstaller.hpp"
-#include "Uninstaller/LeftoversHunter.hpp"
+#include "Operations/Engines.hpp"
 
 namespace unbulk::cli {
 namespace {
 
-AppScanner makeScanner(const FileURL& homeURL) {
-    return AppScanner({.fileSystem = makeDefaultFileSystem(), .homeURL = homeURL});
-}
-
-int list(const Arguments& args) {
-    const FileURL homeURL = userHomeURL();
+int list(const Environment& environment, const Arguments& args) {
     std::vector<InstalledApp> apps;
     std::vector<AppLeftover> leftovers;
     {
         ProgressLine progress(!hasFlag(args, "--json"));
-        apps = makeScanner(homeURL).scanInstalledApps(false, {}, progress.countingItems());
+        apps = Engines::appScanner(environment).scanInstalledApps(false, {}, progress.countingItems());
         // The hunter is handed the list just made. Left to itself, with no list
         // and no scanner, its index would be empty and every installed
         // application's data would be listed as orphaned; an orphan is what no
         // installed application accounts for.
-        leftovers = LeftoversHunter(homeURL).scanForLeftovers(apps);
+        leftovers = Engines::leftoversHunter(environment).scanForLeftovers(apps);
     }
 
     if (hasFlag(args, "--json")) {
@@ -56,36 +47,25 @@ int list(const Arguments& args) {
     return 0;
 }
 
-int remove(const Arguments& args) {
+int remove(const Environment& environment, const Arguments& args) {
     if (args.size() < 2) {
         printLine("Usage: unbulk uninstaller remove <bundle_id_or_name> [--execute]");
         return 0;
     }
     // Before the application scan starts its threads: see handleClean.
     const std::unique_ptr<InterruptWatch> interrupts = watchInterruptSignals();
-    const auto fileSystem = makeDefaultFileSystem();
-    const auto pipeline = makeTrashPipeline(fileSystem);
-    pipeline->recordInterruptedOperations();
+    const auto pipeline = Engines::trashPipeline(environment, writeError);
     // The operand is the second word, whatever it is: "--execute" there is a name.
     const std::string& target = args[1];
     const bool execute = hasFlag(args, "--execute");
     const bool force = hasFlag(args, "--force");
-    const FileURL homeURL = userHomeURL();
-    const auto apps = makeScanner(homeURL).scanInstalledApps(false);
-    const std::string wanted = unicode::lowercased(target);
-    const InstalledApp* app = nullptr;
-    for (const auto& candidate : apps) {
-        if (unicode::lowercased(candidate.bundleIdentifier) == wanted ||
-            unicode::lowercased(candidate.displayName) == wanted) {
-            app = &candidate;
-            break;
-        }
-    }
+    const auto apps = Engines::appScanner(environment).scanInstalledApps(false);
+    const InstalledApp* app = Engines::findInstalledApp(apps, target);
     if (app == nullptr) {
         printLine("Error: Application not found matching '" + target + "'");
         return 1;
     }
-    const AppUninstaller uninstaller({.fileSystem = fileSystem, .trashPipeline = pipeline, .homeURL = homeURL});
+    const AppUninstaller uninstaller = Engines::appUninstaller(environment, pipeline);
     const UninstallSummary summary = uninstaller.uninstall(
         *app, !execute, {.force = force, .includeBundle = true, .includeDependencies = true}, interrupts->token());
     const int status = interrupts->receivedSignal() != 0 ? statusAfterSignal(interrupts->receivedSignal()) : 0;
@@ -101,10 +81,10 @@ int remove(const Arguments& args) {
 
 } // namespace
 
-int handleUninstaller(const Arguments& args) {
+int handleUninstaller(const Environment& environment, const Arguments& args) {
     const std::string subcommand = args.empty() ? "list" : args.front();
-    if (subcommand == "list") return list(args);
-    if (subcommand == "remove" || subcommand == "uninstall") return remove(args);
+    if (subcommand == "list") return list(environment, args);
+    if (subcommand == "remove" || subcommand == "uninstall") return remove(environment, args);
     return 0; // an unknown subcommand does nothing, quietly
 }
 

@@ -1,15 +1,15 @@
 #include <fmt/format.h>
 
 #include "Handlers.hpp"
-#include "Maintenance/VitalsMonitor.hpp"
+#include "Operations/Engines.hpp"
 #include "Output.hpp"
 #include "Platform/ByteCountFormatter.hpp"
 #include "Support/Json.hpp"
 
 namespace unbulk::cli {
 
-int handleVitals(const Arguments& args) {
-    const SystemVitals vitals = VitalsMonitor::getSystemVitals();
+int handleVitals(const Environment& environment, const Arguments& args) {
+    const SystemVitals vitals = Engines::systemVitals(environment);
     if (hasFlag(args, "--json")) {
         printJson(toJson(vitals, DateEncoding::iso8601));
         return 0;

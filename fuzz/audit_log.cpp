@@ -14,13 +14,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view contents = fuzz::text(data, size);
     std::ofstream(log.path(), std::ios::binary | std::ios::trunc)
         .write(contents.data(), static_cast<std::streamsize>(contents.size()));
-    AuditLogger logger(log, home);
+    AuditLogger logger(log, home, makeDefaultFileSystem());
     try {
         logger.verifyIntegrity(); // an undecodable line is an AuditLoggerError, as documented
     } catch (const AuditLoggerError&) {
     }
     try {
-        logger.record(Uuid::random(), AuditOperationType::dryRun, 1, 1, {"/x"}, "cli", std::nullopt);
+        logger.record(Uuid::random(), AuditOperationType::dryRun, 1, 1, {"/x"}, "cli", std::nullopt,
+                      std::chrono::system_clock::now());
     } catch (const AuditLoggerError&) {
         std::ifstream in(log.path(), std::ios::binary);
         const std::string after((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());

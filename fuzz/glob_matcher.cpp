@@ -13,10 +13,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     GlobMatcher::matches(pattern, path, home);
     GlobMatcher::matchWildcard(pattern, path);
     const std::string expanded = GlobMatcher::expandHome(pattern, home);
-    GlobMatcher::normalizePath(path);
+    GlobMatcher::normalizePath(path, home);
     if (expanded.find_first_of("*?[") == std::string::npos && !expanded.empty() && expanded.front() == '/') {
-        fuzz::require(GlobMatcher::matches(pattern, GlobMatcher::normalizePath(expanded), home) ||
-                      GlobMatcher::normalizePath(expanded) != expanded);
+        fuzz::require(GlobMatcher::matches(pattern, GlobMatcher::normalizePath(expanded, home), home) ||
+                      GlobMatcher::normalizePath(expanded, home) != expanded);
     }
     return 0;
 }

@@ -2,6 +2,7 @@
 // nothing, never crashes, and what it answers is valid JSON.
 #include "FuzzSupport.hpp"
 #include "Platform/PropertyList.hpp"
+#include "Support/Json.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace unbulk;

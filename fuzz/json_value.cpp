@@ -1,6 +1,7 @@
 // JSONValue decoding of any text, and its encoding back: a decoded value
 // encodes to JSON that decodes to the same value.
-#include "MCP/JSONValue.hpp"
+#include "mcp/JSONValue.hpp"
+#include "Support/Json.hpp"
 #include "FuzzSupport.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -3,7 +3,9 @@
 // nothing but protocol lines reaches the output.
 #include <string>
 
-#include "MCP/MCPServer.hpp"
+#include "mcp/MCPServer.hpp"
+#include "mcp/MCPTools.hpp"
+#include "Support/Json.hpp"
 #include "FuzzSupport.hpp"
 
 namespace {
@@ -39,7 +41,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // tests.
     if (input.find("permanent") != std::string_view::npos || input.find("dry_run") != std::string_view::npos) return 0;
     MemoryHandle in(input), out, errors;
-    MCPServer(in, out, errors).run();
+    // The machine's services, with the home that temporaryHome() set.
+    const Environment environment = makeSystemEnvironment();
+    MCPServer(in, out, errors, MCPTools::serverTools(environment)).run();
     std::size_t start = 0;
     while (start < out.written.size()) {
         const std::size_t end = out.written.find('\n', start);

@@ -1,7 +1,8 @@
 // rules.json decoding of any text: a catalog that decodes encodes to one that
 // decodes to the same rules.
 #include "Rules/RuleCatalog.hpp"
-#include "Rules/RuleDecoding.hpp"
+#include "Models/RuleDecoding.hpp"
+#include "Support/Json.hpp"
 #include "FuzzSupport.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

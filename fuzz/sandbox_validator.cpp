@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string text(fuzz::text(data, size));
     bool accepted = true;
     try {
-        SandboxValidator::validatePath(text, home);
+        SandboxValidator::validatePath(text, home, *makeDefaultFileSystem());
     } catch (const SandboxSecurityError&) {
         accepted = false;
     }
@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
     }
     try {
-        SandboxValidator::validatePattern(text, std::nullopt, home);
+        SandboxValidator::validatePattern(text, std::nullopt, home, *makeDefaultFileSystem());
     } catch (const SandboxSecurityError&) {
     }
     return 0;

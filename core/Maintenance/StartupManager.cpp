@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <system_error>
 
-#include "Platform/Home.hpp"
 #include "Platform/PropertyList.hpp"
 #include "Support/Json.hpp"
 #include "Support/NoSuchFileError.hpp"
@@ -11,13 +10,11 @@
 
 namespace unbulk {
 
-StartupManager::Directories StartupManager::defaultDirectories(const FileURL& homeURL) {
-    return {homeURL.appending("Library/LaunchAgents", true), FileURL("/Library/LaunchAgents", true),
-            FileURL("/Library/LaunchDaemons", true)};
+StartupManager::Directories StartupManager::defaultDirectories(const FileURL& homeURL, const std::string& systemRoot) {
+    return {homeURL.appending("Library/LaunchAgents", true),
+            FileURL(paths::appending(systemRoot, "Library/LaunchAgents"), true),
+            FileURL(paths::appending(systemRoot, "Library/LaunchDaemons"), true)};
 }
-
-StartupManager::StartupManager(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<ProcessRunner> runner)
-    : StartupManager(defaultDirectories(FileURL(homeDirectory(), true)), std::move(fileSystem), std::move(runner)) {}
 
 StartupManager::StartupManager(Directories directories, std::shared_ptr<FileSystem> fileSystem,
                                std::shared_ptr<ProcessRunner> runner)
@@ -30,7 +27,7 @@ std::vector<StartupItem> StartupManager::listStartupItems() const {
         {&directories_.systemLaunchDaemons, StartupType::systemLaunchDaemon, true}};
     std::vector<StartupItem> items;
     for (const auto& [directory, type, administrator] : sources) {
-        std::error_code error;
+        PlatformError error;
         for (const auto& entry :
              fileSystem_->contentsOfDirectory(directory->path(), {.skipHiddenFiles = true}, error)) {
             if (!entry.name.ends_with(".plist") && !entry.name.ends_with(".plist.disabled")) continue;
@@ -46,7 +43,7 @@ std::vector<StartupItem> StartupManager::listStartupItems() const {
 
 std::optional<StartupItem> StartupManager::parse(const std::string& path, StartupType type,
                                                  bool requiresAdministrator) const {
-    std::error_code error;
+    PlatformError error;
     const auto bytes = fileSystem_->readFile(path, 16 * 1024 * 1024, error);
     if (!bytes) return std::nullopt;
     const auto document = PropertyList::parse(*bytes);
@@ -109,9 +106,9 @@ FileURL StartupManager::toggle(const StartupItem& item, bool enable) const {
     const std::string path = item.fileURL->path();
     const bool isDisabled = path.ends_with(".disabled");
     auto rename = [&](const std::string& to) {
-        std::error_code error;
+        PlatformError error;
         if (!fileSystem_->renameItem(path, to, error)) {
-            throw std::system_error(error, "Could not move '" + path + "' to '" + to + "'");
+            throw PlatformFailure("Could not move '" + path + "' to '" + to + "'", error);
         }
         return FileURL(to);
     };

@@ -21,13 +21,12 @@ public:
         FileURL systemLaunchAgents;  // /Library/LaunchAgents
         FileURL systemLaunchDaemons; // /Library/LaunchDaemons
     };
-    static Directories defaultDirectories(const FileURL& homeURL);
+    // The user's own directory and the two system ones below `systemRoot`
+    // ("/" on a real machine).
+    static Directories defaultDirectories(const FileURL& homeURL, const std::string& systemRoot);
 
-    // The current user's home and the two system directories.
-    explicit StartupManager(std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
-                            std::shared_ptr<ProcessRunner> runner = makeDefaultProcessRunner());
-    StartupManager(Directories directories, std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
-                   std::shared_ptr<ProcessRunner> runner = makeDefaultProcessRunner());
+    StartupManager(Directories directories, std::shared_ptr<FileSystem> fileSystem,
+                   std::shared_ptr<ProcessRunner> runner);
 
     // Highest impact first; equal ones in the order of the directories and
     // their listings. Unreadable files and directories are passed by.

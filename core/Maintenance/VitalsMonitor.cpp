@@ -14,18 +14,16 @@ SystemThermalState thermalState(int rawValue) {
     }
 }
 
-SystemVitals getSystemVitals(const VitalsSources& sources) {
+SystemVitals getSystemVitals(const VitalsSources& sources, Date now) {
     SystemVitals vitals;
     vitals.cpu = getCPUMetrics(sources);
     vitals.memory = getMemoryMetrics(sources);
     vitals.disk = getDiskMetrics(sources, "/");
     vitals.battery = getBatteryMetrics(sources);
     vitals.thermalState = thermalState(sources.thermalState());
-    vitals.timestamp = std::chrono::system_clock::now();
+    vitals.timestamp = now;
     return vitals;
 }
-
-SystemVitals getSystemVitals() { return getSystemVitals(*makeDefaultVitalsSources()); }
 
 CPUMetrics getCPUMetrics(const VitalsSources& sources) {
     CPUMetrics cpu;

@@ -13,9 +13,8 @@
 // gives the fallbacks below.
 namespace unbulk::VitalsMonitor {
 
-// Everything, for the volume at "/", stamped now.
-SystemVitals getSystemVitals(const VitalsSources& sources);
-SystemVitals getSystemVitals();
+// Everything, for the volume at "/", stamped `now`.
+SystemVitals getSystemVitals(const VitalsSources& sources, Date now);
 
 CPUMetrics getCPUMetrics(const VitalsSources& sources);
 MemoryMetrics getMemoryMetrics(const VitalsSources& sources);

@@ -10,8 +10,8 @@ constexpr std::uint64_t fullScreenStyle = 1u << 14;
 
 } // namespace
 
-WindowCenterManager& WindowCenterManager::shared() {
-    static WindowCenterManager* const instance = new WindowCenterManager();
+WindowCenterManager& WindowCenterManager::shared(std::shared_ptr<WindowSystem> windowSystem) {
+    static WindowCenterManager* const instance = new WindowCenterManager(std::move(windowSystem));
     return *instance;
 }
 

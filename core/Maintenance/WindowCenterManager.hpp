@@ -16,11 +16,12 @@ namespace unbulk {
 // and answers false.
 class WindowCenterManager {
 public:
-    // The application's one manager, over the default window system, made on
-    // first use and never destroyed (so no exit-time teardown touches AppKit).
-    static WindowCenterManager& shared();
+    // The application's one manager, made on first use over the window
+    // system given then (a host's Environment's); later calls return it as
+    // it is. Never destroyed, so no exit-time teardown touches AppKit.
+    static WindowCenterManager& shared(std::shared_ptr<WindowSystem> windowSystem);
 
-    explicit WindowCenterManager(std::shared_ptr<WindowSystem> windowSystem = makeDefaultWindowSystem());
+    explicit WindowCenterManager(std::shared_ptr<WindowSystem> windowSystem);
     ~WindowCenterManager();
     WindowCenterManager(const WindowCenterManager&) = delete;
     WindowCenterManager& operator=(const WindowCenterManager&) = delete;

@@ -7,7 +7,7 @@
 
 #include "Models/Categories.hpp"
 #include "Models/ScanItem.hpp"
-#include "Rules/RuleDefinition.hpp"
+#include "Models/RuleDefinition.hpp"
 #include "Support/FileURL.hpp"
 #include "Support/JsonFwd.hpp"
 #include "Support/Uuid.hpp"

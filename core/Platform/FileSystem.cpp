@@ -17,12 +17,12 @@ std::error_code changedSinceCheckedError() {
 }
 
 bool FileSystem::fileExists(const std::string& path) const {
-    std::error_code error;
+    PlatformError error;
     return status(path, error).has_value();
 }
 
 bool FileSystem::isDirectory(const std::string& path) const {
-    std::error_code error;
+    PlatformError error;
     auto st = status(path, error);
     return st && st->kind == FileKind::directory;
 }
@@ -30,7 +30,7 @@ bool FileSystem::isDirectory(const std::string& path) const {
 FileURL FileSystem::fileURL(const std::string& path) const { return FileURL(path, isDirectory(path)); }
 
 std::optional<FileURL> FileSystem::existingURL(const std::string& path) const {
-    std::error_code error;
+    PlatformError error;
     auto st = status(path, error);
     if (!st) return std::nullopt;
     return FileURL(path, st->kind == FileKind::directory);

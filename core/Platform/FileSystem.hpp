@@ -10,6 +10,7 @@
 #include <system_error>
 #include <vector>
 
+#include "Platform/PlatformError.hpp"
 #include "Support/Dates.hpp"
 #include "Support/FileURL.hpp"
 
@@ -151,11 +152,11 @@ class LockedFile {
 public:
     virtual ~LockedFile() = default;
     // Appends the text; with `flush`, it is on the disk when this answers.
-    virtual bool append(std::string_view text, bool flush, std::error_code& error) = 0;
-    virtual std::optional<std::string> readAll(std::error_code& error) const = 0;
+    virtual bool append(std::string_view text, bool flush, PlatformError& error) = 0;
+    virtual std::optional<std::string> readAll(PlatformError& error) const = 0;
     // Unlinks the file while the lock is still held, so that whoever waited
     // for it finds nothing left to take up.
-    virtual bool remove(std::error_code& error) = 0;
+    virtual bool remove(PlatformError& error) = 0;
 };
 
 enum class LockedFileMode {
@@ -166,17 +167,18 @@ enum class LockedFileMode {
 
 // The file system as the core sees it. Every call that touches the disk goes
 // through here, so that tests can wrap it and inject failures. Nothing follows
-// a symbolic link unless its name says so.
+// a symbolic link unless its name says so. A failure names the system call
+// and the path that failed (PlatformError).
 class FileSystem {
 public:
     virtual ~FileSystem() = default;
 
     // stat (follows links) and lstat (does not).
-    virtual std::optional<FileStatus> status(const std::string& path, std::error_code& error) const = 0;
-    virtual std::optional<FileStatus> linkStatus(const std::string& path, std::error_code& error) const = 0;
+    virtual std::optional<FileStatus> status(const std::string& path, PlatformError& error) const = 0;
+    virtual std::optional<FileStatus> linkStatus(const std::string& path, PlatformError& error) const = 0;
 
     virtual std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
-                                                            std::error_code& error) const = 0;
+                                                            PlatformError& error) const = 0;
 
     // Depth-first walk below root (root itself is not visited). Symbolic
     // links are reported, never followed.
@@ -187,7 +189,7 @@ public:
     virtual TreeMeasure measureTree(const std::string& root, const TreeMeasureOptions& options) const = 0;
 
     virtual std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
-                                                                 std::error_code& error) const = 0;
+                                                                 PlatformError& error) const = 0;
 
     // Resolves every symbolic link along the path. A path that does not
     // exist (links followed: a dangling link, a missing tail) comes back as
@@ -196,15 +198,15 @@ public:
 
     // Reads at most maxBytes from the start of a regular file.
     virtual std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes,
-                                                std::error_code& error) const = 0;
+                                                PlatformError& error) const = 0;
 
     // Writes a temporary file in the same directory, flushes it and renames
     // it over the target, so readers see the old or the new file, never half.
     virtual bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
-                                     std::error_code& error) = 0;
+                                     PlatformError& error) = 0;
 
     virtual bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
-                                 std::error_code& error) = 0;
+                                 PlatformError& error) = 0;
 
     // Removes a file, link or whole tree for good, anchored: `path` must be
     // absolute with no link in its directories (resolve them first), its
@@ -217,7 +219,7 @@ public:
     // a mount point the system can tell is left in place whatever it says.
     // True when all of it is gone; the report says what went, in every case.
     virtual bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
-                            const RemovalCheck& check, RemovalReport& report, std::error_code& error) = 0;
+                            const RemovalCheck& check, RemovalReport& report, PlatformError& error) = 0;
 
     // Appends to a log that other processes may append to as well: opens or
     // creates the file (never replacing it), holds an exclusive advisory lock
@@ -228,16 +230,16 @@ public:
     // with std::errc::timed_out and nothing is written.
     virtual bool appendUnderLock(const std::string& path, std::uint32_t permissions,
                                  std::chrono::milliseconds lockTimeout, const AppendComposer& compose,
-                                 std::error_code& error) = 0;
+                                 PlatformError& error) = 0;
 
     // Opens `path` as a LockedFile (a new file gets `permissions`); nothing
     // on failure, with `error` set. Links are never followed.
     virtual std::unique_ptr<LockedFile> openLocked(const std::string& path, LockedFileMode mode,
-                                                   std::uint32_t permissions, std::error_code& error) = 0;
+                                                   std::uint32_t permissions, PlatformError& error) = 0;
 
     // Renames a file, link or directory (nothing is followed) and never
     // replaces what is at the destination: that fails with EEXIST.
-    virtual bool renameItem(const std::string& from, const std::string& to, std::error_code& error) = 0;
+    virtual bool renameItem(const std::string& from, const std::string& to, PlatformError& error) = 0;
 
     // A directory the system shows as one file (an .app bundle and the like).
     virtual bool isPackage(const std::string& path) const = 0;

@@ -6,6 +6,24 @@
 
 namespace unbulk {
 
+std::string PlatformError::message() const {
+    if (!description.empty()) return description;
+    if (call.empty()) return code.message();
+    if (path.empty()) return fmt::format("{}(): {}", call, code.message());
+    if (otherPath.empty()) return fmt::format("{}('{}'): {}", call, path, code.message());
+    return fmt::format("{}('{}', '{}'): {}", call, path, otherPath, code.message());
+}
+
+PlatformFailure::PlatformFailure(const std::string& context, PlatformError error)
+    : std::system_error(error.code, context), error_(std::move(error)),
+      message_(context.empty() ? error_.message() : context + ": " + error_.message()) {}
+
+PlatformError PlatformError::systemCall(std::string_view call, int errorNumber, std::string path,
+                                        std::string otherPath) {
+    return PlatformError{{errorNumber, std::generic_category()}, {}, std::string(call), std::move(path),
+                         std::move(otherPath)};
+}
+
 PlatformError PlatformError::fromDomain(std::string_view domain, long code, std::string description,
                                         std::optional<long> underlyingPOSIXCode) {
     PlatformError error;

@@ -6,13 +6,26 @@
 #include <system_error>
 #include <vector>
 
+#include "Platform/PlatformError.hpp"
+
 namespace unbulk {
 
-// A program that could not be started, with the system's reason.
+// A program that could not be started, with the system's reason and the
+// call that gave it: "Could not launch '<program>': posix_spawn('<program>'):
+// No such file or directory".
 struct ProcessLaunchError : std::system_error {
+    ProcessLaunchError(const PlatformError& error, const std::string& program)
+        : std::system_error(error.code, "Could not launch '" + program + "'"), executable(program),
+          message_("Could not launch '" + program + "': " + error.message()) {}
     ProcessLaunchError(std::error_code code, const std::string& program)
-        : std::system_error(code, "Could not launch '" + program + "'"), executable(program) {}
+        : ProcessLaunchError(PlatformError::of(code), program) {}
+
+    const char* what() const noexcept override { return message_.c_str(); }
+
     std::string executable;
+
+private:
+    std::string message_;
 };
 
 struct ProcessOutput {

@@ -72,6 +72,19 @@ void TreeMeasure::merge(const TreeMeasure& other) {
     for (const auto& error : other.directoryErrors) addError(directoryErrors, error);
 }
 
+ItemTree measureItemTree(const FileSystem& fileSystem, const std::string& path, LinkAtItem link,
+                         const TreeMeasureOptions& options) {
+    // The path's own lstat answers for everything but a link taken as its
+    // target: one call where one will do.
+    ItemTree item;
+    PlatformError error;
+    item.own = fileSystem.linkStatus(path, error);
+    const bool asTarget = link == LinkAtItem::asTarget && (!item.own || item.own->kind == FileKind::symbolicLink);
+    item.followed = asTarget ? fileSystem.status(path, error) : item.own;
+    if (item.followed && item.followed->kind == FileKind::directory) item.tree = fileSystem.measureTree(path, options);
+    return item;
+}
+
 TreeMeasure measureTreeSerially(const FileSystem& fileSystem, const std::string& root,
                                 const TreeMeasureOptions& options) {
     TreeMeasure measure;

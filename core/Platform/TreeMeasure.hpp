@@ -56,6 +56,29 @@ struct TreeMeasureOptions {
     InodeSet* inodes = nullptr; // charges each file once; shared by the walk's threads
 };
 
+// How a measure of one item takes a symbolic link at the item's own path:
+// as the link, or as what it leads to (a link to a directory is then walked
+// as that directory). Below the item no link is ever followed.
+enum class LinkAtItem { asLink, asTarget };
+
+// One item as a measure of one item first sees it (the scan's items, the
+// space lens, the dependencies and leftovers of an application): what its
+// path holds, and, when that is a directory, everything below it. What the
+// figures make of it (which entries count, whether a file is charged once,
+// what an empty directory is) is each measure's own rule. The removal
+// pipeline keeps its own order of calls: its existence test follows links
+// before anything else is asked.
+struct ItemTree {
+    std::optional<FileStatus> own;      // the item's lstat
+    std::optional<FileStatus> followed; // what decides: `own`, or for a link taken asTarget its stat
+    std::optional<TreeMeasure> tree;    // when what decides is a directory
+
+    bool exists() const { return followed.has_value(); }
+};
+
+ItemTree measureItemTree(const FileSystem& fileSystem, const std::string& path, LinkAtItem link,
+                         const TreeMeasureOptions& options);
+
 // The serial definition of a tree's measure: one `walk` of the file system,
 // every entry it examines added. A file system's own `measureTree` must
 // answer exactly this, however it gets there.

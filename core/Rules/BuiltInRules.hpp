@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "Rules/RuleDefinition.hpp"
+#include "Models/RuleDefinition.hpp"
 #include "Support/Dates.hpp"
 
 namespace unbulk {

@@ -101,10 +101,10 @@ std::optional<CacheDirTagInfo> detectTag(const FileURL& directory, const FileSys
     const std::string& tagPath = info.tagFileURL.path();
     if (!fileSystem.fileExists(tagPath)) return std::nullopt;
 
-    std::error_code error;
+    PlatformError error;
     auto contents = fileSystem.readFile(tagPath, readLimit, error);
     if (!contents) {
-        if (isReadError(error)) return info;
+        if (isReadError(error.code)) return info;
         return std::nullopt;
     }
     if (contents->empty()) return info;
@@ -128,16 +128,10 @@ std::optional<CacheDirTagInfo> detectTag(const FileURL& directory, const FileSys
     return info;
 }
 
-std::optional<CacheDirTagInfo> detectTag(const FileURL& directory) {
-    return detectTag(directory, *makeDefaultFileSystem());
-}
-
 bool isCacheDirectory(const FileURL& directory, const FileSystem& fileSystem) {
     auto info = detectTag(directory, fileSystem);
     return info && info->isValid;
 }
-
-bool isCacheDirectory(const FileURL& directory) { return isCacheDirectory(directory, *makeDefaultFileSystem()); }
 
 void writeTag(const FileURL& directory, const std::optional<std::string>& applicationName, FileSystem& fileSystem) {
     std::string contents(signatureHeader);
@@ -150,12 +144,8 @@ void writeTag(const FileURL& directory, const std::optional<std::string>& applic
         contents += '\n';
     }
     const std::string tagPath = directory.appending(tagFileName, false).path();
-    std::error_code error;
-    if (!fileSystem.writeFileAtomically(tagPath, contents, 0644, error)) throw std::system_error(error, tagPath);
-}
-
-void writeTag(const FileURL& directory, const std::optional<std::string>& applicationName) {
-    writeTag(directory, applicationName, *makeDefaultFileSystem());
+    PlatformError error;
+    if (!fileSystem.writeFileAtomically(tagPath, contents, 0644, error)) throw PlatformFailure(tagPath, error);
 }
 
 } // namespace unbulk::CacheDirTagDetector

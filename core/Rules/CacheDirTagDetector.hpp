@@ -35,17 +35,14 @@ inline constexpr std::size_t readLimit = 512;
 
 // Nothing when the directory has no tag or the tag cannot be opened.
 std::optional<CacheDirTagInfo> detectTag(const FileURL& directory, const FileSystem& fileSystem);
-std::optional<CacheDirTagInfo> detectTag(const FileURL& directory);
 
 // True only for a tag that is there and valid.
 bool isCacheDirectory(const FileURL& directory, const FileSystem& fileSystem);
-bool isCacheDirectory(const FileURL& directory);
 
 // Replaces the directory's tag atomically: the signature line, and with an
 // application name three comment lines naming it and the format. Throws
-// std::system_error when the write fails.
+// PlatformFailure (a std::system_error) when the write fails.
 void writeTag(const FileURL& directory, const std::optional<std::string>& applicationName, FileSystem& fileSystem);
-void writeTag(const FileURL& directory, const std::optional<std::string>& applicationName);
 
 } // namespace CacheDirTagDetector
 } // namespace unbulk

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <vector>
 
-#include "Platform/Home.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
 
@@ -179,9 +178,8 @@ bool bytesAreCharacters(std::string_view text) {
 }
 
 // paths::standardizingPath with the home that a leading tilde stands for.
-// Only a tilde needs the platform's home, so only then is it asked.
-std::string standardizedWithHome(std::string_view path) {
-    if (!path.empty() && path.front() == '~') return paths::standardizingPath(path, homeDirectory());
+std::string standardizedWithHome(std::string_view path, const FileURL& homeURL) {
+    if (!path.empty() && path.front() == '~') return paths::standardizingPath(path, homeURL.path());
     return paths::standardizingPath(path, {});
 }
 
@@ -217,8 +215,8 @@ std::string expandHome(std::string_view pattern, const FileURL& homeURL) {
     return standardized;
 }
 
-std::string normalizePath(std::string_view path) {
-    std::string standardized = standardizedWithHome(path);
+std::string normalizePath(std::string_view path, const FileURL& homeURL) {
+    std::string standardized = standardizedWithHome(path, homeURL);
     if (standardized.empty()) return "/";
     return standardized;
 }
@@ -233,7 +231,7 @@ bool matches(std::string_view pattern, std::string_view path, const FileURL& hom
         Segments pathSegments(path);
         return SegmentMatch(patternSegments, pathSegments).from(0, 0);
     }
-    const std::string normalized = normalizePath(path);
+    const std::string normalized = normalizePath(path, homeURL);
     Segments pathSegments(normalized);
     return SegmentMatch(patternSegments, pathSegments).from(0, 0);
 }

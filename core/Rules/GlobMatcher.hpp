@@ -34,8 +34,8 @@ bool matches(std::string_view pattern, std::string_view path, const FileURL& hom
 std::string expandHome(std::string_view pattern, const FileURL& homeURL);
 
 // The path standardised (paths::standardizingPath, a leading tilde expanded
-// with the platform's home directory); "" becomes "/".
-std::string normalizePath(std::string_view path);
+// with the home); "" becomes "/".
+std::string normalizePath(std::string_view path, const FileURL& homeURL);
 
 // One pattern segment against one name, with "*" and "?". A "*" in the
 // pattern is first compared with the text as a plain character and only then

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "Rules/RuleDefinition.hpp"
+#include "Models/RuleDefinition.hpp"
 #include "Support/Dates.hpp"
 #include "Support/JsonFwd.hpp"
 

@@ -48,12 +48,12 @@ bool isValidRuleId(const std::string& id) {
 }
 
 RuleRegistry::RuleRegistry(std::optional<FileURL> rulesFileURL, FileURL homeURL,
-                           std::shared_ptr<FileSystem> fileSystem)
+                           std::shared_ptr<FileSystem> fileSystem, Clock clock)
     : rulesFileURL_(rulesFileURL ? std::move(*rulesFileURL)
                                  : homeURL.appending(".unbulk", true).appending("rules.json")),
       homeURL_(std::move(homeURL)),
-      fileSystem_(std::move(fileSystem)) {
-    for (auto& rule : buildDefaultCatalog(std::chrono::system_clock::now())) {
+      fileSystem_(std::move(fileSystem)), clock_(std::move(clock)) {
+    for (auto& rule : buildDefaultCatalog(clock_())) {
         std::string id = rule.id;
         rulesById_.insert_or_assign(std::move(id), std::move(rule));
     }
@@ -64,7 +64,7 @@ void RuleRegistry::loadCustomRules() {
     const std::string& path = rulesFileURL_.path();
     if (!fileSystem_->fileExists(path)) return;
 
-    std::error_code error;
+    PlatformError error;
     auto contents = fileSystem_->readFile(path, std::numeric_limits<std::size_t>::max(), error);
     if (!contents) {
         throw RuleRegistryError(Kind::catalogPersistenceFailed,
@@ -95,7 +95,7 @@ void RuleRegistry::saveLocked() const {
     for (const auto& [id, rule] : rulesById_) {
         if (!rule.isBuiltIn) dynamicRules.push_back(rule);
     }
-    const RuleCatalog catalog = makeRuleCatalog(std::move(dynamicRules), std::chrono::system_clock::now());
+    const RuleCatalog catalog = makeRuleCatalog(std::move(dynamicRules), clock_());
 
     std::string data;
     try {
@@ -106,11 +106,11 @@ void RuleRegistry::saveLocked() const {
     }
 
     const std::string& path = rulesFileURL_.path();
-    auto writeFailure = [&](const std::error_code& error) {
+    auto writeFailure = [&](const PlatformError& error) {
         return RuleRegistryError(Kind::catalogPersistenceFailed,
                                  "Failed to write rules to " + path + ": " + error.message());
     };
-    std::error_code error;
+    PlatformError error;
     const std::string directory = paths::deletingLastComponent(path);
     if (!fileSystem_->fileExists(directory) &&
         !fileSystem_->createDirectory(directory, rulesDirectoryMode, true, error)) {
@@ -134,7 +134,7 @@ void RuleRegistry::registerRule(const RuleDefinition& incoming) {
     if (incoming.isBuiltIn) {
         // A rule that claims to be built in arrives from outside the catalog:
         // it is kept as a dynamic rule.
-        const Date now = std::chrono::system_clock::now();
+        const Date now = clock_();
         rule.isBuiltIn = false;
         if (!rule.synthesizedBy) rule.synthesizedBy = "dynamic";
         if (!rule.createdAt) rule.createdAt = now;

@@ -7,8 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Clock.hpp"
 #include "Platform/FileSystem.hpp"
-#include "Rules/RuleDefinition.hpp"
+#include "Models/RuleDefinition.hpp"
 #include "Rules/RuleRegistryError.hpp"
 #include "Support/FileURL.hpp"
 
@@ -20,9 +21,10 @@ namespace unbulk {
 class RuleRegistry {
 public:
     // Without a rules file URL the file is <home>/.unbulk/rules.json. Starts
-    // with the built-in catalog and does not read the file.
-    RuleRegistry(std::optional<FileURL> rulesFileURL, FileURL homeURL,
-                 std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem());
+    // with the built-in catalog and does not read the file. `clock` dates
+    // the catalog and the rules it keeps as dynamic.
+    RuleRegistry(std::optional<FileURL> rulesFileURL, FileURL homeURL, std::shared_ptr<FileSystem> fileSystem,
+                 Clock clock);
 
     // Puts valid stored rules on top of the built-ins; a stored rule that
     // would replace a built-in or fails the sandbox is skipped silently.
@@ -51,6 +53,7 @@ private:
     FileURL rulesFileURL_;
     FileURL homeURL_;
     std::shared_ptr<FileSystem> fileSystem_;
+    Clock clock_;
     mutable std::mutex mutex_;
     std::map<std::string, RuleDefinition> rulesById_; // ordered by id, the order every listing uses
 };

@@ -256,7 +256,7 @@ AuditLogEntry AuditLogger::record(const Uuid& operationId, AuditOperationType op
             return std::nullopt;
         }
     };
-    std::error_code error;
+    PlatformError error;
     if (!fileSystem_->appendUnderLock(logFileURL_.path(), logFileMode, lockTimeout_, compose, error)) {
         if (error == std::errc::timed_out) {
             throw writeFailed(fmt::format("Another process held the log's lock for more than {} seconds",
@@ -272,7 +272,7 @@ AuditLogEntry AuditLogger::record(const Uuid& operationId, AuditOperationType op
 void AuditLogger::ensureDirectoryExists() {
     const std::string directory = paths::deletingLastComponent(logFileURL_.path());
     if (fileSystem_->fileExists(directory)) return;
-    std::error_code error;
+    PlatformError error;
     if (!fileSystem_->createDirectory(directory, logDirectoryMode, true, error)) {
         throw AuditLoggerError(Kind::directoryCreationFailed, error.message());
     }
@@ -287,7 +287,7 @@ std::vector<AuditLogEntry> AuditLogger::readEntriesLocked() const {
     const std::string& path = logFileURL_.path();
     if (!fileSystem_->fileExists(path)) return {};
 
-    std::error_code error;
+    PlatformError error;
     auto contents = fileSystem_->readFile(path, std::numeric_limits<std::size_t>::max(), error);
     if (!contents) throw AuditLoggerError(Kind::readFailed, "Could not read audit log: " + error.message());
     return decodeEntries(*contents);

@@ -37,19 +37,19 @@ public:
 
     // Without a log file URL the log is <home>/.unbulk/audit.jsonl. Nothing
     // touches the disk until the first call.
-    AuditLogger(std::optional<FileURL> logFileURL, FileURL homeURL,
-                std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
+    AuditLogger(std::optional<FileURL> logFileURL, FileURL homeURL, std::shared_ptr<FileSystem> fileSystem,
                 std::chrono::milliseconds lockTimeout = defaultLockTimeout);
 
     static FileURL defaultLogDirectory(const FileURL& homeURL);
     static FileURL defaultLogFile(const FileURL& homeURL);
 
-    // Appends one entry chained on the log's last one (creating the directory
-    // with mode 0700 and the file with mode 0600 when missing) and returns it.
+    // Appends one entry, stamped `date`, chained on the log's last one
+    // (creating the directory with mode 0700 and the file with mode 0600
+    // when missing) and returns it.
     // On failure nothing has been added and the file is as it was.
     AuditLogEntry record(const Uuid& operationId, AuditOperationType operationType, std::int64_t itemsCount,
                          std::int64_t bytesUnbulked, const std::vector<std::string>& paths, const std::string& client,
-                         std::optional<double> durationMs, Date date = std::chrono::system_clock::now());
+                         std::optional<double> durationMs, Date date);
 
     // Every entry in file order; a missing file has none. Blank lines are
     // skipped; the first line that does not decode fails the whole read.

@@ -3,7 +3,6 @@
 #include <initializer_list>
 #include <string>
 
-#include "Platform/Home.hpp"
 #include "Platform/ProcessLauncher.hpp"
 
 namespace unbulk::FDAChecker {
@@ -12,15 +11,11 @@ bool hasFullDiskAccess(const FileURL& homeURL, const FileSystem& fileSystem) {
     for (std::string_view relative : {"Library/Safari", "Library/Application Support/MobileSync", "Library/Mail"}) {
         const FileURL folder = homeURL.appending(relative, true);
         if (!fileSystem.fileExists(folder.path())) continue;
-        std::error_code error;
+        PlatformError error;
         (void)fileSystem.contentsOfDirectory(folder.path(), ListOptions{}, error);
         return !error;
     }
     return true;
-}
-
-bool hasFullDiskAccess() {
-    return hasFullDiskAccess(FileURL(homeDirectory(), true), *makeDefaultFileSystem());
 }
 
 bool openSystemSettings() { return openURL(std::string(settingsURL())); }

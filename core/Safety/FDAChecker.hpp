@@ -16,9 +16,6 @@ namespace unbulk::FDAChecker {
 // none exists there is nothing guarded to be refused, and the answer is yes.
 bool hasFullDiskAccess(const FileURL& homeURL, const FileSystem& fileSystem);
 
-// The same for the current user's home on the real file system.
-bool hasFullDiskAccess();
-
 // The System Settings pane for Full Disk Access. It is not a file URL, so it
 // is kept as its text, which is also what `open` is given.
 constexpr std::string_view settingsURL() {

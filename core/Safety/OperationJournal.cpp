@@ -99,7 +99,7 @@ std::optional<UnfinishedOperation> readJournal(std::string_view text) {
 }
 
 bool nothingAt(FileSystem& fileSystem, const std::string& path) {
-    std::error_code error;
+    PlatformError error;
     return !fileSystem.linkStatus(path, error) && error == std::errc::no_such_file_or_directory;
 }
 
@@ -109,7 +109,7 @@ std::unique_ptr<OperationJournal> OperationJournal::begin(FileSystem& fileSystem
                                                           const Uuid& operationId, AuditOperationType operationType,
                                                           const std::string& client) {
     const std::string directory = paths::deletingLastComponent(logFileURL.path());
-    std::error_code error;
+    PlatformError error;
     if (!fileSystem.fileExists(directory) &&
         !fileSystem.createDirectory(directory, journalDirectoryMode, true, error)) {
         return nullptr;
@@ -127,7 +127,7 @@ std::unique_ptr<OperationJournal> OperationJournal::begin(FileSystem& fileSystem
 void OperationJournal::write(const Json& line, bool flush) {
     // A journal that cannot be written leaves the entry at the end of the
     // operation as the only record, which it was before journals existed.
-    std::error_code ignored;
+    PlatformError ignored;
     file_->append(json::compact(line) + "\n", flush, ignored);
 }
 
@@ -146,15 +146,16 @@ void OperationJournal::itemFinished(const std::string& path, bool listed, bool s
 void OperationJournal::operationFinished(double durationMs) { write({{"durationMs", durationMs}}, true); }
 
 void OperationJournal::discard() {
-    std::error_code ignored;
+    PlatformError ignored;
     file_->remove(ignored);
 }
 
-std::vector<std::string> OperationJournal::recoverUnfinished(FileSystem& fileSystem, AuditLogger& logger) {
+std::vector<std::string> OperationJournal::recoverUnfinished(FileSystem& fileSystem, AuditLogger& logger,
+                                                            const Clock& clock) {
     std::vector<std::string> failures;
     const std::string directory = paths::deletingLastComponent(logger.logFileURL().path());
     const std::string prefix = journalPrefix(logger.logFileURL());
-    std::error_code error;
+    PlatformError error;
     for (const DirectoryEntry& entry : fileSystem.contentsOfDirectory(directory, {}, error)) {
         if (!entry.name.starts_with(prefix) || entry.kind != FileKind::regular) continue;
         // Held by a running operation, or taken up by another recovery.
@@ -184,7 +185,7 @@ std::vector<std::string> OperationJournal::recoverUnfinished(FileSystem& fileSys
                         if (__builtin_add_overflow(bytes, freed, &bytes)) bytes = INT64_MAX;
                     }
                     logger.record(operation->operationId, operation->operationType, itemsCount, bytes, paths,
-                                  operation->client, operation->durationMs, std::chrono::system_clock::now());
+                                  operation->client, operation->durationMs, clock());
                 }
             }
         } catch (const std::exception& failure) {

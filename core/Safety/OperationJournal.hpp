@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Models/SafetyModels.hpp"
+#include "Platform/Clock.hpp"
 #include "Platform/FileSystem.hpp"
 #include "Safety/AuditLogger.hpp"
 #include "Support/Dates.hpp"
@@ -51,7 +52,9 @@ public:
     // their path (moved to the Trash or deleted). An operation whose entry
     // the log holds already is not written twice. Answers why, for each
     // journal that could not be recorded; those stay for the next time.
-    static std::vector<std::string> recoverUnfinished(FileSystem& fileSystem, AuditLogger& logger);
+    // The entries are stamped with the time of their recovery.
+    static std::vector<std::string> recoverUnfinished(FileSystem& fileSystem, AuditLogger& logger,
+                                                      const Clock& clock);
 
     explicit OperationJournal(std::unique_ptr<LockedFile> file) : file_(std::move(file)) {}
 

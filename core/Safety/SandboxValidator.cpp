@@ -167,7 +167,7 @@ void checkNoNul(std::string_view input) {
 std::string resolvingExistingPart(const std::string& path, const FileSystem& fileSystem) {
     std::string existing = path;
     std::string tail;
-    std::error_code error;
+    PlatformError error;
     while (existing != "/" && !fileSystem.linkStatus(existing, error)) {
         const std::string last = paths::lastComponent(existing);
         tail = tail.empty() ? last : last + "/" + tail;
@@ -227,15 +227,9 @@ void validatePath(std::string_view path, const FileURL& homeURL, const FileSyste
     checkPlace(resolved, realHome);
 }
 
-void validatePath(std::string_view path, const FileURL& homeURL) {
-    validatePath(path, homeURL, *makeDefaultFileSystem());
-}
-
 void validateURL(const FileURL& url, const FileURL& homeURL, const FileSystem& fileSystem) {
     validatePath(url.path(), homeURL, fileSystem);
 }
-
-void validateURL(const FileURL& url, const FileURL& homeURL) { validatePath(url.path(), homeURL); }
 
 void validatePattern(std::string_view pattern, const std::optional<FileURL>& baseDirectory, const FileURL& homeURL,
                      const FileSystem& fileSystem) {
@@ -293,17 +287,9 @@ void validatePattern(std::string_view pattern, const std::optional<FileURL>& bas
     checkOwnPlaces(candidate, homePath);
 }
 
-void validatePattern(std::string_view pattern, const std::optional<FileURL>& baseDirectory, const FileURL& homeURL) {
-    validatePattern(pattern, baseDirectory, homeURL, *makeDefaultFileSystem());
-}
-
 void validateRule(const RuleDefinition& rule, const FileURL& homeURL, const FileSystem& fileSystem) {
     for (const auto& pattern : rule.patterns)
         validatePattern(pattern, std::nullopt, homeURL, fileSystem);
-}
-
-void validateRule(const RuleDefinition& rule, const FileURL& homeURL) {
-    validateRule(rule, homeURL, *makeDefaultFileSystem());
 }
 
 } // namespace unbulk::SandboxValidator

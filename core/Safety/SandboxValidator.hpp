@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "Platform/FileSystem.hpp"
-#include "Rules/RuleDefinition.hpp"
+#include "Models/RuleDefinition.hpp"
 #include "Safety/SandboxSecurityError.hpp"
 #include "Support/FileURL.hpp"
 
@@ -58,22 +58,18 @@ inline constexpr std::array<std::string_view, 17> linuxSystemPrefixes{
 // the path are resolved through fileSystem, and the place they lead to must
 // pass as well.
 void validatePath(std::string_view path, const FileURL& homeURL, const FileSystem& fileSystem);
-void validatePath(std::string_view path, const FileURL& homeURL);
 
 // validatePath on the URL's path (for an item's URL and a candidate's alike).
 void validateURL(const FileURL& url, const FileURL& homeURL, const FileSystem& fileSystem);
-void validateURL(const FileURL& url, const FileURL& homeURL);
 
 // A rule pattern, joined to baseDirectory when one is given (and then with no
 // tilde handling). A pattern without wildcards is judged as a path in full;
 // one with wildcards is judged on its static prefix, without link resolution.
 void validatePattern(std::string_view pattern, const std::optional<FileURL>& baseDirectory, const FileURL& homeURL,
                      const FileSystem& fileSystem);
-void validatePattern(std::string_view pattern, const std::optional<FileURL>& baseDirectory, const FileURL& homeURL);
 
 // Every pattern of the rule in order, without a base directory; the first
 // failure is thrown. Excluded patterns are not judged.
 void validateRule(const RuleDefinition& rule, const FileURL& homeURL, const FileSystem& fileSystem);
-void validateRule(const RuleDefinition& rule, const FileURL& homeURL);
 
 } // namespace unbulk::SandboxValidator

@@ -35,9 +35,10 @@ TrashItemRecord makeRecord(const FileURL& url, TrashItemStatus status, const Tra
 } // namespace
 
 TrashPipeline::TrashPipeline(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<Trash> trash,
-                             std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL, UnrecordedHandler onUnrecorded)
+                             std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL, Clock clock,
+                             UnrecordedHandler onUnrecorded)
     : fileSystem_(std::move(fileSystem)), trash_(std::move(trash)), auditLogger_(std::move(auditLogger)),
-      homeURL_(std::move(homeURL)), onUnrecorded_(std::move(onUnrecorded)) {}
+      homeURL_(std::move(homeURL)), clock_(std::move(clock)), onUnrecorded_(std::move(onUnrecorded)) {}
 
 TrashSummary TrashPipeline::trash(const std::vector<FileURL>& urls, bool dryRun, const std::string& client,
                                   StopToken stop) const {
@@ -64,14 +65,14 @@ void TrashPipeline::reportUnrecorded(const std::string& reason) const {
 
 void TrashPipeline::recordInterruptedOperations() const {
     if (!auditLogger_) return;
-    for (const std::string& reason : OperationJournal::recoverUnfinished(*fileSystem_, *auditLogger_))
+    for (const std::string& reason : OperationJournal::recoverUnfinished(*fileSystem_, *auditLogger_, clock_))
         reportUnrecorded(reason);
 }
 
 TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, bool permanentPurge,
                                 const std::string& client, const StopToken& stop) const {
     recordInterruptedOperations();
-    const Date startedAt = std::chrono::system_clock::now();
+    const Date startedAt = clock_();
     const Uuid operationId = Uuid::random();
     const AuditOperationType type = permanentPurge ? AuditOperationType::purge
                                     : dryRun       ? AuditOperationType::dryRun
@@ -105,7 +106,7 @@ TrashSummary TrashPipeline::run(const std::vector<FileURL>& urls, bool dryRun, b
         .isPermanentPurge = permanentPurge,
         .records = std::move(records),
         .startedAt = startedAt,
-        .completedAt = std::chrono::system_clock::now(),
+        .completedAt = clock_(),
     });
     if (journal) journal->operationFinished(summary.durationSeconds * 1000.0);
     if (const auto failure = recordAuditEntry(summary, outcomes, client)) {
@@ -160,7 +161,7 @@ TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRu
 
     // The existence test follows links: a link whose target is gone counts
     // as nothing there, and is left alone.
-    std::error_code error;
+    PlatformError error;
     const auto followed = fileSystem_->status(path, error);
     if (!followed) return failed(nothing, "File does not exist: " + path);
 
@@ -197,35 +198,41 @@ TrashPipeline::Outcome TrashPipeline::processItem(const FileURL& url, bool dryRu
     // The journal hears of the item before it is touched, and of what
     // became of it after, so that a crash in between loses nothing.
     if (journal) journal->itemStarting(path, metrics.allocatedBytes);
-    Outcome outcome;
-    if (permanentPurge) {
-        outcome = purge(url, realPath, own->identity(), metrics, staysOnItsFileSystem, refusal);
-    } else {
-        const TrashMove move = trash_->trashItem(realPath, own->identity(), staysOnItsFileSystem);
-        if (move.moved()) {
-            std::optional<FileURL> trashURL;
-            if (move.landedPath) trashURL = fileSystem_->fileURL(*move.landedPath);
-            outcome = Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::move(trashURL), std::nullopt)};
-        } else if (!refusal.empty()) {
-            outcome = failed(metrics, refusal);
-        } else if (!move.unusableTrashDirectory.empty()) {
-            outcome = failed(metrics, fmt::format("Could not move '{}' to the Trash: '{}' is no Trash folder to "
-                                                  "use (it must be a real directory of your own, not a link): {}",
-                                                  path, move.unusableTrashDirectory, move.error.message()));
-        } else if (!move.error.description.empty()) {
-            // The platform's own sentence names the item and the reason.
-            outcome = failed(metrics, move.error.description);
-        } else {
-            // A bare error number's words say neither, so the item is named around them.
-            outcome = failed(metrics, fmt::format("Could not move '{}' to the Trash: {}", path, move.error.message()));
-        }
-    }
+    const Outcome outcome = permanentPurge
+                                ? purge(url, realPath, own->identity(), metrics, staysOnItsFileSystem, refusal)
+                                : moveToTrash(url, realPath, own->identity(), metrics, staysOnItsFileSystem, refusal);
     if (journal) {
         const bool succeeded = outcome.record.status == TrashItemStatus::success;
         journal->itemFinished(path, succeeded || outcome.partiallyRemoved, succeeded,
                               succeeded ? outcome.record.allocatedBytes : outcome.partiallyRemovedBytes);
     }
     return outcome;
+}
+
+TrashPipeline::Outcome TrashPipeline::moveToTrash(const FileURL& url, const std::string& realPath,
+                                                  const Identity& identity, const ItemMetrics& metrics,
+                                                  const AnchorCheck& anchorCheck, const std::string& refusal) const {
+    const std::string& path = url.path();
+    const TrashMove move = trash_->trashItem(realPath, identity, anchorCheck);
+    auto failed = [&](std::string message) {
+        return Outcome{makeRecord(url, TrashItemStatus::failed, metrics, std::nullopt, std::move(message))};
+    };
+    if (move.moved()) {
+        std::optional<FileURL> trashURL;
+        if (move.landedPath) trashURL = fileSystem_->fileURL(*move.landedPath);
+        return Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::move(trashURL), std::nullopt)};
+    }
+    if (!refusal.empty()) return failed(refusal);
+    if (!move.unusableTrashDirectory.empty()) {
+        return failed(fmt::format("Could not move '{}' to the Trash: '{}' is no Trash folder to use (it must be a "
+                                  "real directory of your own, not a link): {}",
+                                  path, move.unusableTrashDirectory, move.error.message()));
+    }
+    // The platform's own sentence names the item and the reason.
+    if (!move.error.description.empty()) return failed(move.error.description);
+    // A system call's error says which call and which path refused; the item
+    // is named around it.
+    return failed(fmt::format("Could not move '{}' to the Trash: {}", path, move.error.message()));
 }
 
 TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::string& realPath, const Identity& identity,
@@ -238,7 +245,7 @@ TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::strin
         return std::error_code();
     };
     RemovalReport report;
-    std::error_code error;
+    PlatformError error;
     if (fileSystem_->removeItem(realPath, identity, anchorCheck, sameFileSystemOnly, report, error)) {
         return Outcome{makeRecord(url, TrashItemStatus::success, metrics, std::nullopt, std::nullopt)};
     }
@@ -270,7 +277,7 @@ TrashPipeline::Outcome TrashPipeline::purge(const FileURL& url, const std::strin
 }
 
 TrashPipeline::ItemMetrics TrashPipeline::computeItemMetrics(const FileURL& url) const {
-    std::error_code error;
+    PlatformError error;
     const auto followed = fileSystem_->status(url.path(), error);
     if (!followed) return ItemMetrics{.allocatedBytes = 0, .logicalBytes = 0, .fileCount = 0};
     return metricsOf(url.path(), *followed);
@@ -279,7 +286,7 @@ TrashPipeline::ItemMetrics TrashPipeline::computeItemMetrics(const FileURL& url)
 TrashPipeline::ItemMetrics TrashPipeline::metricsOf(const std::string& path, const FileStatus& followed) const {
     if (followed.kind != FileKind::directory) {
         // The item's own sizes: a link to a file is measured as the link.
-        std::error_code error;
+        PlatformError error;
         const auto own = fileSystem_->linkStatus(path, error);
         const FileStatus& status = own ? *own : followed;
         return ItemMetrics{.allocatedBytes = status.allocatedSize, .logicalBytes = status.size, .fileCount = 1};
@@ -325,7 +332,7 @@ std::optional<std::string> TrashPipeline::recordAuditEntry(const TrashSummary& s
 
     try {
         auditLogger_->record(summary.operationId, type, summary.successCount, bytes, paths, client,
-                             summary.durationSeconds * 1000.0, std::chrono::system_clock::now());
+                             summary.durationSeconds * 1000.0, clock_());
     } catch (const std::exception& failure) {
         // The items are gone (or in the Trash) whatever the log says; a log
         // that cannot be written must not make the operation look failed,

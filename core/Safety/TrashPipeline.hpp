@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Models/SafetyModels.hpp"
+#include "Platform/Clock.hpp"
 #include "Platform/FileSystem.hpp"
 #include "Platform/Trash.hpp"
 #include "Safety/AuditLogger.hpp"
@@ -70,8 +71,10 @@ public:
     static std::string unrecordedWarning(const std::string& logPath, const std::string& reason);
 
     // `auditLogger` may be null: nothing is logged (or journalled) then.
+    // `clock` dates the operation and its entry.
     TrashPipeline(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<Trash> trash,
-                  std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL, UnrecordedHandler onUnrecorded = {});
+                  std::shared_ptr<AuditLogger> auditLogger, FileURL homeURL, Clock clock,
+                  UnrecordedHandler onUnrecorded = {});
 
     // Moves each item to the Trash, or with dryRun only says what would go.
     // Throws TrashPipelineError (emptyTargetList) for an empty list.
@@ -113,6 +116,8 @@ private:
                         OperationJournal* journal) const;
     // The measurement of an existing item from its status with links followed.
     ItemMetrics metricsOf(const std::string& path, const FileStatus& followed) const;
+    Outcome moveToTrash(const FileURL& url, const std::string& realPath, const Identity& identity,
+                        const ItemMetrics& metrics, const AnchorCheck& anchorCheck, const std::string& refusal) const;
     Outcome purge(const FileURL& url, const std::string& realPath, const Identity& identity,
                   const ItemMetrics& metrics, const AnchorCheck& anchorCheck, const std::string& refusal) const;
     // Nothing when the entry is in the log, else why not.
@@ -124,6 +129,7 @@ private:
     std::shared_ptr<Trash> trash_;
     std::shared_ptr<AuditLogger> auditLogger_;
     FileURL homeURL_;
+    Clock clock_;
     UnrecordedHandler onUnrecorded_;
 };
 

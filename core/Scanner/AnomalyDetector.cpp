@@ -85,8 +85,9 @@ AnomalyDetectorConfiguration AnomalyDetectorConfiguration::make(std::int64_t min
 }
 
 AnomalyDetector::AnomalyDetector(AnomalyDetectorConfiguration config, std::shared_ptr<const RuleRegistry> ruleRegistry,
-                                 std::shared_ptr<FileSystem> fileSystem)
-    : config_(std::move(config)), ruleRegistry_(std::move(ruleRegistry)), fileSystem_(std::move(fileSystem)) {}
+                                 std::shared_ptr<FileSystem> fileSystem, Clock clock)
+    : config_(std::move(config)), ruleRegistry_(std::move(ruleRegistry)), fileSystem_(std::move(fileSystem)),
+      clock_(std::move(clock)) {}
 
 const std::vector<std::string>& AnomalyDetector::keywords() {
     static const std::vector<std::string> list{"cache",  "caches", "tmp",         "temp",      "artifacts",
@@ -135,7 +136,7 @@ std::vector<FileURL> AnomalyDetector::findCandidateDirectories(const FileURL& ro
     if (maxDepth <= 0) return out;
     auto directoriesIn = [&](const FileURL& directory) {
         std::vector<FileURL> found;
-        std::error_code error;
+        PlatformError error;
         const auto entries = fileSystem_->contentsOfDirectory(directory.path(), {.skipHiddenFiles = true}, error);
         if (error) return found;
         for (const auto& entry : entries) {
@@ -211,7 +212,7 @@ AnomalyDetector::DirectoryMetrics AnomalyDetector::computeDirectoryMetrics(const
 }
 
 bool AnomalyDetector::checkHashFilePatterns(const FileURL& url) const {
-    std::error_code error;
+    PlatformError error;
     const auto entries = fileSystem_->contentsOfDirectory(url.path(), {}, error);
     if (error) return false;
     const std::size_t looked = std::min(entries.size(), hashNamesLooked);
@@ -231,7 +232,7 @@ std::optional<RuleDefinition> AnomalyDetector::synthesizeRule(const FileURL& url
         return std::nullopt;
     }
     const std::string name = url.lastComponent();
-    const Date now = std::chrono::system_clock::now();
+    const Date now = clock_();
     RuleDefinition rule;
     rule.id = "dynamic.anomaly." + sanitizeSlug(name);
     rule.name = "Untracked Cache (" + name + ")";

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Models/StorageAnomaly.hpp"
+#include "Platform/Clock.hpp"
 #include "Platform/FileSystem.hpp"
 #include "Support/FileURL.hpp"
 
@@ -33,8 +34,9 @@ struct AnomalyDetectorConfiguration {
 // just yields less; only the registry can make it fail.
 class AnomalyDetector {
 public:
+    // `clock` dates the rules it suggests.
     AnomalyDetector(AnomalyDetectorConfiguration config, std::shared_ptr<const RuleRegistry> ruleRegistry,
-                    std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem());
+                    std::shared_ptr<FileSystem> fileSystem, Clock clock);
 
     // Largest first; a find below another find is left out.
     std::vector<StorageAnomaly> detectAnomalies() const;
@@ -64,6 +66,7 @@ private:
     AnomalyDetectorConfiguration config_;
     std::shared_ptr<const RuleRegistry> ruleRegistry_;
     std::shared_ptr<FileSystem> fileSystem_;
+    Clock clock_;
 };
 
 } // namespace unbulk

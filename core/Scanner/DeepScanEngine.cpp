@@ -120,7 +120,8 @@ DeepScanEngine::DeepScanEngine(Configuration configuration) : DeepScanEngine(con
     auto developer =
         std::make_shared<DeveloperTargets>(homeURL_, applicationsURLs_, configuration.projectRoots, fileSystem_,
                                            configuration.ruleRegistry, configuration.isProcessRunning);
-    auto system = std::make_shared<SystemTargets>(homeURL_, fileSystem_, configuration.ruleRegistry);
+    auto system =
+        std::make_shared<SystemTargets>(homeURL_, configuration.systemRoot, fileSystem_, configuration.ruleRegistry);
     stages_.developer = [developer](const CategorySet& categories, const ScanProgressHandler& progress,
                                     StopToken stop) { return developer->scan(categories, progress, stop); };
     stages_.system = [system](const CategorySet& categories, const ScanProgressHandler& progress, StopToken stop) {
@@ -131,16 +132,15 @@ DeepScanEngine::DeepScanEngine(Configuration configuration) : DeepScanEngine(con
 DeepScanEngine::DeepScanEngine(Configuration configuration, Stages stages)
     : homeURL_(std::move(configuration.homeURL)),
       applicationsURLs_(configuration.applicationsURLs ? std::move(*configuration.applicationsURLs)
-                                                       : defaultApplicationsURLs(homeURL_)),
-      fileSystem_(configuration.fileSystem ? std::move(configuration.fileSystem) : makeDefaultFileSystem()),
-      thermalGovernor_(configuration.thermalGovernor ? std::move(configuration.thermalGovernor)
-                                                     : ThermalGovernor::makeDefault()),
-      ruleRegistry_(std::move(configuration.ruleRegistry)), stages_(std::move(stages)) {}
+                                                       : defaultApplicationsURLs(homeURL_, configuration.systemRoot)),
+      fileSystem_(std::move(configuration.fileSystem)), thermalGovernor_(std::move(configuration.thermalGovernor)),
+      ruleRegistry_(std::move(configuration.ruleRegistry)), clock_(std::move(configuration.clock)),
+      stages_(std::move(stages)) {}
 
 ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, const ScanProgressHandler& progress,
                                 StopToken stop) const {
     ScanResult result;
-    result.startedAt = std::chrono::system_clock::now();
+    result.startedAt = clock_();
     result.scanId = Uuid::random();
     const CategorySet targets = categories && !categories->empty() ? *categories : allStorageCategorySet();
 
@@ -199,7 +199,7 @@ ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, co
 
     result.items = deduplicate(items);
     result.summary = ScanSummary::from(result.items);
-    result.completedAt = std::chrono::system_clock::now();
+    result.completedAt = clock_();
     result.durationSeconds = std::chrono::duration<double>(result.completedAt - result.startedAt).count();
     result.warnings = std::move(warnings);
     result.scannedCategories.assign(targets.begin(), targets.end());
@@ -210,7 +210,7 @@ ScanResult DeepScanEngine::scan(const std::optional<CategorySet>& categories, co
 
 std::vector<DiscoveredItem> DeepScanEngine::scanAnomalies(const ScanProgressHandler& progress) const {
     auto config = AnomalyDetectorConfiguration::make(104'857'600, 2, homeURL_);
-    const AnomalyDetector detector(std::move(config), ruleRegistry_, fileSystem_);
+    const AnomalyDetector detector(std::move(config), ruleRegistry_, fileSystem_, clock_);
     std::vector<DiscoveredItem> found;
     for (const auto& anomaly : detector.detectAnomalies()) {
         found.push_back(anomaly.toDiscoveredItem());

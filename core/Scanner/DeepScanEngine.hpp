@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Models/ScanItem.hpp"
+#include "Platform/Clock.hpp"
 #include "Platform/FileSystem.hpp"
 #include "Scanner/ScanTypes.hpp"
 #include "Support/Cancellation.hpp"
@@ -28,16 +29,22 @@ public:
     using SystemStage =
         std::function<SystemScanOutput(const CategorySet&, const ScanProgressHandler&, StopToken)>;
 
+    // Nothing here has a default that reaches the machine: whoever builds
+    // an engine hands it the services (a front end from its Environment).
     struct Configuration {
         FileURL homeURL;
         std::shared_ptr<FileSystem> fileSystem;
-        std::optional<std::vector<FileURL>> applicationsURLs; // default: /Applications, ~/Applications
+        std::optional<std::vector<FileURL>> applicationsURLs; // default: <systemRoot>/Applications, ~/Applications
         std::optional<std::vector<FileURL>> projectRoots;
         // Handed to the targets' classifiers. With a registry the scan also
         // looks for anomalies and resolves the registry's rules on disk.
         std::shared_ptr<const RuleRegistry> ruleRegistry;
-        ProcessRunningCheck isProcessRunning;
-        std::shared_ptr<ThermalGovernor> thermalGovernor; // default: the machine's providers
+        ProcessRunningCheck isProcessRunning; // DeveloperTargets::processChecker over the machine's processes
+        std::shared_ptr<ThermalGovernor> thermalGovernor;
+        Clock clock; // the scan's start and end
+        // Where the system-wide places lie (/Applications, the system's
+        // crash reports): "/" on a real machine.
+        std::string systemRoot = "/";
     };
 
     // The stages a host may put in place of the built-in targets.
@@ -81,6 +88,7 @@ private:
     std::shared_ptr<FileSystem> fileSystem_;
     std::shared_ptr<ThermalGovernor> thermalGovernor_;
     std::shared_ptr<const RuleRegistry> ruleRegistry_;
+    Clock clock_;
     Stages stages_;
 };
 

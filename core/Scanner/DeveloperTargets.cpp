@@ -27,20 +27,19 @@ void append(std::vector<DiscoveredItem>& into, Items&& more) {
 
 } // namespace
 
-std::vector<FileURL> defaultApplicationsURLs(const FileURL& homeURL) {
-    return {FileURL("/Applications", true), homeURL.appending("Applications", true)};
+std::vector<FileURL> defaultApplicationsURLs(const FileURL& homeURL, const std::string& systemRoot) {
+    return {FileURL(paths::appending(systemRoot, "Applications"), true), homeURL.appending("Applications", true)};
 }
 
-DeveloperTargets::DeveloperTargets(FileURL homeURL, std::optional<std::vector<FileURL>> applicationsURLs,
+DeveloperTargets::DeveloperTargets(FileURL homeURL, std::vector<FileURL> applicationsURLs,
                                    std::optional<std::vector<FileURL>> projectRoots,
                                    std::shared_ptr<FileSystem> fileSystem,
                                    std::shared_ptr<const RuleRegistry> ruleRegistry,
                                    ProcessRunningCheck isProcessRunning, std::optional<RiskClassifier> riskClassifier)
     : homeURL_(std::move(homeURL)),
-      applicationsURLs_(applicationsURLs ? std::move(*applicationsURLs) : defaultApplicationsURLs(homeURL_)),
+      applicationsURLs_(std::move(applicationsURLs)),
       projectRoots_(projectRoots ? std::move(*projectRoots) : defaultProjectRoots(homeURL_)),
-      fileSystem_(fileSystem ? std::move(fileSystem) : makeDefaultFileSystem()),
-      isProcessRunning_(isProcessRunning ? std::move(isProcessRunning) : defaultProcessChecker()),
+      fileSystem_(std::move(fileSystem)), isProcessRunning_(std::move(isProcessRunning)),
       ruleRegistry_(std::move(ruleRegistry)),
       riskClassifier_(riskClassifier ? std::move(*riskClassifier)
                                      : RiskClassifier(homeURL_, ruleRegistry_, fileSystem_)) {}
@@ -80,11 +79,10 @@ MeasuredMetrics DeveloperTargets::measureItem(const FileURL& url) const {
     return ItemMeasurer::measureItem(*fileSystem_, url.path());
 }
 
-ProcessRunningCheck DeveloperTargets::defaultProcessChecker() {
-    return [](const std::string& name) {
+ProcessRunningCheck DeveloperTargets::processChecker(std::shared_ptr<const Processes> processes) {
+    return [processes = std::move(processes)](const std::string& name) {
         const std::string wanted = unicode::lowercased(name);
         if (wanted.empty()) return false; // as the platform's "contains" answers for an empty text
-        auto processes = makeDefaultProcesses();
         for (const auto& running : processes->runningProcessNames()) {
             if (unicode::lowercased(running).find(wanted) != std::string::npos) return true;
         }
@@ -97,7 +95,7 @@ FileURL DeveloperTargets::homeChild(std::string_view relative, bool isDirectory)
 }
 
 std::optional<std::vector<FileURL>> DeveloperTargets::list(const FileURL& directory, ListOptions options) const {
-    std::error_code error;
+    PlatformError error;
     auto entries = fileSystem_->contentsOfDirectory(directory.path(), options, error);
     if (error) return std::nullopt;
     std::vector<FileURL> urls;

@@ -15,6 +15,7 @@
 
 namespace unbulk {
 
+class Processes;
 class RuleRegistry;
 
 // What lies where on a developer's machine: tool caches, git worktrees, Xcode
@@ -26,13 +27,14 @@ class RuleRegistry;
 // node_modules) and DeveloperTargetsModels.cpp (model weights, Docker).
 class DeveloperTargets {
 public:
-    // Absent arguments take their defaults: /Applications and ~/Applications;
-    // the eight usual project folders under the home; defaultProcessChecker();
-    // a classifier over the same home, registry and file system.
-    DeveloperTargets(FileURL homeURL, std::optional<std::vector<FileURL>> applicationsURLs,
+    // `applicationsURLs` are where Docker.app is looked for
+    // (defaultApplicationsURLs). Absent project roots are the eight usual
+    // project folders under the home; an absent classifier is one over the
+    // same home, registry and file system.
+    DeveloperTargets(FileURL homeURL, std::vector<FileURL> applicationsURLs,
                      std::optional<std::vector<FileURL>> projectRoots, std::shared_ptr<FileSystem> fileSystem,
-                     std::shared_ptr<const RuleRegistry> ruleRegistry = nullptr,
-                     ProcessRunningCheck isProcessRunning = {}, std::optional<RiskClassifier> riskClassifier = {});
+                     std::shared_ptr<const RuleRegistry> ruleRegistry, ProcessRunningCheck isProcessRunning,
+                     std::optional<RiskClassifier> riskClassifier = {});
 
     // The sub-scans that serve the given categories, in their fixed order:
     // they run at once, and their items and progress reports come out in
@@ -45,8 +47,8 @@ public:
     MeasuredMetrics measureItem(const FileURL& url) const;
 
     // A substring test without regard to case over the short names of the
-    // running processes.
-    static ProcessRunningCheck defaultProcessChecker();
+    // processes running when it is asked.
+    static ProcessRunningCheck processChecker(std::shared_ptr<const Processes> processes);
 
     const FileURL& homeURL() const { return homeURL_; }
     const std::vector<FileURL>& applicationsURLs() const { return applicationsURLs_; }
@@ -64,9 +66,19 @@ private:
     std::vector<DiscoveredItem> scanXcodeArtifacts(const ScanProgressHandler& progress) const;
     std::vector<DiscoveredItem> scanStrayNodeModules(const ScanProgressHandler& progress) const;
     std::vector<FileURL> discoverGitRepositories(const FileURL& root, int maxDepth) const;
+    // Text of a small regular file that git wrote, trimmed; nothing when it
+    // cannot be read or is not UTF-8. Callers make sure it is a regular file:
+    // a pipe in its place would hold the scan forever.
+    std::optional<std::string> readGitPointerFile(const std::string& path) const;
+    void checkLinkedCheckout(const FileURL& repository, const std::string& gitFile, ItemCollector& collector) const;
+    void checkWorktreeRecords(const FileURL& repository, const FileURL& gitFolder, ItemCollector& collector) const;
+    void offerOrphanedWorktree(const FileURL& url, std::string description, ItemCollector& collector) const;
 
     // Models and virtual machines.
     std::vector<DiscoveredItem> scanAIModelWeights(const ScanProgressHandler& progress) const;
+    void scanHuggingFace(ItemCollector& collector) const;
+    void scanWhisper(ItemCollector& collector) const;
+    void scanLMStudio(ItemCollector& collector) const;
     std::vector<DiscoveredItem> scanDockerVMs(const ScanProgressHandler& progress) const;
     bool isDockerAppInstalled() const;
     bool isDockerDaemonRunning() const;
@@ -85,7 +97,7 @@ private:
     RiskClassifier riskClassifier_;
 };
 
-// /Applications, then <home>/Applications.
-std::vector<FileURL> defaultApplicationsURLs(const FileURL& homeURL);
+// <systemRoot>/Applications, then <home>/Applications.
+std::vector<FileURL> defaultApplicationsURLs(const FileURL& homeURL, const std::string& systemRoot);
 
 } // namespace unbulk

@@ -55,97 +55,106 @@ bool hasWhisperModelExtension(const std::string& path) {
 
 // ---- model weights
 
+namespace {
+
+void offerModel(ItemCollector& collector, const FileURL& url, std::string description, std::string_view ruleId,
+                const MeasuredMetrics& metrics, std::optional<std::int64_t> fileCount = std::nullopt) {
+    collector.add({.url = url,
+                   .category = StorageCategory::aiModelWeights,
+                   .description = std::move(description),
+                   .fallbackRuleId = std::string(ruleId),
+                   .fileCount = fileCount},
+                  metrics);
+}
+
+// Offers a measured place unless it vanished since it was found.
+void offerMeasuredModel(ItemCollector& collector, const FileURL& url, const MeasuredMetrics& metrics,
+                        std::string description, std::string_view ruleId) {
+    if (ItemMeasurer::passesKeepTest(metrics)) offerModel(collector, url, std::move(description), ruleId, metrics);
+}
+
+} // namespace
+
 std::vector<DiscoveredItem> DeveloperTargets::scanAIModelWeights(const ScanProgressHandler& progress) const {
     ItemCollector collector(riskClassifier_, progress);
-    const ListOptions skipHidden{.skipHiddenFiles = true};
-
-    auto addItem = [&](const FileURL& url, std::string description, std::string_view fallbackRuleId,
-                       const MeasuredMetrics& metrics, std::optional<std::int64_t> fileCount = std::nullopt) {
-        collector.add({.url = url,
-                       .category = StorageCategory::aiModelWeights,
-                       .description = std::move(description),
-                       .fallbackRuleId = std::string(fallbackRuleId),
-                       .fileCount = fileCount},
-                      metrics);
-    };
-    // Measures a place and offers it unless it vanished since it was found.
-    auto addMeasured = [&](const FileURL& url, std::string description, std::string_view fallbackRuleId) {
-        const MeasuredMetrics metrics = measureItem(url);
-        if (ItemMeasurer::passesKeepTest(metrics)) addItem(url, std::move(description), fallbackRuleId, metrics);
-    };
-    auto existingHomeChild = [&](std::string_view relative) {
-        return fileSystem_->existingURL(homeChild(relative).path());
-    };
-
-    // Hugging Face hub: one item per cached repository, so that one model can
-    // go and another stay. A hub that cannot be listed, or holds nothing but
-    // hidden bookkeeping (.locks), is offered whole.
-    if (auto hub = existingHomeChild(".cache/huggingface/hub")) {
-        auto entries = list(*hub, skipHidden);
-        if (entries && !entries->empty()) {
-            for (const FileURL& entry : *entries) {
-                if (!isDirectoryEntry(*fileSystem_, entry)) continue;
-                addMeasured(entry, "HuggingFace Model: " + huggingFaceModelName(entry.lastComponent()),
-                            huggingFaceRuleId);
-            }
-        } else {
-            addMeasured(*hub, "HuggingFace Model Hub Cache", huggingFaceRuleId);
+    auto offerPlace = [&](std::string_view relative, std::string description, std::string_view ruleId) {
+        if (auto url = fileSystem_->existingURL(homeChild(relative).path())) {
+            offerMeasuredModel(collector, *url, measureItem(*url), std::move(description), ruleId);
         }
-    }
-
-    if (auto assets = existingHomeChild(".cache/huggingface/assets")) {
-        addMeasured(*assets, "HuggingFace Assets & Preprocessed Datasets", huggingFaceRuleId);
-    }
-
-    // Whisper: each checkpoint (*.pt, hidden ones too) by itself. A partial
-    // download ("base.pt.part") is not a model and is passed over.
-    if (auto whisper = existingHomeChild(".cache/whisper")) {
-        auto entries = list(*whisper, ListOptions{});
-        if (entries && !entries->empty()) {
-            for (const FileURL& entry : *entries) {
-                if (!hasWhisperModelExtension(entry.path())) continue;
-                addItem(entry, "OpenAI Whisper Model: " + entry.lastComponent(), whisperRuleId, measureItem(entry), 1);
-            }
-        } else {
-            addMeasured(*whisper, "OpenAI Whisper Speech Models Cache", whisperRuleId);
-        }
-    }
-
+    };
+    scanHuggingFace(collector);
+    offerPlace(".cache/huggingface/assets", "HuggingFace Assets & Preprocessed Datasets", huggingFaceRuleId);
+    scanWhisper(collector);
     // Ollama shares layers between models, so its store goes whole.
-    if (auto ollama = existingHomeChild(".ollama/models")) {
-        addMeasured(*ollama, "Ollama Local Model Layers & Manifests (GGUF)", ollamaRuleId);
-    }
+    offerPlace(".ollama/models", "Ollama Local Model Layers & Manifests (GGUF)", ollamaRuleId);
+    scanLMStudio(collector);
+    for (std::string_view relative : vllmPaths) offerPlace(relative, "vLLM Model Weights & Kernel Cache", vllmRuleId);
+    return collector.take();
+}
 
-    // LM Studio: <root>/<publisher>/<model>, one item per model.
+// Hugging Face hub: one item per cached repository, so that one model can go
+// and another stay. A hub that cannot be listed, or holds nothing but hidden
+// bookkeeping (.locks), is offered whole.
+void DeveloperTargets::scanHuggingFace(ItemCollector& collector) const {
+    const auto hub = fileSystem_->existingURL(homeChild(".cache/huggingface/hub").path());
+    if (!hub) return;
+    const auto entries = list(*hub, ListOptions{.skipHiddenFiles = true});
+    if (!entries || entries->empty()) {
+        offerMeasuredModel(collector, *hub, measureItem(*hub), "HuggingFace Model Hub Cache", huggingFaceRuleId);
+        return;
+    }
+    for (const FileURL& entry : *entries) {
+        if (!isDirectoryEntry(*fileSystem_, entry)) continue;
+        offerMeasuredModel(collector, entry, measureItem(entry),
+                           "HuggingFace Model: " + huggingFaceModelName(entry.lastComponent()), huggingFaceRuleId);
+    }
+}
+
+// Whisper: each checkpoint (*.pt, hidden ones too) by itself. A partial
+// download ("base.pt.part") is not a model and is passed over.
+void DeveloperTargets::scanWhisper(ItemCollector& collector) const {
+    const auto whisper = fileSystem_->existingURL(homeChild(".cache/whisper").path());
+    if (!whisper) return;
+    const auto entries = list(*whisper, ListOptions{});
+    if (!entries || entries->empty()) {
+        offerMeasuredModel(collector, *whisper, measureItem(*whisper), "OpenAI Whisper Speech Models Cache",
+                           whisperRuleId);
+        return;
+    }
+    for (const FileURL& entry : *entries) {
+        if (!hasWhisperModelExtension(entry.path())) continue;
+        offerModel(collector, entry, "OpenAI Whisper Model: " + entry.lastComponent(), whisperRuleId,
+                   measureItem(entry), 1);
+    }
+}
+
+// LM Studio: <root>/<publisher>/<model>, one item per model; a root or a
+// publisher with nothing to list below it is offered whole.
+void DeveloperTargets::scanLMStudio(ItemCollector& collector) const {
+    const ListOptions skipHidden{.skipHiddenFiles = true};
     for (std::string_view relative : lmStudioRoots) {
-        auto root = existingHomeChild(relative);
+        const auto root = fileSystem_->existingURL(homeChild(relative).path());
         if (!root) continue;
-        auto publishers = list(*root, skipHidden);
+        const auto publishers = list(*root, skipHidden);
         if (!publishers || publishers->empty()) {
-            addMeasured(*root, "LM Studio Local Models Cache", lmStudioRuleId);
+            offerMeasuredModel(collector, *root, measureItem(*root), "LM Studio Local Models Cache", lmStudioRuleId);
             continue;
         }
         for (const FileURL& publisher : *publishers) {
             if (!isDirectoryEntry(*fileSystem_, publisher)) continue;
             const std::string publisherName = publisher.lastComponent();
-            auto models = list(publisher, skipHidden);
+            const auto models = list(publisher, skipHidden);
             if (!models || models->empty()) {
-                addMeasured(publisher, "LM Studio Model: " + publisherName, lmStudioRuleId);
+                offerMeasuredModel(collector, publisher, measureItem(publisher), "LM Studio Model: " + publisherName,
+                                   lmStudioRuleId);
                 continue;
             }
             for (const FileURL& model : *models) {
-                addMeasured(model, "LM Studio Model: " + publisherName + "/" + model.lastComponent(), lmStudioRuleId);
+                offerMeasuredModel(collector, model, measureItem(model),
+                                   "LM Studio Model: " + publisherName + "/" + model.lastComponent(), lmStudioRuleId);
             }
         }
     }
-
-    for (std::string_view relative : vllmPaths) {
-        if (auto vllm = existingHomeChild(relative)) {
-            addMeasured(*vllm, "vLLM Model Weights & Kernel Cache", vllmRuleId);
-        }
-    }
-
-    return collector.take();
 }
 
 // ---- Docker

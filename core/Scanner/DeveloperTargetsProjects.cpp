@@ -85,61 +85,6 @@ std::vector<DiscoveredItem> DeveloperTargets::scanGitWorktrees(const ScanProgres
     }
     if (fileSystem_->fileExists(homeURL_.appending(".git").path())) roots.push_back(homeURL_);
 
-    // Text of a small regular file that git wrote, trimmed; nothing when it
-    // cannot be read or is not UTF-8. Callers make sure it is a regular file:
-    // a pipe in its place would hold the scan forever.
-    auto readPointerFile = [&](const std::string& path) -> std::optional<std::string> {
-        std::error_code error;
-        auto contents = fileSystem_->readFile(path, gitPointerFileLimit + 1, error);
-        if (!contents || contents->size() > gitPointerFileLimit || !unicode::scalars(*contents)) return std::nullopt;
-        return std::string(unicode::trimmingWhitespaceAndNewlines(*contents));
-    };
-
-    auto offer = [&](const FileURL& url, std::string description) {
-        const MeasuredMetrics metrics = measureItem(url);
-        if (!ItemMeasurer::passesKeepTest(metrics)) return;
-        collector.add({.url = url,
-                       .category = StorageCategory::developerCache,
-                       .description = std::move(description),
-                       .fallbackRuleId = "dev.git.orphaned_worktrees",
-                       .classifyAsOrphaned = true,
-                       .isOrphaned = true},
-                      metrics);
-    };
-
-    // A linked checkout: its `.git` file points into the main repository's
-    // `.git/worktrees/<name>`. When that is gone, the checkout is left over.
-    auto checkLinkedCheckout = [&](const FileURL& repository, const std::string& gitFile) {
-        auto text = readPointerFile(gitFile);
-        if (!text || !text->starts_with(gitdirPrefix)) return;
-        const std::string target(unicode::trimmingWhitespaceAndNewlines(std::string_view(*text).substr(gitdirPrefix.size())));
-        if (target.empty() || fileSystem_->fileExists(gitPointerTarget(repository, target))) return;
-        offer(repository, "Orphaned Git Worktree Checkout: " + repository.lastComponent() +
-                              " (main repository missing)");
-    };
-
-    // A main repository: each record in `.git/worktrees` names its checkout's
-    // `.git` file in `gitdir`. A record whose checkout is gone is dangling,
-    // unless it is locked (a `locked` file in the record, from `git worktree
-    // lock`): git keeps such a record for a checkout on a disk that is away,
-    // and so do we. A missing `worktrees` folder shows as a failed listing.
-    auto checkWorktreeRecords = [&](const FileURL& repository, const FileURL& gitFolder) {
-        auto records = list(gitFolder.appending("worktrees", true), ListOptions{.skipHiddenFiles = true});
-        if (!records) return;
-        for (const FileURL& record : *records) {
-            const std::string gitdir = record.appending("gitdir").path();
-            std::error_code error;
-            auto status = fileSystem_->status(gitdir, error);
-            if (!status || status->kind != FileKind::regular) continue;
-            auto target = readPointerFile(gitdir);
-            if (!target || target->empty() || fileSystem_->fileExists(gitPointerTarget(record, *target))) continue;
-            std::error_code lockError;
-            if (fileSystem_->linkStatus(record.appending("locked").path(), lockError)) continue;
-            offer(record, "Orphaned Git Worktree: " + repository.lastComponent() + "/" + record.lastComponent() +
-                              " (target deleted)");
-        }
-    };
-
     std::unordered_set<std::string> seenRepositories;
     for (const FileURL& root : roots) {
         throwIfCancelled(stop);
@@ -153,17 +98,74 @@ std::vector<DiscoveredItem> DeveloperTargets::scanGitWorktrees(const ScanProgres
             if (!seenRepositories.insert(repository.standardized().path()).second) continue;
 
             const FileURL gitURL = repository.appending(".git");
-            std::error_code error;
+            PlatformError error;
             auto git = fileSystem_->status(gitURL.path(), error);
             if (!git) continue;
             if (git->kind == FileKind::directory) {
-                checkWorktreeRecords(repository, FileURL(gitURL.path(), true));
+                checkWorktreeRecords(repository, FileURL(gitURL.path(), true), collector);
             } else if (git->kind == FileKind::regular) {
-                checkLinkedCheckout(repository, gitURL.path());
+                checkLinkedCheckout(repository, gitURL.path(), collector);
             }
         }
     }
     return collector.take();
+}
+
+std::optional<std::string> DeveloperTargets::readGitPointerFile(const std::string& path) const {
+    PlatformError error;
+    auto contents = fileSystem_->readFile(path, gitPointerFileLimit + 1, error);
+    if (!contents || contents->size() > gitPointerFileLimit || !unicode::scalars(*contents)) return std::nullopt;
+    return std::string(unicode::trimmingWhitespaceAndNewlines(*contents));
+}
+
+void DeveloperTargets::offerOrphanedWorktree(const FileURL& url, std::string description,
+                                             ItemCollector& collector) const {
+    const MeasuredMetrics metrics = measureItem(url);
+    if (!ItemMeasurer::passesKeepTest(metrics)) return;
+    collector.add({.url = url,
+                   .category = StorageCategory::developerCache,
+                   .description = std::move(description),
+                   .fallbackRuleId = "dev.git.orphaned_worktrees",
+                   .classifyAsOrphaned = true,
+                   .isOrphaned = true},
+                  metrics);
+}
+
+// A linked checkout: its `.git` file points into the main repository's
+// `.git/worktrees/<name>`. When that is gone, the checkout is left over.
+void DeveloperTargets::checkLinkedCheckout(const FileURL& repository, const std::string& gitFile,
+                                           ItemCollector& collector) const {
+    auto text = readGitPointerFile(gitFile);
+    if (!text || !text->starts_with(gitdirPrefix)) return;
+    const std::string target(unicode::trimmingWhitespaceAndNewlines(std::string_view(*text).substr(gitdirPrefix.size())));
+    if (target.empty() || fileSystem_->fileExists(gitPointerTarget(repository, target))) return;
+    offerOrphanedWorktree(repository,
+                          "Orphaned Git Worktree Checkout: " + repository.lastComponent() + " (main repository missing)",
+                          collector);
+}
+
+// A main repository: each record in `.git/worktrees` names its checkout's
+// `.git` file in `gitdir`. A record whose checkout is gone is dangling,
+// unless it is locked (a `locked` file in the record, from `git worktree
+// lock`): git keeps such a record for a checkout on a disk that is away,
+// and so do we. A missing `worktrees` folder shows as a failed listing.
+void DeveloperTargets::checkWorktreeRecords(const FileURL& repository, const FileURL& gitFolder,
+                                            ItemCollector& collector) const {
+    auto records = list(gitFolder.appending("worktrees", true), ListOptions{.skipHiddenFiles = true});
+    if (!records) return;
+    for (const FileURL& record : *records) {
+        const std::string gitdir = record.appending("gitdir").path();
+        PlatformError error;
+        auto status = fileSystem_->status(gitdir, error);
+        if (!status || status->kind != FileKind::regular) continue;
+        auto target = readGitPointerFile(gitdir);
+        if (!target || target->empty() || fileSystem_->fileExists(gitPointerTarget(record, *target))) continue;
+        if (fileSystem_->linkStatus(record.appending("locked").path(), error)) continue;
+        offerOrphanedWorktree(record,
+                              "Orphaned Git Worktree: " + repository.lastComponent() + "/" + record.lastComponent() +
+                                  " (target deleted)",
+                              collector);
+    }
 }
 
 // ---- Xcode
@@ -182,7 +184,7 @@ std::vector<DiscoveredItem> DeveloperTargets::scanXcodeArtifacts(const ScanProgr
 
     const FileURL derivedData = homeChild("Library/Developer/Xcode/DerivedData");
     if (fileSystem_->fileExists(derivedData.path())) {
-        std::error_code error;
+        PlatformError error;
         auto entries = fileSystem_->contentsOfDirectory(derivedData.path(), ListOptions{.skipHiddenFiles = true},
                                                         error);
         if (!error && !entries.empty()) {

@@ -24,30 +24,23 @@ MeasuredMetrics singleFile(const std::optional<FileStatus>& status) {
 } // namespace
 
 MeasuredMetrics measureSingleFile(const FileSystem& fileSystem, const std::string& path) {
-    std::error_code error;
+    PlatformError error;
     return singleFile(fileSystem.linkStatus(path, error));
 }
 
 MeasuredMetrics measureItem(const FileSystem& fileSystem, const std::string& path, UnreadableDirectories unreadable) {
-    // The path's own lstat answers for everything but a link, whose target
-    // decides whether there is a tree to walk: one call where one will do.
-    std::error_code error;
-    const auto self = fileSystem.linkStatus(path, error);
-    bool isDirectory = self && self->kind == FileKind::directory;
-    if (!self || self->kind == FileKind::symbolicLink) {
-        const auto target = fileSystem.status(path, error);
-        if (!target) return {};
-        isDirectory = target->kind == FileKind::directory;
-    }
-    if (!isDirectory) return singleFile(self);
-
-    // A directory that cannot be read (the root among them) adds nothing and
-    // stops nothing: an unreadable item measures as an empty directory, 0
-    // bytes and one file with no dates, flagged only where the caller asks
-    // for permission errors to be. Every name of a file counts as a file;
-    // its bytes are charged once.
+    // A link's target decides whether there is a tree to walk; a file (or a
+    // link to one) is its own lstat. A directory that cannot be read (the
+    // root among them) adds nothing and stops nothing: an unreadable item
+    // measures as an empty directory, 0 bytes and one file with no dates,
+    // flagged only where the caller asks for permission errors to be. Every
+    // name of a file counts as a file; its bytes are charged once.
     InodeSet inodes;
-    const TreeMeasure tree = fileSystem.measureTree(path, {.status = WalkStatus::regularFiles, .inodes = &inodes});
+    const ItemTree item = measureItemTree(fileSystem, path, LinkAtItem::asTarget,
+                                          {.status = WalkStatus::regularFiles, .inodes = &inodes});
+    if (!item.exists()) return {};
+    if (!item.tree) return singleFile(item.own);
+    const TreeMeasure& tree = *item.tree;
     MeasuredMetrics metrics{
         .allocatedBytes = tree.chargedAllocatedBytes,
         .logicalBytes = tree.chargedLogicalBytes,

@@ -57,7 +57,7 @@ public:
             return from(*next, index + 1);
         }
 
-        std::error_code error;
+        PlatformError error;
         const auto entries = fileSystem_.contentsOfDirectory(base.path(), {.skipHiddenFiles = true}, error);
         if (error) return {};
         std::vector<FileURL> out;

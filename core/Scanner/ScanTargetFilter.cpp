@@ -22,7 +22,7 @@ bool startsWithAny(std::string_view text, std::span<const std::string_view> pref
 ScanTargetFilter::ScanTargetFilter(ScanTargetSet disabledTargets, const std::vector<std::string>& excludedPaths,
                                    FileURL homeURL, std::shared_ptr<FileSystem> fileSystem)
     : disabledTargets_(std::move(disabledTargets)), homeURL_(std::move(homeURL)),
-      fileSystem_(fileSystem ? std::move(fileSystem) : makeDefaultFileSystem()) {
+      fileSystem_(std::move(fileSystem)) {
     for (const auto& path : excludedPaths) {
         if (auto normalized = normalize(path, homeURL_)) excludedPaths_.push_back(std::move(*normalized));
     }

@@ -23,7 +23,7 @@ public:
     // dropped and the rest keep their order. The file system resolves
     // symbolic links for isExcluded().
     ScanTargetFilter(ScanTargetSet disabledTargets, const std::vector<std::string>& excludedPaths, FileURL homeURL,
-                     std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem());
+                     std::shared_ptr<FileSystem> fileSystem);
 
     const ScanTargetSet& disabledTargets() const { return disabledTargets_; }
     const std::vector<std::string>& excludedPaths() const { return excludedPaths_; }

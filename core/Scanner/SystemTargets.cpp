@@ -55,10 +55,9 @@ void append(SystemScanOutput& into, SystemScanOutput more) {
 
 } // namespace
 
-SystemTargets::SystemTargets(FileURL homeURL, std::shared_ptr<FileSystem> fileSystem,
+SystemTargets::SystemTargets(FileURL homeURL, std::string systemRoot, std::shared_ptr<FileSystem> fileSystem,
                              std::shared_ptr<const RuleRegistry> ruleRegistry)
-    : homeURL_(std::move(homeURL)),
-      fileSystem_(fileSystem ? std::move(fileSystem) : makeDefaultFileSystem()),
+    : homeURL_(std::move(homeURL)), systemRoot_(std::move(systemRoot)), fileSystem_(std::move(fileSystem)),
       ruleRegistry_(std::move(ruleRegistry)),
       riskClassifier_(homeURL_, ruleRegistry_, fileSystem_) {}
 
@@ -156,7 +155,8 @@ SystemScanOutput SystemTargets::scanCrashReports(const ScanProgressHandler& prog
     const std::array places{
         Place{homeChild("Library/Logs/DiagnosticReports"), "User Diagnostic & Crash Reports (.ips)"},
         Place{homeChild("Library/Logs/CrashReporter"), "Legacy User Crash Reports"},
-        Place{FileURL("/Library/Logs/DiagnosticReports", true), "System Diagnostic & Panic Reports"},
+        Place{FileURL(paths::appending(systemRoot_, "Library/Logs/DiagnosticReports"), true),
+              "System Diagnostic & Panic Reports"},
     };
     for (const Place& place : places) {
         throwIfCancelled(stop);
@@ -269,16 +269,16 @@ FileURL SystemTargets::homeChild(std::string_view relative) const {
 }
 
 bool SystemTargets::probeIsRefused(const FileURL& url) const {
-    std::error_code error;
+    PlatformError error;
     (void)fileSystem_->contentsOfDirectory(url.path(), ListOptions{}, error);
-    return error && TCCIsolationHelper::isPermissionOrTCCError(error);
+    return error && TCCIsolationHelper::isPermissionOrTCCError(error.code);
 }
 
 std::optional<std::vector<DirectoryEntry>> SystemTargets::listBase(const GuardedPlace& base, Section& section) const {
-    std::error_code error;
+    PlatformError error;
     auto entries = fileSystem_->contentsOfDirectory(base.url.path(), ListOptions{.skipHiddenFiles = true}, error);
     if (!error) return entries;
-    if (TCCIsolationHelper::isPermissionOrTCCError(error)) addRefusal(base, RiskTier::safeToDelete, section);
+    if (TCCIsolationHelper::isPermissionOrTCCError(error.code)) addRefusal(base, RiskTier::safeToDelete, section);
     return std::nullopt;
 }
 

@@ -25,7 +25,9 @@ class RuleRegistry;
 // Disk Access, and the scan goes on. It holds no mutable state.
 class SystemTargets {
 public:
-    SystemTargets(FileURL homeURL, std::shared_ptr<FileSystem> fileSystem,
+    // The system's own crash reports are read below `systemRoot` ("/" on a
+    // real machine).
+    SystemTargets(FileURL homeURL, std::string systemRoot, std::shared_ptr<FileSystem> fileSystem,
                   std::shared_ptr<const RuleRegistry> ruleRegistry = nullptr);
 
     // The sections that serve the given categories, in their fixed order:
@@ -89,6 +91,7 @@ private:
                        std::string fallbackRuleId, bool (*keep)(const MeasuredMetrics&), Section& section) const;
 
     FileURL homeURL_;
+    std::string systemRoot_;
     std::shared_ptr<FileSystem> fileSystem_;
     std::shared_ptr<const RuleRegistry> ruleRegistry_;
     RiskClassifier riskClassifier_;

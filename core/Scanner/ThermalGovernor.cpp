@@ -5,7 +5,6 @@
 
 #include <fmt/format.h>
 
-#include "Platform/SystemInfo.hpp"
 
 namespace unbulk {
 namespace {
@@ -63,10 +62,6 @@ std::shared_ptr<ThermalGovernor> ThermalGovernor::make(std::shared_ptr<ThermalSt
     }
     governor->startObserver();
     return governor;
-}
-
-std::shared_ptr<ThermalGovernor> ThermalGovernor::makeDefault() {
-    return make(makeDefaultThermalStateProvider(), makeDefaultPowerSourceProvider(), activeProcessorCount());
 }
 
 std::shared_ptr<ThermalGovernor> ThermalGovernor::unrestricted(int activeProcessors) {

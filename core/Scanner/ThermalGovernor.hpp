@@ -35,8 +35,6 @@ public:
     static std::shared_ptr<ThermalGovernor> make(std::shared_ptr<ThermalStateProviding> thermalProvider,
                                                  std::shared_ptr<PowerSourceProviding> powerProvider,
                                                  int activeProcessors);
-    // The machine's own providers and processor count.
-    static std::shared_ptr<ThermalGovernor> makeDefault();
     // Never paced: for tests and headless use.
     static std::shared_ptr<ThermalGovernor> unrestricted(int activeProcessors);
 

@@ -44,6 +44,4 @@ FileCategory categorize(std::string_view fileName, const FileTypes& fileTypes) {
     return FileCategory::other;
 }
 
-FileCategory categorize(const FileURL& url) { return categorize(url, *makeDefaultFileTypes()); }
-
 } // namespace unbulk::FileCategorizer

@@ -32,7 +32,6 @@ inline constexpr std::array<std::string_view, 7> binaryExtensions{"app",    "fra
                                                                   "plugin", "dylib",     "so"};
 
 FileCategory categorize(const FileURL& url, const FileTypes& fileTypes);
-FileCategory categorize(const FileURL& url);
 // By the last path component alone, which is all the tests above look at.
 FileCategory categorize(std::string_view fileName, const FileTypes& fileTypes);
 

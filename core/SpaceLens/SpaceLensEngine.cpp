@@ -32,13 +32,12 @@ SpaceLensEngine::Measure entryMeasure(const FileStatus& status) {
 } // namespace
 
 SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& path) const {
-    std::error_code error;
-    const auto status = fileSystem_->linkStatus(path, error);
-    if (!status) return {};
-    if (status->kind != FileKind::directory) return entryMeasure(*status);
     // Every name of a file counts, with its bytes (no inode set here).
-    const TreeMeasure tree =
-        fileSystem_->measureTree(path, {.status = WalkStatus::regularFiles, .descendIntoPackages = false});
+    const ItemTree item = measureItemTree(*fileSystem_, path, LinkAtItem::asLink,
+                                          {.status = WalkStatus::regularFiles, .descendIntoPackages = false});
+    if (!item.exists()) return {};
+    if (!item.tree) return entryMeasure(*item.own);
+    const TreeMeasure& tree = *item.tree;
     return {tree.files.allocatedBytes, tree.files.logicalBytes, std::max<std::int64_t>(tree.files.count, 1)};
 }
 
@@ -179,7 +178,26 @@ public:
     std::vector<Run> takeRuns() { return std::move(runs_); }
 
 private:
+    // An opened directory's entries: its files are leaves already, its
+    // directories and links wait to be built.
+    struct Listing {
+        struct Pending {
+            std::uint64_t nameOffset;
+            std::uint32_t nameLength;
+            FileStatus own;
+        };
+        explicit Listing(std::size_t kept) : children(kept) {}
+        Children children;
+        Totals totals;
+        std::string names; // every name listed, in the order listed
+        std::vector<Pending> pending;
+        std::uint32_t finished = 0;
+    };
+
     bool openChildren(const std::string& path, std::int64_t depth, const Ancestor& here, Node& node);
+    bool list(const std::string& path, Listing& listing);
+    void buildPending(const std::string& path, std::int64_t depth, const Ancestor& here, Listing& listing);
+    Run keptRun(Listing& listing) const;
     bool measureCutOff(const std::string& path, Node& node);
     std::uint32_t keep(Run run) {
         std::lock_guard lock(runsMutex_);
@@ -206,7 +224,7 @@ std::optional<Node> TreeBuilder::build(const std::string& path, std::int64_t dep
     // links, so a link to a directory opens as that directory and a dangling
     // link is nothing (and left out by its parent); for anything but a link
     // the two answers are one.
-    std::error_code error;
+    PlatformError error;
     if (!own) own = fileSystem_.linkStatus(path, error);
     if (!own) return std::nullopt;
     const bool isLink = own->kind == FileKind::symbolicLink;
@@ -254,16 +272,20 @@ std::optional<Node> TreeBuilder::build(const std::string& path, std::int64_t dep
 // directory cannot be read.
 bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, const Ancestor& here, Node& node) {
     const bool keepsChildren = depth < retention_.depth;
-    Children children(keepsChildren ? retention_.children : 0);
-    Totals totals;
-    std::string names; // every name listed, in the order listed
-    struct Pending {
-        std::uint64_t nameOffset;
-        std::uint32_t nameLength;
-        FileStatus own;
-    };
-    std::vector<Pending> pending; // directories and links, built below
-    std::uint32_t finished = 0;
+    Listing listing(keepsChildren ? retention_.children : 0);
+    if (!list(path, listing)) return false;
+    buildPending(path, depth, here, listing);
+
+    node.allocatedSizeBytes = listing.totals.allocated;
+    node.logicalSizeBytes = listing.totals.logical;
+    node.itemCount = listing.totals.count;
+    if (keepsChildren) node.children = keep(keptRun(listing));
+    return true;
+}
+
+// Reads the directory: each file a leaf, each directory or link pending.
+// False when it cannot be read.
+bool TreeBuilder::list(const std::string& path, Listing& listing) {
     bool readable = true;
     bool cancelled = false;
     WalkCallbacks callbacks;
@@ -273,18 +295,18 @@ bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, cons
             cancelled = true;
             return WalkAction::stop;
         }
-        const std::uint64_t offset = names.size();
-        names += entry.name;
+        const std::uint64_t offset = listing.names.size();
+        listing.names += entry.name;
         const auto length = static_cast<std::uint32_t>(entry.name.size());
         if (entry.kind == FileKind::directory || entry.kind == FileKind::symbolicLink) {
-            pending.push_back({offset, length, *entry.status});
+            listing.pending.push_back({offset, length, *entry.status});
             return WalkAction::skipDescendants;
         }
         Node leaf = leafOf(*entry.status);
         leaf.nameOffset = offset;
         leaf.nameLength = length;
-        totals.add(leaf);
-        children.add(leaf, ++finished);
+        listing.totals.add(leaf);
+        listing.children.add(leaf, ++listing.finished);
         if (progress_) progress_(entry.path, leaf.allocatedSizeBytes);
         return WalkAction::skipDescendants;
     };
@@ -294,10 +316,16 @@ bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, cons
     };
     fileSystem_.walk(path, {.status = WalkStatus::all, .skipHiddenFiles = true}, callbacks);
     if (cancelled) throw CancellationError{};
-    if (!readable) return false;
+    return readable;
+}
 
+// Builds the pending directories and links in parallel; each adds to the
+// totals and offers itself to the children as it finishes.
+void TreeBuilder::buildPending(const std::string& path, std::int64_t depth, const Ancestor& here,
+                               Listing& listing) {
     std::mutex mutex; // for what the parallel builds hand in
     std::atomic<bool> stopped{false};
+    const auto& pending = listing.pending;
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, pending.size()), [&](const tbb::blocked_range<std::size_t>& range) {
         for (std::size_t i = range.begin(); i != range.end(); ++i) {
             if (stop_.stopRequested()) {
@@ -306,7 +334,7 @@ bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, cons
             }
             std::string childPath = path;
             if (childPath.empty() || childPath.back() != '/') childPath += '/';
-            childPath.append(names, pending[i].nameOffset, pending[i].nameLength);
+            childPath.append(listing.names, pending[i].nameOffset, pending[i].nameLength);
             std::optional<Node> child;
             try {
                 child = build(childPath, depth + 1, &here, pending[i].own);
@@ -318,27 +346,25 @@ bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, cons
             child->nameOffset = pending[i].nameOffset;
             child->nameLength = pending[i].nameLength;
             std::lock_guard lock(mutex);
-            totals.add(*child);
-            children.add(*child, ++finished);
+            listing.totals.add(*child);
+            listing.children.add(*child, ++listing.finished);
         }
     });
     if (stopped) throw CancellationError{};
+}
 
-    node.allocatedSizeBytes = totals.allocated;
-    node.logicalSizeBytes = totals.logical;
-    node.itemCount = totals.count;
-    if (!keepsChildren) return true;
-
+// The children kept, in their order, with their names, classes and ids.
+Run TreeBuilder::keptRun(Listing& listing) const {
     Run run;
-    children.sort();
-    run.nodes = std::move(children.nodes());
+    listing.children.sort();
+    run.nodes = std::move(listing.children.nodes());
     if (retention_.children == SIZE_MAX) {
-        run.names = std::move(names);
+        run.names = std::move(listing.names);
     } else {
         // A few kept of many: their names alone.
         for (Node& child : run.nodes) {
             const std::uint64_t offset = run.names.size();
-            run.names.append(names, child.nameOffset, child.nameLength);
+            run.names.append(listing.names, child.nameOffset, child.nameLength);
             child.nameOffset = offset;
         }
     }
@@ -352,8 +378,7 @@ bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, cons
         }
     });
     assignIds(run.nodes);
-    node.children = keep(std::move(run));
-    return true;
+    return run;
 }
 
 // At the depth limit: no nodes, every entry measured whole. False when the
@@ -426,8 +451,7 @@ SpaceTree SpaceLensEngine::scanTree(const FileURL& url, std::int64_t maxDepth, S
 
 std::vector<SpaceNode> SpaceLensEngine::filter(const SpaceNode& root, std::optional<std::int64_t> minSize,
                                                std::optional<double> minAgeSeconds,
-                                               std::optional<FileCategory> category) {
-    const Date now = std::chrono::system_clock::now();
+                                               std::optional<FileCategory> category, Date now) {
     std::vector<SpaceNode> result;
     std::vector<const SpaceNode*> pending{&root};
     while (!pending.empty()) {

@@ -39,8 +39,7 @@ struct SpaceLensRetention {
 // recursive measure, links are not followed.
 class SpaceLensEngine {
 public:
-    explicit SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
-                             std::shared_ptr<FileTypes> fileTypes = makeDefaultFileTypes());
+    SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<FileTypes> fileTypes);
 
     // The root at depth 0. Throws NoSuchFileError when nothing is at `url`, and
     // CancellationError when stop is requested. `progress` hears of every
@@ -55,10 +54,11 @@ public:
 
     // Files, package leaves and directories cut off by depth (never an opened
     // directory) that are at least `minSize` (allocated or logical), whose
-    // last access (else modification) is at least `minAgeSeconds` ago, and of
-    // `category`; largest first.
+    // last access (else modification) is at least `minAgeSeconds` before
+    // `now`, and of `category`; largest first.
     static std::vector<SpaceNode> filter(const SpaceNode& root, std::optional<std::int64_t> minSize,
-                                         std::optional<double> minAgeSeconds, std::optional<FileCategory> category);
+                                         std::optional<double> minAgeSeconds, std::optional<FileCategory> category,
+                                         Date now);
 
     struct Measure {
         std::int64_t allocated = 0;

@@ -37,17 +37,16 @@ std::string baseName(const FileURL& bundleURL) {
 } // namespace
 
 AppScanner::AppScanner(Configuration c)
-    : fileSystem_(c.fileSystem ? std::move(c.fileSystem) : makeDefaultFileSystem()) {
-    applicationsURLs_ = c.applicationsURLs ? std::move(*c.applicationsURLs)
-                                           : std::vector<FileURL>{FileURL("/Applications", true),
-                                                                  c.homeURL.appending("Applications", true)};
-    systemApplicationsURLs_ = c.systemApplicationsURLs
-                                  ? std::move(*c.systemApplicationsURLs)
-                                  : std::vector<FileURL>{FileURL("/System/Applications", true),
-                                                         FileURL("/System/Applications/Utilities", true),
-                                                         FileURL("/System/Library/CoreServices/Applications", true)};
-    guard_ = c.protectedAppGuard ? std::move(c.protectedAppGuard)
-                                 : std::make_shared<const ProtectedAppGuard>(fileSystem_, c.runningAppsProvider);
+    : fileSystem_(std::move(c.fileSystem)), guard_(std::move(c.protectedAppGuard)) {
+    auto system = [&](std::string_view relative) { return FileURL(paths::appending(c.systemRoot, relative), true); };
+    applicationsURLs_ = c.applicationsURLs
+                            ? std::move(*c.applicationsURLs)
+                            : std::vector<FileURL>{system("Applications"), c.homeURL.appending("Applications", true)};
+    systemApplicationsURLs_ =
+        c.systemApplicationsURLs
+            ? std::move(*c.systemApplicationsURLs)
+            : std::vector<FileURL>{system("System/Applications"), system("System/Applications/Utilities"),
+                                   system("System/Library/CoreServices/Applications")};
 }
 
 std::vector<InstalledApp> AppScanner::listInstalledApps(StopToken stop) const { return scanInstalledApps(false, stop); }
@@ -90,7 +89,7 @@ std::vector<FileURL> AppScanner::discoverBundles(const std::vector<FileURL>& roo
     std::vector<FileURL> found;
     std::set<std::string> visited; // resolved paths of bundles taken
     auto traverse = [&](auto& self, const std::string& directory, int depth) -> void {
-        std::error_code error;
+        PlatformError error;
         const auto entries = fileSystem_->contentsOfDirectory(directory, {.skipHiddenFiles = true}, error);
         if (error) return;
         for (const auto& entry : entries) {
@@ -115,7 +114,7 @@ std::vector<FileURL> AppScanner::discoverBundles(const std::vector<FileURL>& roo
 
 std::optional<InstalledApp> AppScanner::inspectBundle(const FileURL& bundleURL) const {
     if (!fileSystem_->fileExists(bundleURL.path())) return std::nullopt;
-    std::error_code error;
+    PlatformError error;
     const auto bytes =
         fileSystem_->readFile(paths::appending(bundleURL.path(), "Contents/Info.plist"), 16 * 1024 * 1024, error);
     const Json info = bytes ? PropertyList::parseDictionary(*bytes) : Json::object();
@@ -158,7 +157,7 @@ std::optional<InstalledApp> AppScanner::inspectBundle(const FileURL& bundleURL) 
 
 AppArchitecture AppScanner::detectArchitecture(const std::optional<FileURL>& executableURL) const {
     if (!executableURL) return AppArchitecture::unknown;
-    std::error_code error;
+    PlatformError error;
     const auto header = fileSystem_->readFile(executableURL->path(), MachOHeader::bytesRead, error);
     return header ? MachOHeader::architectureOf(*header) : AppArchitecture::unknown;
 }
@@ -177,7 +176,7 @@ std::optional<FileURL> AppScanner::iconURL(const FileURL& bundleURL, const Json&
         const std::string path = paths::appending(resources, name);
         if (fileSystem_->fileExists(path)) return FileURL(path);
     }
-    std::error_code error;
+    PlatformError error;
     for (const auto& entry : fileSystem_->contentsOfDirectory(resources, {}, error)) {
         if (entry.name.ends_with(".icns")) return FileURL(paths::appending(resources, entry.name));
     }

@@ -18,14 +18,16 @@ namespace unbulk {
 // links counted once. Bundles are inspected in parallel, one task each.
 class AppScanner {
 public:
+    // The file system and the guard are required; the roots default to
+    // places below the system root ("/" on a real machine).
     struct Configuration {
-        std::optional<std::vector<FileURL>> applicationsURLs;       // default: /Applications, ~/Applications
-        std::optional<std::vector<FileURL>> systemApplicationsURLs; // default: the three system roots
-        std::shared_ptr<FileSystem> fileSystem;                     // default: the real one
+        std::optional<std::vector<FileURL>> applicationsURLs;       // default: <root>/Applications, ~/Applications
+        std::optional<std::vector<FileURL>> systemApplicationsURLs; // default: the three system roots below <root>
+        std::shared_ptr<FileSystem> fileSystem;
         FileURL homeURL;
-        ProtectedAppGuard::RunningAppsProvider runningAppsProvider;
-        // Default: a guard over the same file system and provider.
+        // Decides protection, and whether an application runs.
         std::shared_ptr<const ProtectedAppGuard> protectedAppGuard;
+        std::string systemRoot = "/";
     };
 
     explicit AppScanner(Configuration configuration);

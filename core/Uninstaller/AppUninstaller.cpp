@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <chrono>
 
-#include "Platform/Processes.hpp"
-#include "Platform/Trash.hpp"
 #include "Uninstaller/UninstallerError.hpp"
 #include "Support/Unicode.hpp"
 
@@ -18,22 +16,11 @@ bool went(const TrashItemRecord& record) {
 } // namespace
 
 AppUninstaller::AppUninstaller(Configuration c)
-    : fileSystem_(c.fileSystem ? std::move(c.fileSystem) : makeDefaultFileSystem()), homeURL_(std::move(c.homeURL)) {
-    pipeline_ = c.trashPipeline
-                    ? std::move(c.trashPipeline)
-                    : std::make_shared<const TrashPipeline>(fileSystem_, makeDefaultTrash(), c.auditLogger, homeURL_);
+    : fileSystem_(std::move(c.fileSystem)), pipeline_(std::move(c.trashPipeline)), scanner_(std::move(c.appScanner)),
+      runningAppsProvider_(std::move(c.runningAppsProvider)), homeURL_(std::move(c.homeURL)),
+      guard_(std::move(c.protectedAppGuard)), clock_(std::move(c.clock)) {
     resolver_ = c.dependencyResolver ? std::move(c.dependencyResolver)
                                      : std::make_shared<const DependencyResolver>(homeURL_, fileSystem_);
-    scanner_ = std::move(c.appScanner);
-    if (c.runningAppsProvider) {
-        runningAppsProvider_ = std::move(c.runningAppsProvider);
-    } else {
-        runningAppsProvider_ = [processes = makeDefaultProcesses()](const std::string& bundleIdentifier) {
-            return processes->runningApplicationCount(bundleIdentifier) > 0;
-        };
-    }
-    guard_ = c.protectedAppGuard ? std::move(c.protectedAppGuard)
-                                 : std::make_shared<const ProtectedAppGuard>(fileSystem_, runningAppsProvider_);
 }
 
 UninstallSummary AppUninstaller::uninstall(const std::string& bundleIdentifier, bool dryRun,
@@ -64,8 +51,8 @@ void AppUninstaller::checkProtection(const InstalledApp& app) const {
 UninstallSummary AppUninstaller::uninstall(const InstalledApp& app, bool dryRun, const UninstallOptions& options,
                                            StopToken stop) const {
     checkProtection(app);
-    const bool running =
-        app.isRunning || runningAppsProvider_(app.bundleIdentifier) || guard_->isRunning(app.bundleIdentifier);
+    const bool running = app.isRunning || (runningAppsProvider_ && runningAppsProvider_(app.bundleIdentifier)) ||
+                         guard_->isRunning(app.bundleIdentifier);
     if (running) {
         // A dry run terminates too when forced: the caller asked for it.
         if (!options.force) throw AppUninstallerError::applicationIsRunning(app.displayName, app.bundleIdentifier);
@@ -95,7 +82,7 @@ UninstallSummary AppUninstaller::uninstall(const InstalledApp& app, bool dryRun,
     summary.bundleURL = app.bundleURL;
     summary.dryRun = dryRun;
     if (urls.empty()) {
-        summary.timestamp = std::chrono::system_clock::now();
+        summary.timestamp = clock_();
         return summary;
     }
 

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "Models/AppModel.hpp"
+#include "Platform/Clock.hpp"
 #include "Platform/FileSystem.hpp"
-#include "Safety/AuditLogger.hpp"
 #include "Safety/TrashPipeline.hpp"
 #include "Uninstaller/AppScanner.hpp"
 #include "Uninstaller/DependencyResolver.hpp"
@@ -29,15 +29,16 @@ struct UninstallOptions {
 // nothing itself.
 class AppUninstaller {
 public:
+    // The file system, the pipeline, the guard and the clock are required.
     struct Configuration {
-        std::shared_ptr<FileSystem> fileSystem;             // default: the real one
-        std::shared_ptr<const TrashPipeline> trashPipeline; // default: one over the same file system and logger
-        std::shared_ptr<AuditLogger> auditLogger;
-        std::shared_ptr<const DependencyResolver> dependencyResolver;
+        std::shared_ptr<FileSystem> fileSystem;
+        std::shared_ptr<const TrashPipeline> trashPipeline;
+        std::shared_ptr<const DependencyResolver> dependencyResolver; // default: one over the same home and files
         std::shared_ptr<const AppScanner> appScanner;               // needed only to look up a bundle identifier
-        ProtectedAppGuard::RunningAppsProvider runningAppsProvider; // default: the running applications
+        ProtectedAppGuard::RunningAppsProvider runningAppsProvider; // asked besides the guard, when given
         FileURL homeURL;
         std::shared_ptr<const ProtectedAppGuard> protectedAppGuard;
+        Clock clock; // the time of a summary with nothing to remove
     };
 
     explicit AppUninstaller(Configuration configuration);
@@ -58,6 +59,7 @@ private:
     ProtectedAppGuard::RunningAppsProvider runningAppsProvider_;
     FileURL homeURL_;
     std::shared_ptr<const ProtectedAppGuard> guard_;
+    Clock clock_;
 };
 
 } // namespace unbulk

@@ -80,7 +80,7 @@ private:
     std::string dir(const std::string& relative) const { return paths::appending(resolver_.homeURL_.path(), relative); }
 
     std::vector<DirectoryEntry> list(const std::string& directory, bool& ok) const {
-        std::error_code error;
+        PlatformError error;
         auto entries = fs_.contentsOfDirectory(directory, {.skipHiddenFiles = true}, error);
         ok = !error;
         return entries;
@@ -218,9 +218,12 @@ private:
     // found items is charged once, though it still counts as a file.
     SizingMetrics measure(const std::string& path) {
         SizingMetrics m;
-        std::error_code error;
-        const auto status = fs_.linkStatus(path, error);
-        if (!status) return m;
+        // Links count as files and add nothing; fifos, sockets and devices
+        // count with their bytes, as regular files do.
+        const ItemTree item =
+            measureItemTree(fs_, path, LinkAtItem::asLink, {.status = WalkStatus::all, .inodes = &seen_});
+        if (!item.exists()) return m;
+        const auto& status = item.own;
         auto charge = [&](const FileStatus& st) {
             return seen_.firstTime(st) ? st.allocatedSize : std::int64_t{0};
         };
@@ -239,9 +242,7 @@ private:
             return m;
         }
         m.isDirectory = true;
-        // Links count as files and add nothing; fifos, sockets and devices
-        // count with their bytes, as regular files do.
-        const TreeMeasure tree = fs_.measureTree(path, {.status = WalkStatus::all, .inodes = &seen_});
+        const TreeMeasure& tree = *item.tree;
         if (tree.rootUnreadable) return SizingMetrics{.fileCount = 1, .isDirectory = true};
         m.fileCount = std::max<std::int64_t>(checkedAdd(checkedAdd(tree.files.count, tree.links.count), tree.others.count), 1);
         m.logicalBytes = checkedAdd(tree.files.logicalBytes, tree.others.logicalBytes);

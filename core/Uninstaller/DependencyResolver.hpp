@@ -31,7 +31,7 @@ public:
         std::set<std::string> appGroupIds;
     };
 
-    DependencyResolver(FileURL homeURL, std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
+    DependencyResolver(FileURL homeURL, std::shared_ptr<FileSystem> fileSystem,
                        EntitlementsReader entitlementsReader = {});
 
     AppFootprint resolveDependencies(const InstalledApp& app) const;

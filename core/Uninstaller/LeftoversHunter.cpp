@@ -126,7 +126,7 @@ LeftoversHunter::scanForLeftovers(const std::optional<std::vector<InstalledApp>>
         }
         const std::string directory = paths::appending(homeURL_.path(), relative);
         if (!fileSystem_->fileExists(directory)) continue;
-        std::error_code error;
+        PlatformError error;
         const auto entries = fileSystem_->contentsOfDirectory(directory, {.skipHiddenFiles = true}, error);
         if (error) continue;
         for (const auto& entry : entries) {
@@ -159,19 +159,18 @@ LeftoversHunter::scanForLeftovers(const std::optional<std::vector<InstalledApp>>
 // Every regular file, each name counted (no inode set), links not followed.
 LeftoversHunter::Measure LeftoversHunter::measure(const std::string& path) const {
     Measure m;
-    std::error_code error;
-    const auto status = fileSystem_->status(path, error);
-    if (!status) return m;
-    if (status->kind != FileKind::directory) {
-        m.logical = status->size;
-        m.allocated = status->allocatedSize;
-        m.modified = status->modificationDate;
+    const ItemTree item =
+        measureItemTree(*fileSystem_, path, LinkAtItem::asTarget, {.status = WalkStatus::regularFiles});
+    if (!item.exists()) return m;
+    if (!item.tree) {
+        m.logical = item.followed->size;
+        m.allocated = item.followed->allocatedSize;
+        m.modified = item.followed->modificationDate;
         return m;
     }
-    const TreeMeasure tree = fileSystem_->measureTree(path, {.status = WalkStatus::regularFiles});
-    m.logical = tree.files.logicalBytes;
-    m.allocated = tree.files.allocatedBytes;
-    m.modified = tree.files.newestModification;
+    m.logical = item.tree->files.logicalBytes;
+    m.allocated = item.tree->files.allocatedBytes;
+    m.modified = item.tree->files.newestModification;
     return m;
 }
 

@@ -36,7 +36,7 @@ public:
     using AppsProvider = std::function<std::vector<InstalledApp>()>;
     using Progress = std::function<void(double fraction, const std::string& message)>;
 
-    LeftoversHunter(FileURL homeURL, std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
+    LeftoversHunter(FileURL homeURL, std::shared_ptr<FileSystem> fileSystem,
                     std::shared_ptr<const AppScanner> appScanner = nullptr, AppsProvider appsProvider = {});
 
     // In the order of the library directories, then of their listings.

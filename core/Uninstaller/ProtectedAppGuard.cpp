@@ -53,9 +53,9 @@ const std::set<std::string>& ProtectedAppGuard::coreAppleBundleIdentifiers() {
     return identifiers;
 }
 
-ProtectedAppGuard::ProtectedAppGuard(std::shared_ptr<FileSystem> fileSystem, RunningAppsProvider runningAppsProvider,
-                                     ProcessTerminator processTerminator, std::shared_ptr<CodeSigning> codeSigning,
-                                     std::shared_ptr<Processes> processes, Timing timing)
+ProtectedAppGuard::ProtectedAppGuard(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<CodeSigning> codeSigning,
+                                     std::shared_ptr<Processes> processes, RunningAppsProvider runningAppsProvider,
+                                     ProcessTerminator processTerminator, Timing timing)
     : fileSystem_(std::move(fileSystem)), runningAppsProvider_(std::move(runningAppsProvider)),
       processTerminator_(std::move(processTerminator)), codeSigning_(std::move(codeSigning)),
       processes_(std::move(processes)), timing_(timing) {}
@@ -85,7 +85,7 @@ ProtectedAppGuard::evaluateProtection(const FileURL& bundleURL, const std::strin
     if (path.find("cryptexes") != std::string::npos || resolved.find("cryptexes") != std::string::npos) {
         return refuse("Application is hosted on sealed macOS Cryptex volume");
     }
-    std::error_code error;
+    PlatformError error;
     if (const auto status = fileSystem_->linkStatus(resolvedPath, error); status && (status->flags & restrictedFlag)) {
         return refuse("Application is protected by macOS System Integrity Protection (SIP)");
     }

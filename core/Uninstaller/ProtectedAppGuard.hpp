@@ -65,10 +65,10 @@ public:
 
     using Timing = TerminationTiming;
 
-    explicit ProtectedAppGuard(std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(),
-                               RunningAppsProvider runningAppsProvider = {}, ProcessTerminator processTerminator = {},
-                               std::shared_ptr<CodeSigning> codeSigning = makeDefaultCodeSigning(),
-                               std::shared_ptr<Processes> processes = makeDefaultProcesses(), Timing timing = {});
+    // Without a provider or a terminator, the processes are asked.
+    ProtectedAppGuard(std::shared_ptr<FileSystem> fileSystem, std::shared_ptr<CodeSigning> codeSigning,
+                      std::shared_ptr<Processes> processes, RunningAppsProvider runningAppsProvider = {},
+                      ProcessTerminator processTerminator = {}, Timing timing = {});
 
     CodeSignatureReport inspectCodeSignature(const FileURL& bundleURL) const;
     // Without a report the guard reads the signature itself when it gets to it.

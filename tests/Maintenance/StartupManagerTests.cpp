@@ -79,7 +79,9 @@ TEST_F(StartupManagerTest, ReadsKeepAliveOfAnyTypeAndOnlyStringArgumentsFromTheH
     home.writeFile("Library/LaunchAgents/c.mixed.plist",
                    xml("<key>ProgramArguments</key><array><string>/nowhere/tool</string><integer>3</integer></array>"));
     std::map<std::string, std::string> found;
-    for (const auto& item : StartupManager(makeDefaultFileSystem(), runner).listStartupItems()) {
+    for (const auto& item : StartupManager(StartupManager::defaultDirectories(FileURL(home.path(), true), "/"),
+                                             makeDefaultFileSystem(), runner)
+                                  .listStartupItems()) {
         if (item.type != StartupType::userLaunchAgent) continue; // the machine's own /Library may hold some
         found[item.label] = std::string(rawValue(item.impact)) + " " + std::string(rawValue(item.status)) +
                             (item.targetExecutablePath ? " " + *item.targetExecutablePath : "");

@@ -81,7 +81,7 @@ TEST_F(VitalsMonitorTest, NoBatteryButAMouseThenOneChargingOnMainsAndDischarging
     supply("hidpp_battery_0", // a mouse
            {{"type", "Battery"}, {"scope", "Device"}, {"capacity", "40"}, {"status", "Discharging"}});
     EXPECT_FALSE(VitalsMonitor::getBatteryMetrics(sources()));
-    EXPECT_FALSE(toJson(VitalsMonitor::getSystemVitals(sources())).contains("battery"));
+    EXPECT_FALSE(toJson(VitalsMonitor::getSystemVitals(sources(), Date{})).contains("battery"));
 
     std::filesystem::remove_all(root.at("sys/class/power_supply/hidpp_battery_0"));
     supply("BAT0", {{"type", "Battery"}, {"capacity", "57"}, {"status", "Charging"}, {"energy_now", "30000000"},

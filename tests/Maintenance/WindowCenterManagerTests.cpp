@@ -151,7 +151,7 @@ TEST(WindowCenterManagerTest, EveryEntryAndTheKeyHandlerRequireTheMainThread) {
 }
 
 TEST(WindowCenterManagerTest, TheSharedManagerIsOneInstance) {
-    EXPECT_EQ(&WindowCenterManager::shared(), &WindowCenterManager::shared());
+    EXPECT_EQ(&WindowCenterManager::shared(nullptr), &WindowCenterManager::shared(std::make_shared<FakeWindowSystem>()));
 }
 
 } // namespace

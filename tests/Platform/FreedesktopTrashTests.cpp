@@ -122,6 +122,20 @@ TEST_F(FreedesktopTrashTest, TrashFoldersThatAreLinksOrFilesStopTheMoveAndNameTh
     }
 }
 
+// Which of the Trash's folders refused, and how, is in the error: each of
+// them is opened by the same call.
+TEST_F(FreedesktopTrashTest, TheErrorNamesTheCallAndTheFolderThatRefused) {
+    for (const std::string folder : {"files", "info"}) {
+        stdfs::remove_all(trashDir);
+        stdfs::create_directories(trashDir);
+        home.writeFile(".local/share/Trash/" + folder, "not a folder");
+        const std::string item = home.writeFile("Library/Caches/item", "cache");
+        const TrashMove move = trash.trashItem(item, identityOf(item), nullptr);
+        EXPECT_EQ(move.error.message(), "openat('" + trashDir + "/" + folder + "'): " +
+                                            std::error_code(ENOTDIR, std::generic_category()).message());
+    }
+}
+
 } // namespace
 } // namespace unbulk
 

@@ -42,5 +42,26 @@ TEST(PlatformError, FromADomainTheSentenceIsTheMessageAndThePOSIXNumberTheCode) 
               std::error_code(ENOSPC, std::generic_category()).message());
 }
 
+// A failed system call is told by its name, the path or two it was given
+// and the reason; a sentence of the platform's own comes first.
+TEST(PlatformError, ASystemCallNamesItselfAndItsPaths) {
+    const std::string denied = std::error_code(EACCES, std::generic_category()).message();
+    const std::pair<PlatformError, std::string> rows[] = {
+        {PlatformError::systemCall("renameat2", EACCES, "/t/files/x"), "renameat2('/t/files/x'): " + denied},
+        {PlatformError::systemCall("rename", EACCES, "/a", "/b"), "rename('/a', '/b'): " + denied},
+        {PlatformError::systemCall("pipe", EACCES, ""), "pipe(): " + denied},
+        {PlatformError::of({EACCES, std::generic_category()}), denied},
+        {PlatformError{{EACCES, std::generic_category()}, "The file manager said no.", "open", "/a", ""},
+         "The file manager said no."},
+    };
+    for (const auto& [error, expected] : rows) EXPECT_EQ(error.message(), expected);
+    EXPECT_EQ(PlatformError::systemCall("open", ENOENT, "/a"), std::errc::no_such_file_or_directory);
+    EXPECT_FALSE(PlatformError{});
+
+    const PlatformFailure failure("Could not move '/a' to '/b'", PlatformError::systemCall("rename", EACCES, "/a", "/b"));
+    EXPECT_STREQ(failure.what(), ("Could not move '/a' to '/b': rename('/a', '/b'): " + denied).c_str());
+    EXPECT_EQ(failure.code(), std::errc::permission_denied);
+}
+
 } // namespace
 } // namespace unbulk

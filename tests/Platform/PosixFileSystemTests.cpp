@@ -137,7 +137,7 @@ TEST_F(PosixFileSystemTest, LinksAreFollowedOnlyWhereTheNameSaysSo) {
     home.makeSymlink("abs", home.at("real"));
     home.makeSymlink("rel", "real/dir");
     home.makeSymlink("real/dir/up", "../../rel");
-    std::error_code error;
+    PlatformError error;
     EXPECT_EQ(fs.status(home.at("rel"), error).value().kind, FileKind::directory);
     EXPECT_EQ(fs.linkStatus(home.at("rel"), error).value().kind, FileKind::symbolicLink);
     // A relative target counts from the link's own directory, ".." leaves where
@@ -167,7 +167,7 @@ TEST_F(PosixFileSystemTest, LinksAreFollowedOnlyWhereTheNameSaysSo) {
 
 TEST_F(PosixFileSystemTest, WritesGiveTheExactModeWhateverTheUmask) {
     const std::string dir = home.makeDirectory("w"), file = dir + "/rules.json", log = dir + "/log";
-    std::error_code error;
+    PlatformError error;
     ASSERT_TRUE(fs.writeFileAtomically(file, "the longer first version", 0644, error)) << error.message();
     const auto firstInode = fs.linkStatus(file, error)->inode;
     ASSERT_TRUE(fs.writeFileAtomically(file, "second", 0666, error)) << error.message();
@@ -187,13 +187,37 @@ TEST_F(PosixFileSystemTest, WritesGiveTheExactModeWhateverTheUmask) {
     EXPECT_EQ(error, std::errc::is_a_directory);
 }
 
+// Failures that root meets as well, each naming the call and the path (or
+// two) that failed.
+TEST_F(PosixFileSystemTest, FailuresNameTheCallAndThePath) {
+    const std::string file = home.writeFile("w/file", "x"), dir = home.makeDirectory("w/dir");
+    const std::string taken = home.writeFile("w/taken", "y"), missing = home.at("w/missing");
+    const auto reason = [](int value) { return errnoCode(value).message(); };
+    PlatformError error;
+    EXPECT_FALSE(fs.status(missing, error));
+    EXPECT_EQ(error.message(), "stat('" + missing + "'): " + reason(ENOENT));
+    EXPECT_FALSE(fs.readFile(dir, 10, error));
+    EXPECT_EQ(error.message(), "read('" + dir + "'): " + reason(EISDIR));
+    EXPECT_FALSE(fs.createDirectory(file + "/sub", 0700, true, error));
+    EXPECT_EQ(error.message(), "mkdir('" + file + "'): " + reason(ENOTDIR));
+    EXPECT_FALSE(fs.renameItem(file, taken, error));
+#if defined(__APPLE__)
+    EXPECT_EQ(error.message(), "renameatx_np('" + file + "', '" + taken + "'): " + reason(EEXIST));
+#else
+    EXPECT_EQ(error.message(), "renameat2('" + file + "', '" + taken + "'): " + reason(EEXIST));
+#endif
+    EXPECT_FALSE(fs.writeFileAtomically(missing + "/rules.json", "{}", 0600, error));
+    EXPECT_TRUE(error.message().starts_with("open('" + missing + "/.rules.json.tmp-")) << error.message();
+    EXPECT_TRUE(error.message().ends_with("'): " + reason(ENOENT))) << error.message();
+}
+
 // ---- anchored removal
 
 // The item was checked; then another took its name (its inode stays taken),
 // or its directory was swapped for a link to a decoy holding the same name.
 TEST_F(PosixFileSystemTest, RemovalRefusesWhatIsNoLongerTheCheckedItem) {
     RemovalReport report;
-    std::error_code error;
+    PlatformError error;
     home.writeFile("Library/Caches/item/file", "x");
     const Identity item = identityOf(home.at("Library/Caches/item"));
     stdfs::rename(home.at("Library/Caches/item"), home.at("Library/Caches/kept"));
@@ -239,7 +263,7 @@ TEST_F(PosixFileSystemTest, ATreeOneHundredThousandDeepIsWalkedMeasuredAndRemove
               std::tuple(files, files * 10, 0));
 
     RemovalReport report;
-    std::error_code error;
+    PlatformError error;
     ASSERT_TRUE(fs.removeItem(root, identityOf(root), nullptr, nullptr, report, error)) << error.message();
     EXPECT_EQ(report.filesRemoved, files);
     EXPECT_FALSE(stdfs::exists(root));

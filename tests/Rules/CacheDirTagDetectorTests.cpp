@@ -29,7 +29,7 @@ struct CacheDirTagDetectorTest : ::testing::Test {
 TEST_F(CacheDirTagDetectorTest, WrittenTagsHoldTheSignatureAndTheirMaker) {
     const FileURL app(temp.makeDirectory("named"), true);
     tags::writeTag(app, std::string("unbulk"), *fileSystem);
-    std::error_code error;
+    PlatformError error;
     EXPECT_EQ(fileSystem->readFile(app.path() + "/CACHEDIR.TAG", 4096, error),
               signatureLine + "\n# This file is a cache directory tag created by unbulk.\n"
                               "# For information about cache directory tags, see:\n#   https://bford.info/cachedir/\n");

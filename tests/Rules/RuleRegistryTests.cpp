@@ -42,10 +42,10 @@ struct RuleRegistryTest : ::testing::Test {
     const std::string rulesPath = temp.at(".unbulk/rules.json");
     std::shared_ptr<testing::FaultyFileSystem> fileSystem = std::make_shared<testing::FaultyFileSystem>();
 
-    RuleRegistry makeRegistry() { return RuleRegistry(std::nullopt, FileURL(temp.path(), true), fileSystem); }
+    RuleRegistry makeRegistry() { return RuleRegistry(std::nullopt, FileURL(temp.path(), true), fileSystem, systemClock()); }
     std::size_t writes() const { return fileSystem->callCount(testing::FileSystemCall::writeFileAtomically); }
     std::optional<std::string> storedText() const {
-        std::error_code error;
+        PlatformError error;
         return fileSystem->readFile(rulesPath, 1 << 20, error);
     }
 };
@@ -131,6 +131,14 @@ TEST_F(RuleRegistryTest, OnlyChangesToDynamicRulesReachTheFileAndAFailedSaveIsRa
               "Failed to persist rule catalog to disk: Failed to write rules to " + rulesPath +
                   ": No space left on device");
     EXPECT_EQ(registry.rule("custom.x"), rule);
+}
+
+// The rules file names itself and the call that could not read it.
+TEST_F(RuleRegistryTest, AnUnreadableRulesFileNamesItselfAndTheCall) {
+    temp.makeDirectory(".unbulk/rules.json");
+    EXPECT_EQ(refusalOf([&] { makeRegistry().loadCustomRules(); }),
+              "Failed to persist rule catalog to disk: Could not read rules file at " + rulesPath + ": read('" +
+                  rulesPath + "'): " + std::error_code(EISDIR, std::generic_category()).message());
 }
 
 TEST_F(RuleRegistryTest, LoadingFailsOnABadFileAndSkipsRefusedRulesAndBuiltInIds) {

@@ -43,6 +43,8 @@ const char* const secondHash = "2c1646c189b34d63edfca69b989f7a0de4de3965e682282a
 
 using testing::readAll;
 
+Date now() { return std::chrono::system_clock::now(); }
+
 struct Fixture {
     testing::TempHome home;
     std::shared_ptr<testing::FaultyFileSystem> fileSystem = std::make_shared<testing::FaultyFileSystem>();
@@ -51,7 +53,7 @@ struct Fixture {
 
     AuditLogEntry recordOne(std::int64_t bytes = 1, AuditLogger* into = nullptr) {
         return (into ? *into : logger)
-            .record(Uuid::random(), AuditOperationType::trash, 1, bytes, {"/h/a"}, "cli", 5.0);
+            .record(Uuid::random(), AuditOperationType::trash, 1, bytes, {"/h/a"}, "cli", 5.0, now());
     }
     std::vector<std::string> lines() const {
         std::vector<std::string> result;
@@ -156,6 +158,17 @@ TEST(AuditLoggerTest, FailedWritesRaiseTheirKindAndLeaveTheFileAsItWas) {
     EXPECT_EQ(readAll(f.logPath), before);
 }
 
+// A failure of the system's own names the call and the log: here a folder
+// stands where the log should be, which stops root too.
+TEST(AuditLoggerTest, AFailedAppendNamesTheCallAndTheLog) {
+    Fixture f;
+    std::filesystem::create_directories(f.logPath);
+    EXPECT_THAT([&] { f.recordOne(); },
+                ThrowsMessage<AuditLoggerError>(StrEq(
+                    "Failed to write audit log entry: Failed to append data to log file: open('" + f.logPath +
+                    "'): " + std::error_code(EISDIR, std::generic_category()).message())));
+}
+
 TEST(AuditLoggerTest, TenProcessesAppendingAtOnceLoseNothingAndKeepOneChain) {
     testing::TempHome home;
     const FileURL homeURL(home.path(), true);
@@ -166,11 +179,11 @@ TEST(AuditLoggerTest, TenProcessesAppendingAtOnceLoseNothingAndKeepOneChain) {
         ASSERT_GE(child, 0);
         if (child == 0) { // each child has its own logger, as separate runs of unbulk do
             int failures = 0;
-            AuditLogger logger(std::nullopt, homeURL);
+            AuditLogger logger(std::nullopt, homeURL, makeDefaultFileSystem());
             for (int i = 0; i < entriesEach; ++i) {
                 try {
                     logger.record(Uuid::random(), AuditOperationType::trash, 1, i, {"/h/" + std::to_string(p)}, "cli",
-                                  1.0);
+                                  1.0, now());
                 } catch (...) {
                     ++failures;
                 }
@@ -184,7 +197,7 @@ TEST(AuditLoggerTest, TenProcessesAppendingAtOnceLoseNothingAndKeepOneChain) {
         ASSERT_EQ(::waitpid(child, &status, 0), child);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a child failed to record";
     }
-    const AuditVerificationResult verified = AuditLogger(std::nullopt, homeURL).verifyIntegrity();
+    const AuditVerificationResult verified = AuditLogger(std::nullopt, homeURL, makeDefaultFileSystem()).verifyIntegrity();
     EXPECT_TRUE(verified.isValid) << verified.failureReason.value_or("");
     EXPECT_EQ(verified.totalEntries, processes * entriesEach);
 }
@@ -193,7 +206,7 @@ TEST(AuditLoggerTest, LineBreakingCharactersAreEscapedAndForeignBytesKeptLossles
     Fixture f;
     const std::string separators = "/h/a\xE2\x80\xA8" "b\xE2\x80\xA9" "c\xC2\x85" "d\x7F";
     const std::string foreign = "/h/caf\xE9 100%"; // Latin-1, as a Linux name may be
-    f.logger.record(Uuid::random(), AuditOperationType::purge, 2, 10, {separators, foreign}, "cli", 1.0);
+    f.logger.record(Uuid::random(), AuditOperationType::purge, 2, 10, {separators, foreign}, "cli", 1.0, now());
     f.recordOne();
     ASSERT_EQ(f.lines().size(), 2u);
     EXPECT_THAT(f.lines()[0], ::testing::HasSubstr(R"(\u2028b\u2029c\u0085d\u007f)"));
@@ -210,7 +223,7 @@ public:
     std::uint64_t bytesRead = 0;
 
     bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
-                         const AppendComposer& compose, std::error_code& error) override {
+                         const AppendComposer& compose, PlatformError& error) override {
         return ForwardingFileSystem::appendUnderLock(
             path, permissions, lockTimeout,
             [&](const LockedContents& contents) {
@@ -302,7 +315,7 @@ TEST(AuditLoggerTest, AnAppendReadsOnlyTheEndOfALongLog) {
     AuditLogger logger(std::nullopt, FileURL(log.f.home.path(), true), counting);
     log.f.home.writeFile(".unbulk/audit.jsonl", log.body + log.body + log.last + "\n");
     ASSERT_GT(log.body.size(), 500'000u);
-    const auto entry = logger.record(Uuid::random(), AuditOperationType::trash, 1, 1, {"/h/a"}, "cli", 5.0);
+    const auto entry = logger.record(Uuid::random(), AuditOperationType::trash, 1, 1, {"/h/a"}, "cli", 5.0, now());
     EXPECT_EQ(entry.previousHash, log.f.logger.readEntries().at(4000).rollingHash);
     EXPECT_LE(counting->bytesRead, 64u * 1024 + 1);
 }

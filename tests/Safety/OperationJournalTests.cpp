@@ -46,8 +46,8 @@ TEST(OperationJournalTest, AnUnfinishedJournalBecomesTheEntryOfWhatIsGone) {
     ASSERT_TRUE(running);
     running->itemStarting(untouched, 30);
 
-    EXPECT_TRUE(OperationJournal::recoverUnfinished(*fileSystem, logger).empty());
-    EXPECT_TRUE(OperationJournal::recoverUnfinished(*fileSystem, logger).empty());
+    EXPECT_TRUE(OperationJournal::recoverUnfinished(*fileSystem, logger, systemClock()).empty());
+    EXPECT_TRUE(OperationJournal::recoverUnfinished(*fileSystem, logger, systemClock()).empty());
     const auto entries = logger.readEntries();
     ASSERT_EQ(entries.size(), 1u);
     EXPECT_EQ(entries[0].operationId, id.string());

@@ -77,7 +77,7 @@ TEST(RemovalFaultMatrixTest, NoFaultLosesOrMisplacesAnything) {
         std::shared_ptr<Trash> trash = makeDefaultTrash();
         inject(home, *faulty, trash);
         const TrashPipeline pipeline(faulty, trash, std::make_shared<AuditLogger>(std::nullopt, homeURL, faulty),
-                                     homeURL);
+                                     homeURL, systemClock());
         const std::vector<FileURL> urls{FileURL(items[0], true), FileURL(items[1])};
         const TrashSummary summary =
             purge ? pipeline.purgePermanently(urls, true, "cli") : pipeline.trash(urls, false, "cli");
@@ -114,7 +114,7 @@ TEST(RemovalFaultMatrixTest, NoFaultLosesOrMisplacesAnything) {
         }
         if (!fs::exists(home.at(".unbulk/audit.jsonl"))) return;
         std::vector<AuditLogEntry> entries;
-        EXPECT_NO_THROW(entries = AuditLogger(std::nullopt, homeURL).readEntries()) << "audit log unreadable";
+        EXPECT_NO_THROW(entries = AuditLogger(std::nullopt, homeURL, makeDefaultFileSystem()).readEntries()) << "audit log unreadable";
         ASSERT_EQ(entries.size(), 1u);
         EXPECT_EQ(entries[0].paths, went);
         EXPECT_EQ(entries[0].itemsCount, summary.successCount);

@@ -33,8 +33,8 @@ void check(const std::vector<Case>& cases, const FileURL& homeURL, const std::op
         SCOPED_TRACE((c.as == path ? "path " : "pattern ") + c.input);
         Expected actual;
         try {
-            if (c.as == path) SandboxValidator::validatePath(c.input, homeURL);
-            else SandboxValidator::validatePattern(c.input, base, homeURL);
+            if (c.as == path) SandboxValidator::validatePath(c.input, homeURL, *makeDefaultFileSystem());
+            else SandboxValidator::validatePattern(c.input, base, homeURL, *makeDefaultFileSystem());
         } catch (const SandboxSecurityError& error) {
             actual.emplace(error);
         }

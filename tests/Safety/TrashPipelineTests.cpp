@@ -101,7 +101,7 @@ protected:
     // Logged to <home>/.unbulk/audit.jsonl through the same file system, or not logged at all.
     TrashPipeline pipeline(std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem(), bool logged = true) {
         auto logger = logged ? std::make_shared<AuditLogger>(std::nullopt, homeURL, fileSystem) : nullptr;
-        return TrashPipeline(fileSystem, makeDefaultTrash(), logger, homeURL);
+        return TrashPipeline(fileSystem, makeDefaultTrash(), logger, homeURL, systemClock());
     }
 
     testing::TempHome home;
@@ -175,7 +175,7 @@ TEST_F(TrashPipelineTest, FailingItemsStopNothingInAnyMode) {
         EXPECT_EQ(std::tuple(present(document), present(blob), present(lockedData)),
                   std::tuple(true, dry, dry || purge));
 
-        const AuditLogEntry entry = AuditLogger(std::nullopt, homeURL).readEntries().back();
+        const AuditLogEntry entry = AuditLogger(std::nullopt, homeURL, makeDefaultFileSystem()).readEntries().back();
         EXPECT_EQ(std::tie(entry.operationId, entry.operationType, entry.itemsCount, entry.bytesUnbulked, entry.client),
                   std::tuple(summary.operationId.string(), type, summary.successCount,
                              summary.totalAllocatedBytesUnbulked, "mcp"));
@@ -231,7 +231,7 @@ TEST_F(TrashPipelineTest, AParentSwappedForALinkNeverRedirectsTheRemoval) {
             EXPECT_EQ(fs::file_size(precious), 6u) << summary.records[0].errorMessage.value_or("");
             EXPECT_TRUE(present(caches + ".moved-away/victim/data.bin")) << "and the checked item is left alone too";
             EXPECT_FALSE(present(home.at(".local/share/Trash/files/victim")));
-            EXPECT_TRUE(AuditLogger(std::nullopt, homeURL).readEntries().back().paths.empty());
+            EXPECT_TRUE(AuditLogger(std::nullopt, homeURL, makeDefaultFileSystem()).readEntries().back().paths.empty());
         }
     }
 }
@@ -250,7 +250,7 @@ TEST_F(TrashPipelineTest, APurgeLeavesAnotherFileSystemInsideTheItemAndSaysWhatW
     EXPECT_EQ(record.logicalBytes, 4096);
     EXPECT_EQ(fs::file_size(mounted), 17u);
     EXPECT_FALSE(present(home.at(".cache/tool/a.bin")));
-    const AuditLogEntry entry = AuditLogger(std::nullopt, homeURL).readEntries().back();
+    const AuditLogEntry entry = AuditLogger(std::nullopt, homeURL, makeDefaultFileSystem()).readEntries().back();
     EXPECT_EQ(entry.paths, std::vector<std::string>{item}) << "what went is in the log";
     EXPECT_EQ(entry.bytesUnbulked, record.allocatedBytes);
 }
@@ -282,7 +282,8 @@ TEST_F(TrashPipelineTest, ARefusedMoveIsToldInThePlatformsOwnWords) {
          "Could not move '" + item + "' to the Trash: Permission denied"},
     };
     for (const auto& [refusal, message] : cases) {
-        const TrashPipeline pipe(makeDefaultFileSystem(), std::make_shared<RefusingTrash>(refusal), nullptr, homeURL);
+        const TrashPipeline pipe(makeDefaultFileSystem(), std::make_shared<RefusingTrash>(refusal), nullptr, homeURL,
+                                 systemClock());
         const TrashItemRecord record = pipe.trash({FileURL(item)}, false, "cli").records.at(0);
         EXPECT_EQ(std::tie(record.status, record.errorMessage, record.logicalBytes),
                   std::tuple(TrashItemStatus::failed, message, 3000));
@@ -313,7 +314,8 @@ TEST_F(TrashPipelineTest, RemovalNeverCrossesIntoAnotherFileSystem) {
             faulty->reportDeviceBelow(mount, 9999);
             faulty->reportDeviceBelow(scratch, 7777);
             const TrashPipeline pipe(faulty, std::make_shared<DeviceReportingTrash>(faulty),
-                                     std::make_shared<AuditLogger>(std::nullopt, homeURL, faulty), homeURL);
+                                     std::make_shared<AuditLogger>(std::nullopt, homeURL, faulty), homeURL,
+                                     systemClock());
             const TrashSummary summary = purge ? pipe.purgePermanently({FileURL(item)}, true, "cli")
                                                : pipe.trash({FileURL(item)}, false, "cli");
             EXPECT_EQ(summary.records.at(0).status, TrashItemStatus::failed);
@@ -334,8 +336,8 @@ TEST_F(TrashPipelineTest, RemovalNeverCrossesIntoAnotherFileSystem) {
 TEST_F(TrashPipelineTest, AnUnrecordedOperationIsToldAndRecordedByTheNextOne) {
     std::vector<std::pair<std::string, std::string>> told;
     const auto tell = [&](const std::string& log, const std::string& reason) { told.emplace_back(log, reason); };
-    const auto logger = std::make_shared<AuditLogger>(std::nullopt, homeURL);
-    const TrashPipeline pipe(makeDefaultFileSystem(), makeDefaultTrash(), logger, homeURL, tell);
+    const auto logger = std::make_shared<AuditLogger>(std::nullopt, homeURL, makeDefaultFileSystem());
+    const TrashPipeline pipe(makeDefaultFileSystem(), makeDefaultTrash(), logger, homeURL, systemClock(), tell);
     home.writeFile(".unbulk/audit.jsonl", R"({"bytesUnbulked":12,"client")");
     const std::string item = home.writeFile(".cache/tool/blob", 3000);
     const TrashSummary summary = pipe.trash({FileURL(fs::path(item).parent_path())}, false, "mcp");
@@ -385,7 +387,7 @@ TEST_F(TrashPipelineTest, ALockHeldByAnotherProcessDelaysTheEntryButNeverTheRemo
     std::vector<std::string> told;
     const auto logger = std::make_shared<AuditLogger>(std::nullopt, homeURL, makeDefaultFileSystem(),
                                                       std::chrono::milliseconds(200));
-    const TrashPipeline pipe(makeDefaultFileSystem(), makeDefaultTrash(), logger, homeURL,
+    const TrashPipeline pipe(makeDefaultFileSystem(), makeDefaultTrash(), logger, homeURL, systemClock(),
                              [&](const std::string&, const std::string& reason) { told.push_back(reason); });
     const std::string item = home.writeFile(".cache/item", 10);
     const auto started = std::chrono::steady_clock::now();

@@ -27,7 +27,7 @@ struct AnomalyDetectorTest : ::testing::Test {
     std::vector<StorageAnomaly> detect(std::int64_t minSizeBytes = 1, int depth = 2,
                                        std::optional<std::vector<FileURL>> roots = std::nullopt) {
         auto config = AnomalyDetectorConfiguration::make(minSizeBytes, depth, homeURL, std::move(roots));
-        return AnomalyDetector(config, registry, fileSystem).detectAnomalies();
+        return AnomalyDetector(config, registry, fileSystem, systemClock()).detectAnomalies();
     }
     static std::vector<std::string> paths(const std::vector<StorageAnomaly>& anomalies) {
         const auto view = anomalies | std::views::transform(&StorageAnomaly::path);
@@ -40,7 +40,7 @@ struct AnomalyDetectorTest : ::testing::Test {
     TempHome home;
     FileURL homeURL{home.path(), true};
     std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
-    std::shared_ptr<RuleRegistry> registry = std::make_shared<RuleRegistry>(std::nullopt, homeURL, fileSystem);
+    std::shared_ptr<RuleRegistry> registry = std::make_shared<RuleRegistry>(std::nullopt, homeURL, fileSystem, systemClock());
 };
 
 TEST_F(AnomalyDetectorTest, DecidesByTagKeywordsHashNamesAndFileCount) {
@@ -59,7 +59,7 @@ TEST_F(AnomalyDetectorTest, DecidesByTagKeywordsHashNamesAndFileCount) {
         SCOPED_TRACE(fmt::format("{} tagged={} hashed={} files={}", row.name, row.tagged, row.hashNames, row.files));
         TempHome rowHome;
         homeURL = FileURL(rowHome.path(), true);
-        registry = std::make_shared<RuleRegistry>(std::nullopt, homeURL, fileSystem);
+        registry = std::make_shared<RuleRegistry>(std::nullopt, homeURL, fileSystem, systemClock());
         const std::string directory = rowHome.makeDirectory(".cache/" + row.name);
         if (row.tagged) CacheDirTagDetector::writeTag(fileSystem->fileURL(directory), "tool", *fileSystem);
         for (int i = 0; i < row.files; ++i)
@@ -103,7 +103,7 @@ TEST_F(AnomalyDetectorTest, DescribesEachFindByItsTagOrItsKeywords) {
 // Lists a directory in name order, so that a test can say which names come first.
 struct SortedListing final : testing::ForwardingFileSystem {
     std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
-                                                    std::error_code& error) const override {
+                                                    PlatformError& error) const override {
         auto entries = ForwardingFileSystem::contentsOfDirectory(path, options, error);
         std::ranges::sort(entries, {}, &DirectoryEntry::name);
         return entries;
@@ -116,7 +116,7 @@ TEST_F(AnomalyDetectorTest, OnlyTheFirstTwentyNamesAreLookedAtForHashes) {
         SCOPED_TRACE(others);
         TempHome rowHome;
         homeURL = FileURL(rowHome.path(), true);
-        registry = std::make_shared<RuleRegistry>(std::nullopt, homeURL, fileSystem);
+        registry = std::make_shared<RuleRegistry>(std::nullopt, homeURL, fileSystem, systemClock());
         for (int i = 0; i < others; ++i) rowHome.writeFile(fmt::format(".cache/blobs/a{:02}", i), "x");
         rowHome.writeFile(".cache/blobs/" + std::string(40, 'f') + ".bin", "x"); // listed last
         EXPECT_EQ(detect().size(), others < 20 ? 1u : 0u);

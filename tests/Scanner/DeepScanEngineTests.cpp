@@ -38,7 +38,7 @@ struct DeepScanEngineTest : ::testing::Test {
             systemAction(stop);
             return systemOutput;
         };
-        return DeepScanEngine({.homeURL = FileURL("/h", true), .thermalGovernor = governor}, {developer, system});
+        return DeepScanEngine({.homeURL = FileURL("/h", true), .thermalGovernor = governor, .clock = systemClock()}, {developer, system});
     }
 
     std::shared_ptr<ThermalGovernor> governor = ThermalGovernor::unrestricted(4);

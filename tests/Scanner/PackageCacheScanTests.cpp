@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Platform/Processes.hpp"
 #include "Scanner/DeveloperTargets.hpp"
 #include "support/Files.hpp"
 #include "support/TempHome.hpp"
@@ -48,7 +49,7 @@ void expectItems(const std::vector<DiscoveredItem>& items, const std::vector<Wan
 class PackageCacheScanTest : public ::testing::Test {
 protected:
     std::vector<DiscoveredItem> scan(const CategorySet& categories = {StorageCategory::developerCache}) {
-        const DeveloperTargets targets(FileURL(home.path(), true), std::nullopt, std::nullopt, fileSystem, nullptr,
+        const DeveloperTargets targets(FileURL(home.path(), true), {}, std::nullopt, fileSystem, nullptr,
                                        [](const std::string&) { return false; });
         return targets.scan(categories, [this](const ScanProgress& p) { reports.push_back(p); });
     }
@@ -127,7 +128,7 @@ TEST_F(PackageCacheScanTest, NpmAndHomebrewGoWholeOnlyWithoutTheirKnownSubfolder
 
 TEST(DefaultProcessCheckerTest, FindsARunningProcessByAnyPartOfItsNameIgnoringCase) {
     testing::TempHome home;
-    const ProcessRunningCheck isRunning = DeveloperTargets::defaultProcessChecker();
+    const ProcessRunningCheck isRunning = DeveloperTargets::processChecker(makeDefaultProcesses());
     ASSERT_FALSE(isRunning("unbulkprobe")) << "a probe of an earlier run is still alive";
     std::string probe = home.root() + "/unbulkprobe", seconds = "30";
     fs::copy_file("/bin/sleep", probe);

@@ -47,7 +47,7 @@ protected:
     std::vector<DiscoveredItem> scan(const CategorySet& categories = {StorageCategory::developerCache},
                                      std::optional<std::vector<FileURL>> roots = {}, StopToken stop = {},
                                      const ScanProgressHandler& progress = {}) const {
-        return DeveloperTargets(FileURL(home.path(), true), std::nullopt, std::move(roots), makeDefaultFileSystem(),
+        return DeveloperTargets(FileURL(home.path(), true), {}, std::move(roots), makeDefaultFileSystem(),
                                 nullptr, [](const std::string&) { return false; }).scan(categories, progress, stop);
     }
     std::vector<std::string> descriptions(std::optional<std::vector<FileURL>> roots = std::nullopt) const {

@@ -32,7 +32,7 @@ struct RegistryStagesTest : ::testing::Test {
             return SystemScanOutput{};
         };
         return DeepScanEngine({.homeURL = homeURL, .fileSystem = files ? files : fileSystem, .ruleRegistry = registry,
-                               .thermalGovernor = ThermalGovernor::unrestricted(2)},
+                               .thermalGovernor = ThermalGovernor::unrestricted(2), .clock = systemClock()},
                               {developer, system});
     }
     void addRule(const std::string& id, C category, std::vector<std::string> patterns,
@@ -45,7 +45,7 @@ struct RegistryStagesTest : ::testing::Test {
     TempHome home;
     FileURL homeURL{home.path(), true};
     std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
-    std::shared_ptr<RuleRegistry> registry = std::make_shared<RuleRegistry>(std::nullopt, homeURL, fileSystem);
+    std::shared_ptr<RuleRegistry> registry = std::make_shared<RuleRegistry>(std::nullopt, homeURL, fileSystem, systemClock());
     bool developerRan = false, systemRan = false;
 };
 

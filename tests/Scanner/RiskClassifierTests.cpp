@@ -76,7 +76,8 @@ TEST_F(RiskClassifierTest, RulesThenTagsThenTheCategory) {
 
     // With one, the strictest match decides, the first of its tier by id, ahead
     // of the tag and the category. The built-in sys.user.caches matches as well.
-    registry = std::make_shared<RuleRegistry>(std::nullopt, FileURL(temp.path(), true));
+    registry = std::make_shared<RuleRegistry>(std::nullopt, FileURL(temp.path(), true), makeDefaultFileSystem(),
+                                              systemClock());
     for (const char* id : {"user.review.two", "user.review.one"})
         registry->registerRule({.id = id, .name = id, .riskTier = review, .patterns = {"~/Library/Caches/tool/**"}});
     EXPECT_EQ(classify("~/Library/Caches/tool", C::dockerVM),

@@ -35,12 +35,12 @@ TEST(ScanTargetFilterTest, NormalisationTrimsExpandsStandardisesOrRefuses) {
 }
 
 TEST(ScanTargetFilterTest, CategoriesToScanLeaveOutOwnedCategories) {
-    EXPECT_EQ(ScanTargetFilter({T::cargo}, {}, homeURL).categoriesToScan(), std::nullopt);
+    EXPECT_EQ(ScanTargetFilter({T::cargo}, {}, homeURL, makeDefaultFileSystem()).categoriesToScan(), std::nullopt);
     CategorySet expected = allStorageCategorySet();
     expected.erase(C::dockerVM);
-    EXPECT_EQ(ScanTargetFilter({T::dockerVM, T::cargo}, {}, homeURL).categoriesToScan(), expected);
+    EXPECT_EQ(ScanTargetFilter({T::dockerVM, T::cargo}, {}, homeURL, makeDefaultFileSystem()).categoriesToScan(), expected);
     for (C owned : {C::systemCaches, C::systemLogs, C::crashReports}) expected.erase(owned);
-    EXPECT_EQ(ScanTargetFilter({T::dockerVM, T::systemCaches}, {}, homeURL).categoriesToScan(), expected);
+    EXPECT_EQ(ScanTargetFilter({T::dockerVM, T::systemCaches}, {}, homeURL, makeDefaultFileSystem()).categoriesToScan(), expected);
 }
 
 TEST(ScanTargetFilterTest, DisabledTargetByCategoryRuleIdPrefixOrPlaceBelowTheHome) {
@@ -54,7 +54,7 @@ TEST(ScanTargetFilterTest, DisabledTargetByCategoryRuleIdPrefixOrPlaceBelowTheHo
         {T::xcode, home + "/Library/Developer/Tmp/../Xcode/DerivedData", C::developerCache, std::nullopt, true},
     };
     for (const auto& [disabled, path, category, ruleId, claimed] : cases) {
-        const ScanTargetFilter filter({disabled}, {}, homeURL);
+        const ScanTargetFilter filter({disabled}, {}, homeURL, makeDefaultFileSystem());
         const auto item = makeItem(path, category, ruleId);
         EXPECT_EQ(filter.disabledTarget(item), claimed ? std::optional(disabled) : std::nullopt) << path;
         EXPECT_EQ(filter.allows(item), !claimed) << path;
@@ -77,7 +77,7 @@ TEST(ScanTargetFilterTest, ExclusionsWorkOnWholeComponentsAndThroughLinks) {
         {"~/link", temp.at("real/data/file.bin"), true},
     };
     for (const auto& [excluded, path, expected] : cases)
-        EXPECT_EQ(ScanTargetFilter({}, {excluded}, tempHome).isExcluded(path), expected) << excluded << " vs " << path;
+        EXPECT_EQ(ScanTargetFilter({}, {excluded}, tempHome, makeDefaultFileSystem()).isExcluded(path), expected) << excluded << " vs " << path;
 }
 
 TEST(ScanTargetFilterTest, ApplyRebuildsTheSummaryOnlyWhenItemsAreDropped) {
@@ -90,13 +90,13 @@ TEST(ScanTargetFilterTest, ApplyRebuildsTheSummaryOnlyWhenItemsAreDropped) {
                                      makeItem(home + "/Projects/app/node_modules", C::strayDependencies)},
                            .summary = {.totalItems = 99}, .warnings = {"Skipped Mail: Full Disk Access required"},
                            .scannedCategories = {C::developerCache, C::strayDependencies}};
-    EXPECT_EQ(ScanTargetFilter({}, {"", "relative"}, homeURL).apply(input), input);
-    EXPECT_EQ(ScanTargetFilter({T::homebrew}, {"~/Documents"}, homeURL).apply(input), input);
+    EXPECT_EQ(ScanTargetFilter({}, {"", "relative"}, homeURL, makeDefaultFileSystem()).apply(input), input);
+    EXPECT_EQ(ScanTargetFilter({T::homebrew}, {"~/Documents"}, homeURL, makeDefaultFileSystem()).apply(input), input);
 
     ScanResult expected = input;
     expected.items = {input.items[1]};
     expected.summary = ScanSummary::from(expected.items);
-    EXPECT_EQ(ScanTargetFilter({T::cargo}, {"~/Projects"}, homeURL).apply(input), expected);
+    EXPECT_EQ(ScanTargetFilter({T::cargo}, {"~/Projects"}, homeURL, makeDefaultFileSystem()).apply(input), expected);
 }
 
 } // namespace

@@ -26,7 +26,8 @@ class SystemScanTest : public ::testing::Test {
 protected:
     SystemScanOutput scan(const CategorySet& categories, const ScanProgressHandler& progress = nullptr,
                           StopToken stop = {}) {
-        return SystemTargets(FileURL(home_.path(), true), fileSystem_).scan(categories, progress, stop);
+        return SystemTargets(FileURL(home_.path(), true), home_.root() + "/system", fileSystem_)
+            .scan(categories, progress, stop);
     }
 
     // One line per item, its path shown from ~/Library: what it says, what it

@@ -103,7 +103,7 @@ TEST_F(SpaceLensEngineTest, UnreadableDirectoriesAreEmptyAndACancelledScanFails)
 
     StopSource source;
     source.requestStop();
-    EXPECT_THROW(SpaceLensEngine().scanDirectory(FileURL(home.at("t")), 2, source.token()), CancellationError);
+    EXPECT_THROW(SpaceLensEngine(makeDefaultFileSystem(), std::make_shared<NoFileTypes>()).scanDirectory(FileURL(home.at("t")), 2, source.token()), CancellationError);
 }
 
 // Text output keeps the root's ten largest children and nothing below them,
@@ -132,7 +132,7 @@ TEST_F(SpaceLensEngineTest, AmongEqualChildrenTheFirstFinishedAreKept) {
     for (int i = 0; i < 40; ++i) home.writeFile("t/f" + std::to_string(i), 100);
     tbb::task_arena oneThread(1);
     const SpaceTree tree = oneThread.execute([&] {
-        return SpaceLensEngine().scanTree(
+        return SpaceLensEngine(makeDefaultFileSystem(), std::make_shared<NoFileTypes>()).scanTree(
             FileURL(home.at("t")), 1, {},
             [&](const std::string& path, std::int64_t) { order.push_back(paths::lastComponent(path)); },
             {.depth = 1, .children = 5});
@@ -165,7 +165,7 @@ TEST(SpaceLensFilterTest, ResultsAreNeverOpenedDirectoriesAndPassEveryGivenTest)
     auto filtered = [&](std::optional<std::int64_t> minSize, std::optional<double> minAge,
                         std::optional<FileCategory> category) {
         Names out;
-        for (const auto& node : SpaceLensEngine::filter(root, minSize, minAge, category)) out.push_back(node.name);
+        for (const auto& node : SpaceLensEngine::filter(root, minSize, minAge, category, now)) out.push_back(node.name);
         return out;
     };
     EXPECT_EQ(filtered(std::nullopt, std::nullopt, std::nullopt), (Names{"nodate.mov", "old.zip", "cut", "fresh.zip"}));

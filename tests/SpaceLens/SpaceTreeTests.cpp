@@ -112,7 +112,7 @@ TEST(SpaceTreeTest, JsonIsHandedOnInBoundedPiecesOfWholeCharacters) {
     testing::TempHome home;
     for (int i = 0; i < 1500; ++i)
         home.writeFile("t/\xC3\xA9t\xC3\xA9-" + std::to_string(i), static_cast<std::uintmax_t>(i));
-    const SpaceTree tree = SpaceLensEngine().scanTree(FileURL(home.at("t")), 1);
+    const SpaceTree tree = SpaceLensEngine(makeDefaultFileSystem(), std::make_shared<NoFileTypes>()).scanTree(FileURL(home.at("t")), 1);
     std::vector<std::string> pieces;
     writeJson(tree, DateEncoding::secondsSinceReferenceDate, [&](std::string_view piece) { pieces.emplace_back(piece); });
     ASSERT_GT(pieces.size(), 4u);

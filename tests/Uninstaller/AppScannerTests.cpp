@@ -14,7 +14,10 @@ struct AppScannerTest : ::testing::Test {
     AppScanner scanner() {
         return AppScanner({.applicationsURLs = std::vector<FileURL>{FileURL(home.at("Applications"), true)},
                            .systemApplicationsURLs = std::vector<FileURL>{FileURL(home.at("System"), true)},
-                           .homeURL = FileURL(home.path(), true)});
+                           .fileSystem = makeDefaultFileSystem(),
+                           .homeURL = FileURL(home.path(), true),
+                           .protectedAppGuard = std::make_shared<const ProtectedAppGuard>(
+                               makeDefaultFileSystem(), makeDefaultCodeSigning(), makeDefaultProcesses())});
     }
     testing::TempHome home;
 };

@@ -19,10 +19,22 @@ struct AcmeInstalled {
         home.writeFile("Library/Caches/com.acme.app/cache.db", "cache");
         home.writeFile("Library/Preferences/com.acme.app.plist", "prefs");
     }
+    // The real services, the Trash and the audit log in the temporary home.
+    AppUninstaller::Configuration configuration(
+        std::function<bool(const std::string&)> running = [](auto&) { return false; }) {
+        const auto fileSystem = makeDefaultFileSystem();
+        return {.fileSystem = fileSystem,
+                .trashPipeline = std::make_shared<const TrashPipeline>(
+                    fileSystem, makeDefaultTrash(), std::make_shared<AuditLogger>(std::nullopt, homeURL, fileSystem),
+                    homeURL, systemClock()),
+                .runningAppsProvider = running,
+                .homeURL = homeURL,
+                .protectedAppGuard = std::make_shared<const ProtectedAppGuard>(fileSystem, makeDefaultCodeSigning(),
+                                                                               makeDefaultProcesses(), running),
+                .clock = systemClock()};
+    }
     AppUninstaller uninstaller(std::function<bool(const std::string&)> running = [](auto&) { return false; }) {
-        return AppUninstaller({.auditLogger = std::make_shared<AuditLogger>(std::nullopt, homeURL),
-                               .runningAppsProvider = std::move(running),
-                               .homeURL = homeURL});
+        return AppUninstaller(configuration(std::move(running)));
     }
     InstalledApp acme(std::string id = "com.acme.app", std::optional<std::string> path = std::nullopt) {
         return InstalledApp::make({.bundleIdentifier = std::move(id), .bundleURL = FileURL(path.value_or(bundle), true),
@@ -42,7 +54,7 @@ TEST_F(AppUninstallerTest, BothRunsAreLoggedForTheUninstallerWithEveryItem) {
     const UninstallSummary real = uninstaller().uninstall(acme(), false);
     EXPECT_EQ(real.deletedURLs.size(), 3u);
     EXPECT_GT(real.unbulkedAllocatedBytes, 0);
-    const auto entries = AuditLogger(std::nullopt, homeURL).readEntries();
+    const auto entries = AuditLogger(std::nullopt, homeURL, makeDefaultFileSystem()).readEntries();
     ASSERT_EQ(entries.size(), 2u);
     EXPECT_EQ(entries.back().client, "uninstaller");
     EXPECT_EQ(entries.back().itemsCount, 3);
@@ -81,10 +93,13 @@ TEST_F(AppUninstallerTest, RefusesProtectedAndRunningApplicationsBeforeTouchingA
 
 TEST_F(AppUninstallerTest, LookingUpAnIdentifierNeedsAScannerAndAMatch) {
     EXPECT_THROW(uninstaller().uninstall(std::string("com.acme.app"), true), AppUninstallerError);
-    auto scanner = std::make_shared<const AppScanner>(AppScanner::Configuration{
-        .applicationsURLs = std::vector<FileURL>{FileURL(home.at("Applications"), true)}, .homeURL = homeURL});
-    const AppUninstaller withScanner(
-        {.appScanner = scanner, .runningAppsProvider = [](const std::string&) { return false; }, .homeURL = homeURL});
+    AppUninstaller::Configuration withScannerConfiguration = configuration();
+    withScannerConfiguration.appScanner = std::make_shared<const AppScanner>(AppScanner::Configuration{
+        .applicationsURLs = std::vector<FileURL>{FileURL(home.at("Applications"), true)},
+        .fileSystem = makeDefaultFileSystem(),
+        .homeURL = homeURL,
+        .protectedAppGuard = withScannerConfiguration.protectedAppGuard});
+    const AppUninstaller withScanner(withScannerConfiguration);
     EXPECT_EQ(withScanner.uninstall(std::string("com.acme.app"), true).appName, "Acme");
     EXPECT_THAT([&] { withScanner.uninstall(std::string("com.acme.none"), true); },
                 ::testing::ThrowsMessage<AppUninstallerError>("Application bundle not found: No installed application "
@@ -103,12 +118,10 @@ struct RefusingTrash final : Trash {
 };
 
 TEST_F(AppUninstallerTest, ABundleThatCannotBeMovedFailsTheUninstallAfterItsDataHasGone) {
-    const auto fileSystem = makeDefaultFileSystem();
-    const AppUninstaller refusing(
-        {.trashPipeline = std::make_shared<const TrashPipeline>(fileSystem, std::make_shared<RefusingTrash>(bundle),
-                                                                nullptr, homeURL),
-         .runningAppsProvider = [](const std::string&) { return false; },
-         .homeURL = homeURL});
+    AppUninstaller::Configuration refusingConfiguration = configuration();
+    refusingConfiguration.trashPipeline = std::make_shared<const TrashPipeline>(
+        refusingConfiguration.fileSystem, std::make_shared<RefusingTrash>(bundle), nullptr, homeURL, systemClock());
+    const AppUninstaller refusing(refusingConfiguration);
     EXPECT_THAT([&] { refusing.uninstall(acme(), false); },
                 ::testing::ThrowsMessage<UninstallerError>("Failed to delete item at '" + bundle + "': Could not move '" +
                                                            bundle + "' to the Trash: Permission denied"));
@@ -130,7 +143,7 @@ TEST_F(AppUninstallerTest, OptionsChooseTheItemsAndWhetherTheyAreMovedOrDeleted)
         EXPECT_EQ(fs::exists(fresh.home.at("Library/Preferences/com.acme.app.plist")), row.dataStays);
         EXPECT_EQ(fs::exists(fresh.home.at(".local/share/Trash/files/com.acme.app.plist")), row.inTrash);
         EXPECT_EQ(summary.records.size(), row.options.includeBundle ? 3u : 2u);
-        const auto entries = AuditLogger(std::nullopt, fresh.homeURL).readEntries();
+        const auto entries = AuditLogger(std::nullopt, fresh.homeURL, makeDefaultFileSystem()).readEntries();
         ASSERT_EQ(entries.size(), 1u);
         EXPECT_EQ(entries[0].operationType, row.dryRun                 ? AuditOperationType::dryRun
                                             : row.options.permanentPurge ? AuditOperationType::purge
@@ -143,12 +156,14 @@ TEST_F(AppUninstallerTest, ForceTerminatesARunningApplicationFirstAndFailsWhenIt
         SCOPED_TRACE(ends);
         std::vector<std::pair<std::string, bool>> asked;
         const auto running = [](const std::string&) { return true; };
-        const auto guard = std::make_shared<const ProtectedAppGuard>(
-            makeDefaultFileSystem(), running, [&](const std::string& id, bool force) {
+        AppUninstaller::Configuration forcedConfiguration = configuration(running);
+        forcedConfiguration.protectedAppGuard = std::make_shared<const ProtectedAppGuard>(
+            makeDefaultFileSystem(), makeDefaultCodeSigning(), makeDefaultProcesses(), running,
+            [&](const std::string& id, bool force) {
                 asked.emplace_back(id, force);
                 return ends;
             });
-        const AppUninstaller forced({.runningAppsProvider = running, .homeURL = homeURL, .protectedAppGuard = guard});
+        const AppUninstaller forced(forcedConfiguration);
         if (ends) {
             EXPECT_EQ(forced.uninstall(acme(), true, {.force = true}).records.size(), 3u);
         } else {

@@ -19,7 +19,7 @@ InstalledApp app(std::string id, std::string name, std::optional<std::string> bu
 }
 
 TEST(DependencyResolverCandidatesTest, NamesIdentifiersAndVendorPaths) {
-    const DependencyResolver resolver(FileURL("/h", true));
+    const DependencyResolver resolver(FileURL("/h", true), makeDefaultFileSystem());
     const auto chrome = resolver.makeCandidates(app("com.google.Chrome", "Google Chrome"));
     EXPECT_EQ(chrome.candidateNames,
               (Strings{"Google Chrome", "GoogleChrome", "google chrome", "google-chrome", "google_chrome", "Chrome"}));
@@ -58,7 +58,7 @@ TEST_F(DependencyResolverTest, FindsTheApplicationsDataInEveryLibraryPlace) {
           "Logs/DiagnosticReports/Acme Tool-2024-01-01-101010.ips", "Logs/DiagnosticReports/Other-2024.ips",
           "Caches/unrelated/x"})
         home.writeFile(std::string("Library/") + path, "1");
-    const AppFootprint footprint = DependencyResolver(homeURL).resolveDependencies(
+    const AppFootprint footprint = DependencyResolver(homeURL, makeDefaultFileSystem()).resolveDependencies(
         app("com.acme.tool", "Acme Tool", std::nullopt, FileURL(bundle, true)));
     std::multiset<std::string> found;
     for (const auto& dependency : footprint.dependencies)
@@ -91,7 +91,7 @@ TEST_F(DependencyResolverTest, AOneComponentIdentifierMatchesByEqualityOnly) {
           "Logs/DiagnosticReports/com.ips", "Logs/DiagnosticReports/com.apple.Safari-2024.ips",
           "Logs/DiagnosticReports/compiler-2024.crash"})
         home.writeFile(std::string("Library/") + path, "1");
-    const AppFootprint footprint = DependencyResolver(homeURL).resolveDependencies(app("com", "X"));
+    const AppFootprint footprint = DependencyResolver(homeURL, makeDefaultFileSystem()).resolveDependencies(app("com", "X"));
     std::set<std::string> found;
     for (const auto& dependency : footprint.dependencies)
         found.insert(std::filesystem::path(dependency.path).lexically_relative(home.path()).string());
@@ -106,7 +106,7 @@ TEST_F(DependencyResolverTest, AHardLinkBetweenTwoItemsIsChargedOnceAndALinkedFo
     home.writeFile("outside/data", std::string(5000, 'y'));
     home.makeSymlink("Library/Application Support/com.acme.linky", home.at("outside"));
 
-    const AppFootprint footprint = DependencyResolver(homeURL).resolveDependencies(app("com.acme.linky", "Linky"));
+    const AppFootprint footprint = DependencyResolver(homeURL, makeDefaultFileSystem()).resolveDependencies(app("com.acme.linky", "Linky"));
     std::map<std::string, ResolvedDependency> byPath;
     for (const auto& dependency : footprint.dependencies) byPath[dependency.path] = dependency;
     ASSERT_EQ(byPath.size(), 3u);

@@ -34,7 +34,7 @@ TEST(LeftoversHunterTest, ReportsWhatNoApplicationAccountsForInTableOrder) {
         home.writeFile(std::string("Library/") + path, "1");
 
     std::vector<std::pair<double, std::string>> progress;
-    const auto leftovers = LeftoversHunter(FileURL(home.path(), true))
+    const auto leftovers = LeftoversHunter(FileURL(home.path(), true), makeDefaultFileSystem())
                                .scanForLeftovers(std::vector<InstalledApp>{app("com.acme.foo", "Foo", "Foo.app")},
                                                  [&](double f, const std::string& m) { progress.emplace_back(f, m); });
     std::vector<std::string> summary;
@@ -58,7 +58,7 @@ TEST(LeftoversHunterTest, WithoutAnyListEverythingNotWhitelistedIsAnOrphan) {
     testing::TempHome home;
     home.writeFile("Library/Application Support/Foo/x", "1");
     home.writeFile("Library/Application Support/Sparkle/x", "1");
-    const auto leftovers = LeftoversHunter(FileURL(home.path(), true)).scanForLeftovers(std::nullopt);
+    const auto leftovers = LeftoversHunter(FileURL(home.path(), true), makeDefaultFileSystem()).scanForLeftovers(std::nullopt);
     ASSERT_EQ(leftovers.size(), 1u);
     EXPECT_EQ(leftovers[0].candidateAppName, "Foo");
     EXPECT_TRUE(Whitelist::isProtected("x", std::string("Group.com.apple.notes")));

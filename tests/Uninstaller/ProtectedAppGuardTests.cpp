@@ -31,7 +31,7 @@ struct SignedByApple final : CodeSigning {
 
 TEST(ProtectedAppGuardTest, ProtectionTestsInTheirOrderAndWords) {
     testing::TempHome home;
-    const ProtectedAppGuard guard;
+    const ProtectedAppGuard guard(makeDefaultFileSystem(), makeDefaultCodeSigning(), makeDefaultProcesses());
     home.makeSymlink("Applications/Sneaky.app", "/usr/bin");
     home.makeDirectory("MyCryptexes/Tool.app");
     auto reason = [&](const std::string& path, const std::string& id) {
@@ -51,7 +51,7 @@ TEST(ProtectedAppGuardTest, ProtectionTestsInTheirOrderAndWords) {
     EXPECT_EQ(guard.evaluateProtection(FileURL("/opt/Tool.app", true), "x", std::nullopt),
               ProtectionEvaluation::make(false, std::nullopt));
 
-    const ProtectedAppGuard platform(makeDefaultFileSystem(), {}, {}, std::make_shared<SignedByApple>());
+    const ProtectedAppGuard platform(makeDefaultFileSystem(), std::make_shared<SignedByApple>(), makeDefaultProcesses());
     EXPECT_EQ(platform.evaluateProtection(FileURL("/opt/Tool.app", true), "x", std::nullopt).reason,
               "Signed with Apple Platform OS authority (Platform)");
     // A report given says no: the guard does not read the signature again.
@@ -60,7 +60,8 @@ TEST(ProtectedAppGuardTest, ProtectionTestsInTheirOrderAndWords) {
 
 TEST(ProtectedAppGuardTest, ValidationRefusesProtectedBeforeRunning) {
     using ::testing::ThrowsMessage;
-    const ProtectedAppGuard guard(makeDefaultFileSystem(), [](const std::string&) { return true; });
+    const ProtectedAppGuard guard(makeDefaultFileSystem(), makeDefaultCodeSigning(), makeDefaultProcesses(),
+                                  [](const std::string&) { return true; });
     InstalledApp app = InstalledApp::make(
         {.bundleIdentifier = "com.acme.x", .bundleURL = FileURL("/Applications/X.app", true), .displayName = "X",
          .isSystemApp = true});
@@ -78,7 +79,7 @@ TEST(ProtectedAppGuardTest, ValidationRefusesProtectedBeforeRunning) {
 TEST(ProtectedAppGuardTest, TerminationAsksThenForcesThenGivesUp) {
     const TerminationTiming quick{std::chrono::milliseconds(30), std::chrono::milliseconds(5)};
     auto processes = std::make_shared<FakeProcesses>();
-    const ProtectedAppGuard guard(makeDefaultFileSystem(), {}, {}, makeDefaultCodeSigning(), processes, quick);
+    const ProtectedAppGuard guard(makeDefaultFileSystem(), makeDefaultCodeSigning(), processes, {}, {}, quick);
     EXPECT_TRUE(guard.terminate("com.acme.x", false));
     EXPECT_EQ(processes->requests, (std::vector<bool>{false, true})); // polite, then forced after the deadline
 
@@ -87,7 +88,8 @@ TEST(ProtectedAppGuardTest, TerminationAsksThenForcesThenGivesUp) {
     EXPECT_THROW(guard.terminate("com.acme.x", true), UninstallerError);
     EXPECT_EQ(processes->requests, std::vector<bool>{true});
 
-    const ProtectedAppGuard refusing(makeDefaultFileSystem(), {}, [](const std::string&, bool) { return false; });
+    const ProtectedAppGuard refusing(makeDefaultFileSystem(), makeDefaultCodeSigning(), processes, {},
+                                     [](const std::string&, bool) { return false; });
     EXPECT_THROW(refusing.terminate("com.acme.x", false), UninstallerError);
 }
 

@@ -48,7 +48,7 @@ std::vector<std::string> journals(const unbulk::testing::TempHome& home) {
 }
 
 std::vector<unbulk::AuditLogEntry> logged(const unbulk::testing::TempHome& home) {
-    return unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home.path(), true)).readEntries();
+    return unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home.path(), true), unbulk::makeDefaultFileSystem()).readEntries();
 }
 
 const std::vector<std::string> purgeCaches{"clean", "--execute", "--permanent", "--yes", "--category", "SYSTEM_CACHES",
@@ -133,7 +133,7 @@ TEST(CleanSafetyTest, AKilledPurgeIsLoggedByTheNextClean) {
     EXPECT_EQ(std::set<std::string>(entries[0].paths.begin(), entries[0].paths.end()), removed);
     EXPECT_EQ(entries[1].operationType, unbulk::AuditOperationType::dryRun);
     EXPECT_TRUE(journals(home).empty());
-    EXPECT_TRUE(unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home.path(), true)).verifyIntegrity().isValid);
+    EXPECT_TRUE(unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home.path(), true), unbulk::makeDefaultFileSystem()).verifyIntegrity().isValid);
 }
 
 // A log that cannot be written fails nothing, but is told: one line on

@@ -69,7 +69,7 @@ protected:
     }
 
     unbulk::AuditLogger auditLogger() const {
-        return unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home.path(), true));
+        return unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home.path(), true), unbulk::makeDefaultFileSystem());
     }
 
     unbulk::testing::TempHome home;

@@ -89,7 +89,7 @@ protected:
     pid_t programId() const { return std::stoi(unbulk::testing::readAll(home.root() + "/pid")); }
 
     std::vector<unbulk::AuditLogEntry> auditEntries() const {
-        return unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home.path(), true)).readEntries();
+        return unbulk::AuditLogger(std::nullopt, unbulk::FileURL(home.path(), true), unbulk::makeDefaultFileSystem()).readEntries();
     }
 
     std::vector<std::string> trashedNames() const {

@@ -1,7 +1,8 @@
-// One home that holds every layout the scan knows, scanned by the built
-// program as a user runs it: `unbulk scan --json` must report exactly the
-// items listed below, each measured and classified as expected, and nothing
-// else. The numbers of each item are counted here, with lstat, from what the
+// One home that holds every layout the scan knows, scanned by the program's
+// front end as a user runs it, over an Environment whose system places lie
+// in the test's own directory (so that the machine's own crash reports stay
+// out of it): `unbulk scan --json` must report exactly the items listed
+// below, each measured and classified as expected, and nothing else. The numbers of each item are counted here, with lstat, from what the
 // test wrote: every name of a file counts as a file, its bytes only once.
 
 #include <algorithm>
@@ -20,8 +21,9 @@
 #include "Platform/Processes.hpp"
 #include "Support/FileURL.hpp"
 #include "Support/Json.hpp"
-#include "support/ProcessRunner.hpp"
+#include "InProcessCommand.hpp"
 #include "support/TempHome.hpp"
+#include "support/TestEnvironment.hpp"
 
 namespace {
 
@@ -67,20 +69,20 @@ struct Row {
 const std::string kModel = ".cache/huggingface/hub/models--meta-llama--Llama-3.2-1B";
 const std::string kDockerImage = "Library/Containers/com.docker.docker/Data/vms/0/data/Docker.raw";
 
-// Docker is looked for on this machine itself: an application in
-// /Applications, or a process whose name holds one of Docker's names. Neither
-// is expected here, which makes the image orphaned; where one is found the
+// Docker is looked for as an application in <system root>/Applications, or a
+// process of this machine whose name holds one of Docker's names. Neither is
+// expected here, which makes the image orphaned; where one is found the
 // image is active (and locked while a process runs), and kept.
 //
 // One row per layout that meets another target's (npm's partial set,
 // Homebrew's incomplete download inside its bottles, links into a model,
 // hard links into a store...); the places of each target alone are the
 // scanner tests' business.
-std::vector<Row> expectedRows() {
+std::vector<Row> expectedRows(const unbulk::Environment& environment) {
     const std::regex docker("docker|vpnkit", std::regex::icase);
-    const bool running = std::ranges::any_of(unbulk::makeDefaultProcesses()->runningProcessNames(),
+    const bool running = std::ranges::any_of(environment.processes->runningProcessNames(),
                                              [&](const std::string& name) { return std::regex_search(name, docker); });
-    const bool orphaned = !running && !fs::exists("/Applications/Docker.app");
+    const bool orphaned = !running && !fs::exists(environment.systemRoot + "/Applications/Docker.app");
     using enum Category;
     const auto dev = developerCache, ai = aiModelWeights, xcode = xcodeArtifacts;
     return {
@@ -123,9 +125,6 @@ std::vector<Row> expectedRows() {
 class ScanEndToEndTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        // Crash reports of the whole machine are measured too; a machine that
-        // has them would add an item that this home does not control.
-        if (fs::exists("/Library/Logs/DiagnosticReports")) GTEST_SKIP() << "this machine has system crash reports";
         for (const Row& row : rows)
             for (std::size_t i = 0; i < row.sizes.size(); ++i)
                 home.writeFile(row.isFile ? row.path : row.path + "/f" + std::to_string(i), row.sizes[i]);
@@ -155,7 +154,7 @@ protected:
     // largest first, and its summary adds them up (how a summary is built is
     // the model tests' business). Bad JSON throws, which fails the test.
     Json scanReportsExactly(const Strings& words, const std::function<bool(const Row&)>& selected) const {
-        const Json document = Json::parse(unbulk::testing::runProcess(UNBULK_BINARY, words).standardOutput);
+        const Json document = Json::parse(unbulk::testing::runCommand(environment, words).standardOutput);
         std::map<std::string, Json> byPath;
         for (const auto& item : document["items"]) byPath[item.value("path", "")] = item;
         std::set<fs::path> items;
@@ -190,7 +189,8 @@ protected:
     }
 
     unbulk::testing::TempHome home;
-    const std::vector<Row> rows = expectedRows();
+    const unbulk::Environment environment = unbulk::testing::testEnvironment(home);
+    const std::vector<Row> rows = expectedRows(environment);
 };
 
 TEST_F(ScanEndToEndTest, ScanJsonReportsExactlyTheItemsOfEveryLayout) {

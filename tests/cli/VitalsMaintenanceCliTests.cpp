@@ -27,10 +27,11 @@ TEST(VitalsCliTest, TheTextReportHasItsLinesInOrder) {
 }
 
 // This machine has none of the Mac's maintenance tools: each task fails at
-// its launch, with the platform's reason, after what it printed first.
+// its launch, with the call that failed and the platform's reason, after
+// what it printed first.
 TEST(MaintenanceCliTest, AMissingToolIsALaunchErrorAndAnUnknownWordRunsEverything) {
     testing::TempHome home;
-    const std::string all = "Running all maintenance tasks...\n", missing = "': No such file or directory\n";
+    const std::string all = "Running all maintenance tasks...\n", missing = "'): No such file or directory\n";
     const std::vector<std::tuple<std::vector<std::string>, std::string, std::string>> cases{
         {{"maintenance", "foo", "--json"}, all, "dscacheutil"}, {{"maintenance", "spotlight"}, "", "mdutil"},
         {{"maintenance", "purgeable"}, "", "tmutil"},
@@ -39,7 +40,9 @@ TEST(MaintenanceCliTest, AMissingToolIsALaunchErrorAndAnUnknownWordRunsEverythin
         const ProcessResult result = run(words);
         EXPECT_EQ(result.exitStatus, 1) << words.back();
         EXPECT_EQ(result.standardOutput, out) << words.back();
-        EXPECT_EQ(result.standardError, "Error: Could not launch '/usr/bin/" + tool + missing) << words.back();
+        const std::string program = "/usr/bin/" + tool;
+        EXPECT_EQ(result.standardError, "Error: Could not launch '" + program + "': posix_spawn('" + program + missing)
+            << words.back();
     }
 }
 

@@ -6,8 +6,6 @@ namespace unbulk::testing {
 
 static_assert(static_cast<std::size_t>(FileSystemCall::openLocked) + 1 == fileSystemCallCount);
 
-FaultyFileSystem::FaultyFileSystem(std::shared_ptr<FileSystem> inner) : inner_(std::move(inner)) {}
-
 void FaultyFileSystem::reportDeviceBelow(const std::string& root, std::uint64_t device) {
     std::lock_guard lock(mutex_);
     devices_.emplace_back(paths::standardize(root), device);
@@ -49,39 +47,16 @@ std::error_code FaultyFileSystem::failureFor(FileSystemCall call, const std::str
     return {};
 }
 
-bool FaultyFileSystem::fails(FileSystemCall call, const std::string& path, std::error_code& error,
-                             const std::string* other) const {
+std::error_code FaultyFileSystem::interception(FileSystemCall call, const std::string& path) const {
     {
         std::lock_guard lock(mutex_);
         ++counts_[static_cast<std::size_t>(call)];
     }
-    std::error_code failure = failureFor(call, path);
-    if (!failure && other) failure = failureFor(call, *other);
-    if (failure) error = failure;
-    return static_cast<bool>(failure);
-}
-
-std::optional<FileStatus> FaultyFileSystem::status(const std::string& path, std::error_code& error) const {
-    return fails(FileSystemCall::status, path, error) ? std::nullopt : inner_->status(path, error);
-}
-
-std::optional<FileStatus> FaultyFileSystem::linkStatus(const std::string& path, std::error_code& error) const {
-    return fails(FileSystemCall::linkStatus, path, error) ? std::nullopt : inner_->linkStatus(path, error);
-}
-
-std::vector<DirectoryEntry> FaultyFileSystem::contentsOfDirectory(const std::string& path, ListOptions options,
-                                                                  std::error_code& error) const {
-    if (fails(FileSystemCall::contentsOfDirectory, path, error)) return {};
-    return inner_->contentsOfDirectory(path, options, error);
+    return failureFor(call, path);
 }
 
 void FaultyFileSystem::walk(const std::string& root, const WalkOptions& options,
                             const WalkCallbacks& callbacks) const {
-    std::error_code rootFailure;
-    if (fails(FileSystemCall::walk, root, rootFailure)) {
-        if (callbacks.onError) callbacks.onError(root, rootFailure, WalkFailure::directory);
-        return;
-    }
     WalkCallbacks wrapped;
     wrapped.onError = callbacks.onError;
     wrapped.visit = [&](const WalkEntry& original) {
@@ -104,50 +79,11 @@ void FaultyFileSystem::walk(const std::string& root, const WalkOptions& options,
         if (callbacks.onError) callbacks.onError(entry.path, failure, WalkFailure::directory);
         return WalkAction::skipDescendants;
     };
-    inner_->walk(root, options, wrapped);
-}
-
-TreeMeasure FaultyFileSystem::measureTree(const std::string& root, const TreeMeasureOptions& options) const {
-    return measureTreeSerially(*this, root, options);
-}
-
-std::optional<std::string> FaultyFileSystem::destinationOfSymbolicLink(const std::string& path,
-                                                                       std::error_code& error) const {
-    if (fails(FileSystemCall::destinationOfSymbolicLink, path, error)) return std::nullopt;
-    return inner_->destinationOfSymbolicLink(path, error);
-}
-
-std::string FaultyFileSystem::resolvingSymlinks(const std::string& path) const {
-    std::error_code ignored;
-    if (fails(FileSystemCall::resolvingSymlinks, path, ignored)) return paths::standardize(path);
-    return inner_->resolvingSymlinks(path);
-}
-
-std::optional<std::string> FaultyFileSystem::readFile(const std::string& path, std::size_t maxBytes,
-                                                      std::error_code& error) const {
-    if (fails(FileSystemCall::readFile, path, error)) return std::nullopt;
-    return inner_->readFile(path, maxBytes, error);
-}
-
-bool FaultyFileSystem::writeFileAtomically(const std::string& path, std::string_view contents,
-                                           std::uint32_t permissions, std::error_code& error) {
-    return !fails(FileSystemCall::writeFileAtomically, path, error) &&
-           inner_->writeFileAtomically(path, contents, permissions, error);
-}
-
-bool FaultyFileSystem::renameItem(const std::string& from, const std::string& to, std::error_code& error) {
-    return !fails(FileSystemCall::renameItem, from, error) && inner_->renameItem(from, to, error);
-}
-
-bool FaultyFileSystem::createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
-                                       std::error_code& error) {
-    return !fails(FileSystemCall::createDirectory, path, error) &&
-           inner_->createDirectory(path, permissions, withIntermediates, error);
+    ForwardingFileSystem::walk(root, options, wrapped);
 }
 
 bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
-                                  const RemovalCheck& check, RemovalReport& report, std::error_code& error) {
-    if (fails(FileSystemCall::removeItem, path, error)) return false;
+                                  const RemovalCheck& check, RemovalReport& report, PlatformError& error) {
     // Entries inside the item pass the rules on their way to the check: a
     // device rule changes what the check sees, a failure rule stops there.
     const RemovalCheck wrapped = [&](const WalkEntry& original, bool& leaveInPlace) -> std::error_code {
@@ -158,25 +94,7 @@ bool FaultyFileSystem::removeItem(const std::string& path, const Identity& expec
         entry.status = &status;
         return check ? check(entry, leaveInPlace) : std::error_code();
     };
-    return inner_->removeItem(path, expected, withReportedDevices(anchorCheck), wrapped, report, error);
-}
-
-bool FaultyFileSystem::appendUnderLock(
-    const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
-    const AppendComposer& compose, std::error_code& error) {
-    return !fails(FileSystemCall::appendUnderLock, path, error) &&
-           inner_->appendUnderLock(path, permissions, lockTimeout, compose, error);
-}
-
-std::unique_ptr<LockedFile> FaultyFileSystem::openLocked(const std::string& path, LockedFileMode mode,
-                                                         std::uint32_t permissions, std::error_code& error) {
-    if (fails(FileSystemCall::openLocked, path, error)) return nullptr;
-    return inner_->openLocked(path, mode, permissions, error);
-}
-
-bool FaultyFileSystem::isPackage(const std::string& path) const {
-    std::error_code ignored;
-    return !fails(FileSystemCall::isPackage, path, ignored) && inner_->isPackage(path);
+    return ForwardingFileSystem::removeItem(path, expected, withReportedDevices(anchorCheck), wrapped, report, error);
 }
 
 } // namespace unbulk::testing

@@ -1,43 +1,30 @@
 #pragma once
 
 #include <array>
-#include <cstdint>
-#include <functional>
-#include <utility>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "Platform/FileSystem.hpp"
-#include "Platform/TreeMeasure.hpp"
+#include "support/ForwardingFileSystem.hpp"
 
 namespace unbulk::testing {
 
-// The calls of FileSystem, one per virtual function.
-enum class FileSystemCall {
-    status, linkStatus, contentsOfDirectory, walk, destinationOfSymbolicLink, resolvingSymlinks, readFile,
-    writeFileAtomically, createDirectory, removeItem, appendUnderLock, isPackage, renameItem, openLocked,
-};
-
-inline constexpr std::size_t fileSystemCallCount = 14;
-
-// A FileSystem that forwards every call to another one (the real one unless
-// told otherwise) and fails the calls a test chooses with the errno it
+// A file system that forwards every call to another one (the real one
+// unless told otherwise) and fails the calls a test chooses with the errno it
 // chooses. Tests run as root, where permissions stop nothing, so this is how
 // "permission denied" and friends reach the code under test.
 //
 // A rule names a call, a path and an errno; the path matches exactly
 // (failOn) or as a whole-component prefix (failBelow). Paths are compared in
-// their standardised form. What a failing call does:
-//  - calls with an error_code set it and return their failure value
-//    (nothing, an empty list, false);
+// their standardised form. A matching call fails as ForwardingFileSystem
+// says, with these additions:
 //  - removeItem fails as a whole when the item matches; for an entry inside
 //    the item that matches, the removal stops there with the error, as when
 //    that entry cannot be removed (what went before it is gone);
-//  - isPackage answers false, resolvingSymlinks answers the path standardised,
-//    as if nothing along it could be examined;
 //  - walk, when the root matches, reports the root through onError and
 //    visits nothing. Inside the walk a matching directory is visited and then
 //    reported through onError, its contents never read (as a directory that
@@ -49,9 +36,9 @@ inline constexpr std::size_t fileSystemCallCount = 14;
 // would; mounts need privileges that tests do not have. withReportedDevices
 // puts the same answers in front of any anchor check, a Trash's included.
 // Every call is counted by kind, failed or not.
-class FaultyFileSystem final : public FileSystem {
+class FaultyFileSystem final : public ForwardingFileSystem {
 public:
-    explicit FaultyFileSystem(std::shared_ptr<FileSystem> inner = makeDefaultFileSystem());
+    using ForwardingFileSystem::ForwardingFileSystem;
 
     // `error` is the errno value the matching calls fail with.
     void failOn(FileSystemCall call, const std::string& path, int error) { addRule({call, path, false, error}); }
@@ -66,50 +53,24 @@ public:
     }
     void resetCounts() { std::lock_guard lock(mutex_); counts_.fill(0); }
 
-    std::optional<FileStatus> status(const std::string& path, std::error_code& error) const override;
-    std::optional<FileStatus> linkStatus(const std::string& path, std::error_code& error) const override;
-    std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
-                                                    std::error_code& error) const override;
     void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override;
-    // The serial definition over this file system's own walk, so that every
-    // fault a walk meets reaches the measures too.
-    TreeMeasure measureTree(const std::string& root, const TreeMeasureOptions& options) const override;
-    std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
-                                                         std::error_code& error) const override;
-    std::string resolvingSymlinks(const std::string& path) const override;
-    std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes,
-                                        std::error_code& error) const override;
-    bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
-                             std::error_code& error) override;
-    // Fails when the source matches.
-    bool renameItem(const std::string& from, const std::string& to, std::error_code& error) override;
-    bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
-                         std::error_code& error) override;
     bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
-                    const RemovalCheck& check, RemovalReport& report, std::error_code& error) override;
-    bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
-                         const AppendComposer& compose,
-                         std::error_code& error) override;
-    std::unique_ptr<LockedFile> openLocked(const std::string& path, LockedFileMode mode, std::uint32_t permissions,
-                                           std::error_code& error) override;
-    bool isPackage(const std::string& path) const override;
+                    const RemovalCheck& check, RemovalReport& report, PlatformError& error) override;
+
+protected:
+    // Counts the call; the matching rule's error, if any.
+    std::error_code interception(FileSystemCall call, const std::string& path) const override;
 
 private:
     // `path` is standardised; `below` takes in everything under it as well.
     struct Rule { FileSystemCall call; std::string path; bool below; int errorNumber; };
 
     void addRule(Rule rule);
-    // Counts the call; when a rule matches one of the paths, sets `error` to
-    // its errno and answers true.
-    bool fails(FileSystemCall call, const std::string& path, std::error_code& error,
-               const std::string* other = nullptr) const;
     // The matching rule's error without counting anything.
     std::error_code failureFor(FileSystemCall call, const std::string& path) const;
-
     // The device an entry reports, the real one unless a device rule says otherwise.
     std::uint64_t deviceFor(const std::string& path, std::uint64_t real) const;
 
-    std::shared_ptr<FileSystem> inner_;
     mutable std::mutex mutex_;
     std::vector<Rule> rules_;
     std::vector<std::pair<std::string, std::uint64_t>> devices_;

@@ -30,7 +30,7 @@ std::string readAll(const std::string& path) {
 }
 
 Identity identityOf(const std::string& path) {
-    std::error_code error;
+    PlatformError error;
     const auto status = makeDefaultFileSystem()->linkStatus(path, error);
     return status ? status->identity() : Identity{};
 }

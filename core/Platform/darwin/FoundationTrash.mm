@@ -43,49 +43,22 @@ class FoundationTrash final : public Trash {
 public:
     TrashMove trashItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck) override {
         TrashMove move;
-        std::error_code& error = move.error.code;
-        const std::string name = paths::lastComponent(path);
-        if (!paths::isAbsolute(path) || name.empty() || name == "/" || posix::containsNul(path)) {
-            error = {EINVAL, std::generic_category()};
-            return move;
-        }
         // The file manager takes a path, not a descriptor. Right before the
         // call, the parent is opened without following a link on the way and
         // the name in it must still hold the item that was checked. What
         // remains is the moment between this check and the file manager's
         // own lookup of the path: a swap that lands exactly there is not
         // caught here. The Trash only moves, so even then nothing is deleted.
-        std::vector<AnchoredStep> steps;
-        posix::FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error,
-                                                                 anchorCheck ? &steps : nullptr);
-        if (parent.get() < 0) {
-            if (error.value() == ELOOP || error.value() == ENOTDIR) error = changedSinceCheckedError();
-            return move;
-        }
-        struct stat status {};
-        if (::fstatat(parent.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            error = {errno, std::generic_category()};
-            return move;
-        }
-        if (Identity{static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)} !=
-            expected) {
-            error = changedSinceCheckedError();
-            return move;
-        }
-        if (anchorCheck) {
-            steps.push_back(AnchoredStep{path, posix::fileStatusOf(status)});
-            if (const std::error_code refused = anchorCheck(steps)) {
-                error = refused;
-                return move;
-            }
-        }
+        const auto anchored = posix::openAnchoredItem(path, expected, anchorCheck, "trashItemAtURL", move.error);
+        if (!anchored) return move;
+        const struct stat& status = anchored->status;
         // The directory flag comes from lstat, never from following a link:
         // a link to a directory made into "link/" would name its target.
         const bool isDirectory = S_ISDIR(status.st_mode);
         @autoreleasepool {
             NSURL* url = foundation::fileURL(path, isDirectory);
             if (url == nil) {
-                error = {EINVAL, std::generic_category()};
+                move.error.code = {EINVAL, std::generic_category()};
                 move.error.description =
                     "Could not move '" + path + "' to the Trash: the file manager cannot make a URL of this path.";
                 return move;

@@ -30,9 +30,9 @@ constexpr std::size_t kMaximumEntryName = 255;
 // Far beyond any real pile of equal names; only a broken trash gets here.
 constexpr int kMaximumNameAttempts = 1'000'000;
 
-using posix::errorOf;
+using posix::failed;
+using posix::failedWith;
 using posix::FdGuard;
-using posix::lastError;
 
 // The trash name for the n-th attempt: the item's name, then "name.2",
 // "name.3"... A name too long to carry ".trashinfo" (and the suffix) is cut at
@@ -49,7 +49,7 @@ std::string candidateName(const std::string& name, int attempt) {
 // Creates `path` and every missing directory above it, each of mode 0700.
 // What exists already is taken as it is: the folder that holds the Trash is
 // the user's own configuration, links and all.
-bool ensureDirectoryWithParents(const std::string& path, std::error_code& error) {
+bool ensureDirectoryWithParents(const std::string& path, PlatformError& error) {
     struct stat status {};
     if (::stat(path.c_str(), &status) == 0) return true;
     const std::string parent = paths::deletingLastComponent(path);
@@ -59,34 +59,36 @@ bool ensureDirectoryWithParents(const std::string& path, std::error_code& error)
         return true;
     }
     if (errno == EEXIST) return true;
-    error = lastError();
+    error = failed("mkdir", path);
     return false;
 }
 
-// A Trash directory (the trash itself, its files/ or info/) inside the
-// directory `parent`: created with mode 0700 when missing, and opened
-// without following a link. It must be a real directory owned by `uid`;
-// anything else (a link to elsewhere, a file, another user's directory)
-// fails, so that nothing is ever written or moved where it could not be
-// found again.
-FdGuard openOwnDirectory(int parent, const std::string& name, uid_t uid, std::error_code& error) {
+// A Trash directory (the trash itself, its files/ or info/) at `path`,
+// named `name` in the directory `parent`: created with mode 0700 when
+// missing, and opened without following a link. It must be a real directory
+// owned by `uid`; anything else (a link to elsewhere, a file, another user's
+// directory) fails, so that nothing is ever written or moved where it could
+// not be found again.
+FdGuard openOwnDirectory(int parent, const std::string& path, uid_t uid, PlatformError& error) {
+    const std::string name = paths::lastComponent(path);
     const bool created = ::mkdirat(parent, name.c_str(), 0700) == 0;
     if (!created && errno != EEXIST) {
-        error = lastError();
+        error = failed("mkdirat", path);
         return FdGuard();
     }
     FdGuard directory(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (directory.get() < 0) {
-        error = lastError(); // ELOOP or ENOTDIR for a link, ENOTDIR for a file
+        error = failed("openat", path); // ELOOP or ENOTDIR for a link, ENOTDIR for a file
         return FdGuard();
     }
     struct stat status {};
     if (::fstat(directory.get(), &status) != 0) {
-        error = lastError();
+        error = failed("fstat", path);
         return FdGuard();
     }
     if (status.st_uid != uid) {
-        error = errorOf(EACCES);
+        // Not ours: refused as the system refuses what it does not let us have.
+        error = failedWith(EACCES, "fstat", path);
         return FdGuard();
     }
     if (created) ::fchmod(directory.get(), 0700);
@@ -103,7 +105,7 @@ struct OpenTrash {
 // files/ and info/ in the trash directory `trash` (open as `trashFd`).
 bool openTrashContents(OpenTrash& open, FdGuard trashFd, uid_t uid, TrashMove& move) {
     for (auto [name, into] : {std::pair{"files", &open.files}, std::pair{"info", &open.info}}) {
-        *into = openOwnDirectory(trashFd.get(), name, uid, move.error.code);
+        *into = openOwnDirectory(trashFd.get(), paths::appending(open.path, name), uid, move.error);
         if (into->get() < 0) {
             move.unusableTrashDirectory = paths::appending(open.path, name);
             return false;
@@ -132,22 +134,23 @@ struct Volume {
     std::string topdir;
 };
 
-std::optional<Volume> volumeOf(const std::string& item, dev_t device, std::error_code& error) {
+std::optional<Volume> volumeOf(const std::string& item, dev_t device, PlatformError& error) {
     const std::string parent = paths::deletingLastComponent(item);
     std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(parent.c_str(), nullptr), &std::free);
     if (!resolved) {
-        error = lastError();
+        error = failed("realpath", parent);
         return std::nullopt;
     }
     std::string directory = resolved.get();
     struct stat status {};
     if (::stat(directory.c_str(), &status) != 0) {
-        error = lastError();
+        error = failed("stat", directory);
         return std::nullopt;
     }
     if (status.st_dev != device) {
-        // The item is itself a mount point: nothing can move it.
-        error = errorOf(EBUSY);
+        // The item is itself a mount point: nothing can move it, as a
+        // rename of it would say.
+        error = failedWith(EBUSY, "rename", item);
         return std::nullopt;
     }
     Volume volume{paths::appending(directory, paths::lastComponent(item)), directory};
@@ -159,11 +162,11 @@ std::optional<Volume> volumeOf(const std::string& item, dev_t device, std::error
     return volume;
 }
 
-// Writes all of `contents` and makes it durable.
-bool writeAndSync(int fd, std::string_view contents, std::error_code& error) {
-    if (!posix::writeAll(fd, contents, error)) return false;
+// Writes all of `contents` to the file at `path` and makes it durable.
+bool writeAndSync(int fd, std::string_view contents, const std::string& path, PlatformError& error) {
+    if (!posix::writeAll(fd, contents, path, error)) return false;
     if (::fsync(fd) != 0) {
-        error = lastError();
+        error = failed("fsync", path);
         return false;
     }
     return true;
@@ -175,15 +178,15 @@ bool openHomeTrash(const std::string& homeTrash, OpenTrash& open, uid_t uid, Tra
     open.path = homeTrash;
     const std::string dataHome = paths::deletingLastComponent(homeTrash);
     FdGuard data;
-    if (ensureDirectoryWithParents(dataHome, move.error.code)) {
+    if (ensureDirectoryWithParents(dataHome, move.error)) {
         data = FdGuard(::open(dataHome.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (data.get() < 0) move.error.code = lastError();
+        if (data.get() < 0) move.error = failed("open", dataHome);
     }
     if (data.get() < 0) {
         move.unusableTrashDirectory = homeTrash;
         return false;
     }
-    FdGuard trash = openOwnDirectory(data.get(), paths::lastComponent(homeTrash), uid, move.error.code);
+    FdGuard trash = openOwnDirectory(data.get(), homeTrash, uid, move.error);
     if (trash.get() < 0) {
         move.unusableTrashDirectory = homeTrash;
         return false;
@@ -198,22 +201,24 @@ bool openTopdirTrash(const std::string& topdir, OpenTrash& open, uid_t uid, Tras
     const std::string uidText = std::to_string(uid);
     FdGuard top(::open(topdir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (top.get() < 0) {
-        move.error.code = lastError();
+        move.error = failed("open", topdir);
         return false;
     }
     struct stat status {};
     if (::fstatat(top.get(), ".Trash", &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode) &&
         (status.st_mode & S_ISVTX)) {
         FdGuard shared(::openat(top.get(), ".Trash", O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        std::error_code ignored;
-        FdGuard mine = shared.get() < 0 ? FdGuard() : openOwnDirectory(shared.get(), uidText, uid, ignored);
+        PlatformError ignored;
+        FdGuard mine = shared.get() < 0 ? FdGuard()
+                                        : openOwnDirectory(shared.get(), paths::appending(topdir, ".Trash/" + uidText),
+                                                           uid, ignored);
         if (mine.get() >= 0) {
             open.path = paths::appending(topdir, ".Trash/" + uidText);
             return openTrashContents(open, std::move(mine), uid, move);
         }
     }
     open.path = paths::appending(topdir, ".Trash-" + uidText);
-    FdGuard own = openOwnDirectory(top.get(), ".Trash-" + uidText, uid, move.error.code);
+    FdGuard own = openOwnDirectory(top.get(), open.path, uid, move.error);
     if (own.get() < 0) {
         move.unusableTrashDirectory = open.path;
         return false;
@@ -224,9 +229,7 @@ bool openTopdirTrash(const std::string& topdir, OpenTrash& open, uid_t uid, Tras
 } // namespace
 
 FreedesktopTrash::FreedesktopTrash(std::string dataHome, Clock clock)
-    : homeTrash_(paths::appending(paths::standardize(dataHome), "Trash")), clock_(std::move(clock)) {
-    if (!clock_) clock_ = [] { return std::chrono::system_clock::now(); };
-}
+    : homeTrash_(paths::appending(paths::standardize(dataHome), "Trash")), clock_(std::move(clock)) {}
 
 std::string FreedesktopTrash::defaultDataHome() {
     if (const char* value = std::getenv("XDG_DATA_HOME"); value && paths::isAbsolute(value)) {
@@ -252,73 +255,46 @@ std::string FreedesktopTrash::trashInfoContents(std::string_view path, Date dele
            "\n";
 }
 
-TrashMove FreedesktopTrash::trashItem(const std::string& path, const Identity& expected,
-                                      const AnchorCheck& anchorCheck) {
-    TrashMove move;
-    const std::string item = paths::standardize(path);
-    const std::string name = paths::lastComponent(item);
-    if (!paths::isAbsolute(item) || name.empty() || item == "/" || posix::containsNul(path)) {
-        move.error.code = errorOf(EINVAL);
-        return move;
-    }
+namespace {
 
-    // The item's directory, opened without following a link: the rename
-    // below acts in it whatever becomes of its path meanwhile.
-    std::vector<AnchoredStep> steps;
-    FdGuard parent = posix::openDirectoryWithoutLinks(paths::deletingLastComponent(item), move.error.code,
-                                                      anchorCheck ? &steps : nullptr);
-    if (parent.get() < 0) {
-        const int reason = move.error.code.value();
-        if (reason == ELOOP || reason == ENOTDIR) move.error.code = changedSinceCheckedError();
-        return move;
-    }
-    struct stat itemStatus {};
-    if (::fstatat(parent.get(), name.c_str(), &itemStatus, AT_SYMLINK_NOFOLLOW) != 0) {
-        move.error.code = lastError();
-        return move;
-    }
-    if (Identity{static_cast<std::uint64_t>(itemStatus.st_dev), static_cast<std::uint64_t>(itemStatus.st_ino)} !=
-        expected) {
-        move.error.code = changedSinceCheckedError();
-        return move;
-    }
-    if (anchorCheck) {
-        steps.push_back(AnchoredStep{item, posix::fileStatusOf(itemStatus)});
-        if (const std::error_code refused = anchorCheck(steps)) {
-            move.error.code = refused;
-            return move;
-        }
-    }
-
-    // Which trash, and what its Path key says.
-    OpenTrash trash;
-    std::string originalPath;
+// The trash that takes an item of `device`: the home trash on its own file
+// system, else the one at the top of the item's. `originalPath` is what the
+// Path key of the item's info file holds.
+bool openTrashFor(const std::string& item, dev_t device, const std::string& homeTrash, OpenTrash& trash,
+                  std::string& originalPath, TrashMove& move) {
     const uid_t uid = ::getuid();
-    if (deviceOfNearestExisting(homeTrash_) == itemStatus.st_dev) {
-        if (!openHomeTrash(homeTrash_, trash, uid, move)) return move;
+    if (deviceOfNearestExisting(homeTrash) == device) {
         originalPath = item;
-    } else {
-        const auto volume = volumeOf(item, itemStatus.st_dev, move.error.code);
-        if (!volume) return move;
-        if (!openTopdirTrash(volume->topdir, trash, uid, move)) return move;
-        originalPath = volume->topdir == "/" ? volume->realItemPath.substr(1)
-                                             : volume->realItemPath.substr(volume->topdir.size() + 1);
+        return openHomeTrash(homeTrash, trash, uid, move);
     }
+    const auto volume = volumeOf(item, device, move.error);
+    if (!volume) return false;
+    originalPath = volume->topdir == "/" ? volume->realItemPath.substr(1)
+                                         : volume->realItemPath.substr(volume->topdir.size() + 1);
+    return openTopdirTrash(volume->topdir, trash, uid, move);
+}
 
-    // Reserve a name: whoever creates info/<name>.trashinfo first owns it.
+// Moves the item `name` of `parent` into the open trash under the first free
+// trash name, its info file written first: whoever creates
+// info/<name>.trashinfo first owns the name.
+void moveIntoTrash(int parent, const std::string& item, const std::string& name, const OpenTrash& trash,
+                   const std::string& infoContents, TrashMove& move) {
+    const std::string infoDirectory = paths::appending(trash.path, "info");
+    const std::string filesDirectory = paths::appending(trash.path, "files");
     for (int attempt = 1;; ++attempt) {
-        if (attempt > kMaximumNameAttempts) {
-            move.error.code = errorOf(EEXIST);
-            return move;
-        }
         const std::string trashName = candidateName(name, attempt);
         const std::string infoName = trashName + std::string(kInfoExtension);
+        const std::string infoPath = paths::appending(infoDirectory, infoName);
+        if (attempt > kMaximumNameAttempts) {
+            move.error = failedWith(EEXIST, "openat", infoPath);
+            return;
+        }
         const int fd =
             ::openat(trash.info.get(), infoName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0) {
             if (errno == EEXIST) continue;
-            move.error.code = lastError();
-            return move;
+            move.error = failed("openat", infoPath);
+            return;
         }
         // A leftover in files/ without its info file still holds the name.
         struct stat existing {};
@@ -327,25 +303,45 @@ TrashMove FreedesktopTrash::trashItem(const std::string& path, const Identity& e
             ::unlinkat(trash.info.get(), infoName.c_str(), 0);
             continue;
         }
-        const bool written = writeAndSync(fd, trashInfoContents(originalPath, clock_()), move.error.code);
-        if (::close(fd) != 0 && written) move.error.code = lastError();
-        if (move.error.code) {
+        const bool written = writeAndSync(fd, infoContents, infoPath, move.error);
+        if (::close(fd) != 0 && written) move.error = failed("close", infoPath);
+        if (move.error) {
             ::unlinkat(trash.info.get(), infoName.c_str(), 0);
-            return move;
+            return;
         }
 
         // The move never replaces: a name taken in files/ since the look
         // above (by another process) sends us on to the next name.
-        if (posix::renameWithoutReplacing(parent.get(), name.c_str(), trash.files.get(), trashName.c_str()) == 0) {
-            move.landedPath = paths::appending(paths::appending(trash.path, "files"), trashName);
-            return move;
+        const std::string landed = paths::appending(filesDirectory, trashName);
+        if (posix::renameWithoutReplacing(parent, name.c_str(), trash.files.get(), trashName.c_str()) == 0) {
+            move.landedPath = landed;
+            return;
         }
         const int failure = errno;
         ::unlinkat(trash.info.get(), infoName.c_str(), 0);
         if (failure == EEXIST) continue;
-        move.error.code = errorOf(failure);
-        return move;
+        move.error = PlatformError::systemCall(posix::renameWithoutReplacingCall, failure, item, landed);
+        return;
     }
+}
+
+} // namespace
+
+TrashMove FreedesktopTrash::trashItem(const std::string& path, const Identity& expected,
+                                      const AnchorCheck& anchorCheck) {
+    TrashMove move;
+    // The rename acts in the item's parent as opened here, whatever becomes
+    // of its path meanwhile.
+    const std::string item = paths::standardize(path);
+    auto anchored = posix::openAnchoredItem(item, expected, anchorCheck, posix::renameWithoutReplacingCall, move.error);
+    if (!anchored) return move;
+
+    OpenTrash trash;
+    std::string originalPath;
+    if (!openTrashFor(item, anchored->status.st_dev, homeTrash_, trash, originalPath, move)) return move;
+    moveIntoTrash(anchored->parent.get(), item, anchored->name, trash, trashInfoContents(originalPath, clock_()),
+                  move);
+    return move;
 }
 
 std::vector<std::string> homeTrashDirectories(const std::string& homePath) {

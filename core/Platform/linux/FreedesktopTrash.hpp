@@ -8,6 +8,7 @@
 
 #include <sys/types.h>
 
+#include "Platform/Clock.hpp"
 #include "Platform/Trash.hpp"
 #include "Support/Dates.hpp"
 
@@ -35,11 +36,9 @@ namespace unbulk {
 // info/<name>.trashinfo exclusively, and released again when the move fails.
 class FreedesktopTrash final : public Trash {
 public:
-    using Clock = std::function<Date()>;
-
     // `dataHome` is the directory that holds the home trash ("Trash" below
     // it); `clock` gives the deletion dates.
-    explicit FreedesktopTrash(std::string dataHome, Clock clock = {});
+    explicit FreedesktopTrash(std::string dataHome, Clock clock = systemClock());
 
     TrashMove trashItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck) override;
 

@@ -33,10 +33,10 @@ int openWithKernelResolution(const std::string& path, bool& unsupported) {
 
 } // namespace
 
-FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_code& error,
+FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, PlatformError& error,
                                   std::vector<AnchoredStep>* steps) {
     if (!paths::isAbsolute(absolutePath) || containsNul(absolutePath)) {
-        error = errorOf(EINVAL);
+        error = failedWith(EINVAL, "open", absolutePath);
         return FdGuard();
     }
 #if defined(__linux__) && defined(SYS_openat2) && defined(RESOLVE_NO_SYMLINKS)
@@ -47,7 +47,7 @@ FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_co
         const int fd = openWithKernelResolution(absolutePath, unsupported);
         if (fd >= 0) return FdGuard(fd);
         if (!unsupported) {
-            error = lastError();
+            error = failed("openat2", absolutePath);
             return FdGuard();
         }
     }
@@ -57,7 +57,7 @@ FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_co
         if (steps == nullptr) return true;
         struct stat st {};
         if (::fstat(fd, &st) != 0) {
-            error = lastError();
+            error = failed("fstat", walked);
             return false;
         }
         steps->push_back(AnchoredStep{walked, fileStatusOf(st)});
@@ -65,7 +65,7 @@ FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_co
     };
     FdGuard current(::open("/", directoryFlags));
     if (current.get() < 0) {
-        error = lastError();
+        error = failed("open", "/");
         return FdGuard();
     }
     if (!record(current.get())) return FdGuard();
@@ -74,12 +74,12 @@ FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_co
         if (component == "..") {
             // ".." is never a link, but it would leave the path that was
             // checked; a standardised path has none.
-            error = errorOf(EINVAL);
+            error = failedWith(EINVAL, "openat", paths::appending(walked, component));
             return FdGuard();
         }
         FdGuard next(::openat(current.get(), component.c_str(), directoryFlags));
         if (next.get() < 0) {
-            error = lastError();
+            error = failed("openat", paths::appending(walked, component));
             return FdGuard();
         }
         current = std::move(next);
@@ -87,6 +87,43 @@ FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_co
         if (!record(current.get())) return FdGuard();
     }
     return current;
+}
+
+std::optional<AnchoredItem> openAnchoredItem(const std::string& path, const Identity& expected,
+                                             const AnchorCheck& anchorCheck, std::string_view action,
+                                             PlatformError& error) {
+    AnchoredItem item;
+    item.name = paths::lastComponent(path);
+    if (!paths::isAbsolute(path) || containsNul(path) || item.name.empty() || item.name == "/" ||
+        item.name == "." || item.name == "..") {
+        error = failedWith(EINVAL, action, path);
+        return std::nullopt;
+    }
+    std::vector<AnchoredStep> steps;
+    item.parent = openDirectoryWithoutLinks(paths::deletingLastComponent(path), error, anchorCheck ? &steps : nullptr);
+    if (item.parent.get() < 0) {
+        // A directory on the way that is a link now was not one when the
+        // path was resolved and checked.
+        if (error.value() == ELOOP || error.value() == ENOTDIR) error = PlatformError::of(changedSinceCheckedError());
+        return std::nullopt;
+    }
+    if (::fstatat(item.parent.get(), item.name.c_str(), &item.status, AT_SYMLINK_NOFOLLOW) != 0) {
+        error = failed("fstatat", path);
+        return std::nullopt;
+    }
+    if (Identity{static_cast<std::uint64_t>(item.status.st_dev), static_cast<std::uint64_t>(item.status.st_ino)} !=
+        expected) {
+        error = PlatformError::of(changedSinceCheckedError());
+        return std::nullopt;
+    }
+    if (anchorCheck) {
+        steps.push_back(AnchoredStep{path, fileStatusOf(item.status)});
+        if (const std::error_code refused = anchorCheck(steps)) {
+            error = PlatformError::of(refused);
+            return std::nullopt;
+        }
+    }
+    return item;
 }
 
 } // namespace unbulk::posix

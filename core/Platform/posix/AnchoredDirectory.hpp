@@ -1,9 +1,11 @@
 #pragma once
 
+#include <optional>
 #include <string>
-#include <system_error>
-
+#include <string_view>
 #include <vector>
+
+#include <sys/stat.h>
 
 #include "Platform/FileSystem.hpp"
 #include "Platform/posix/Descriptors.hpp"
@@ -21,7 +23,28 @@ namespace unbulk::posix {
 // With `steps`, each directory opened on the way ("/" first, the directory
 // itself last) is added to it with its fstat, so that the caller can judge
 // the way it took (which file systems it crossed) by what it really opened.
-FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, std::error_code& error,
+FdGuard openDirectoryWithoutLinks(const std::string& absolutePath, PlatformError& error,
                                   std::vector<AnchoredStep>* steps = nullptr);
+
+// An item as a removal finds it right before it acts: its parent, opened
+// without following a link, its name there and its lstat.
+struct AnchoredItem {
+    FdGuard parent;
+    std::string name;
+    struct stat status {};
+};
+
+// The one way to an item that is about to be removed or moved: the path
+// must be absolute with a last component that names an entry (not "/", "."
+// or ".."), the parent is opened without following a link (a link met on
+// the way means the path changed since it was checked), what the name
+// holds must still be `expected`, and then `anchorCheck`, when there is
+// one, is asked about the way. Nothing on failure, with `error` saying why:
+// changedSinceCheckedError() for a swap, the check's own error for a
+// refusal, else the call that failed. `action` names the call that will act
+// on the item, for the error of a path it cannot take.
+std::optional<AnchoredItem> openAnchoredItem(const std::string& path, const Identity& expected,
+                                             const AnchorCheck& anchorCheck, std::string_view action,
+                                             PlatformError& error);
 
 } // namespace unbulk::posix

@@ -22,8 +22,8 @@ public:
     }
 
     bool write(std::string_view bytes) override {
-        std::error_code error;
-        return posix::writeAll(fd_, bytes, error);
+        PlatformError error;
+        return posix::writeAll(fd_, bytes, "", error);
     }
 
 private:

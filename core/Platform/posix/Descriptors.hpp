@@ -1,9 +1,11 @@
 #pragma once
 
 // What the POSIX implementations share: descriptors closed on every way out,
-// errno as an error_code, and whole writes.
+// errno as an error_code or as a PlatformError naming the call and the path,
+// and whole writes.
 
 #include <cerrno>
+#include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -13,10 +15,20 @@
 #include <stdio.h> // renameat, renameat2, renameatx_np
 #include <unistd.h>
 
+#include "Platform/PlatformError.hpp"
+
 namespace unbulk::posix {
 
 inline std::error_code lastError() { return {errno, std::generic_category()}; }
 inline std::error_code errorOf(int value) { return {value, std::generic_category()}; }
+
+// The call that just failed, with errno and the path(s) it was given.
+inline PlatformError failed(std::string_view call, std::string path, std::string otherPath = {}) {
+    return PlatformError::systemCall(call, errno, std::move(path), std::move(otherPath));
+}
+inline PlatformError failedWith(int errorNumber, std::string_view call, std::string path) {
+    return PlatformError::systemCall(call, errorNumber, std::move(path));
+}
 
 // Closes a descriptor on every way out.
 class FdGuard {
@@ -57,6 +69,13 @@ private:
     DIR* dir_;
 };
 
+// The name of the call behind renameWithoutReplacing, for its errors.
+#if defined(__APPLE__)
+inline constexpr std::string_view renameWithoutReplacingCall = "renameatx_np";
+#else
+inline constexpr std::string_view renameWithoutReplacingCall = "renameat2";
+#endif
+
 // renameat that fails with EEXIST instead of replacing what is at the
 // destination (renameat2 RENAME_NOREPLACE on Linux, renameatx_np RENAME_EXCL
 // on the Mac). Where a Linux file system cannot do that atomically, a plain
@@ -73,13 +92,14 @@ inline int renameWithoutReplacing(int fromDirectory, const char* fromName, int t
 #endif
 }
 
-// Writes all of `contents`, going on after short writes and interruptions.
-inline bool writeAll(int fd, std::string_view contents, std::error_code& error) {
+// Writes all of `contents` to `fd` (the file at `path`), going on after short
+// writes and interruptions.
+inline bool writeAll(int fd, std::string_view contents, const std::string& path, PlatformError& error) {
     while (!contents.empty()) {
         const ssize_t written = ::write(fd, contents.data(), contents.size());
         if (written < 0) {
             if (errno == EINTR) continue;
-            error = lastError();
+            error = failed("write", path);
             return false;
         }
         contents.remove_prefix(static_cast<std::size_t>(written));

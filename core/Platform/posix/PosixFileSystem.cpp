@@ -20,6 +20,7 @@
 #include "Platform/posix/Descriptors.hpp"
 #include "Platform/posix/EntryKinds.hpp"
 #include "Platform/posix/ParallelTreeMeasure.hpp"
+#include "Platform/posix/TreeRemoval.hpp"
 #include "Platform/posix/TreeWalker.hpp"
 #include "Platform/TreeMeasure.hpp"
 #include "Support/Paths.hpp"
@@ -95,47 +96,47 @@ constexpr std::array packageExtensions = std::to_array<std::string_view>({
 
 FileStatus posix::fileStatusOf(const struct stat& st) { return fromStat(st); }
 
-std::optional<FileStatus> PosixFileSystem::status(const std::string& path, std::error_code& error) const {
+std::optional<FileStatus> PosixFileSystem::status(const std::string& path, PlatformError& error) const {
     if (containsNul(path)) {
-        error = posix::errorOf(EINVAL);
+        error = posix::failedWith(EINVAL, "stat", path);
         return std::nullopt;
     }
     struct stat st;
     if (::stat(path.c_str(), &st) != 0) {
-        error = lastError();
+        error = posix::failed("stat", path);
         return std::nullopt;
     }
     return fromStat(st);
 }
 
-std::optional<FileStatus> PosixFileSystem::linkStatus(const std::string& path, std::error_code& error) const {
+std::optional<FileStatus> PosixFileSystem::linkStatus(const std::string& path, PlatformError& error) const {
     if (containsNul(path)) {
-        error = posix::errorOf(EINVAL);
+        error = posix::failedWith(EINVAL, "lstat", path);
         return std::nullopt;
     }
     struct stat st;
     if (::lstat(path.c_str(), &st) != 0) {
-        error = lastError();
+        error = posix::failed("lstat", path);
         return std::nullopt;
     }
     return fromStat(st);
 }
 
 std::vector<DirectoryEntry> PosixFileSystem::contentsOfDirectory(const std::string& path, ListOptions options,
-                                                                 std::error_code& error) const {
+                                                                 PlatformError& error) const {
     std::vector<DirectoryEntry> entries;
     if (containsNul(path)) {
-        error = posix::errorOf(EINVAL);
+        error = posix::failedWith(EINVAL, "open", path);
         return entries;
     }
     int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
-        error = lastError();
+        error = posix::failed("open", path);
         return entries;
     }
     DIR* dir = ::fdopendir(fd);
     if (!dir) {
-        error = lastError();
+        error = posix::failed("fdopendir", path);
         ::close(fd);
         return entries;
     }
@@ -144,7 +145,7 @@ std::vector<DirectoryEntry> PosixFileSystem::contentsOfDirectory(const std::stri
         errno = 0;
         struct dirent* entry = ::readdir(dir);
         if (!entry) {
-            if (errno != 0) error = lastError();
+            if (errno != 0) error = posix::failed("readdir", path);
             break;
         }
         if (isDotOrDotDot(entry->d_name)) continue;
@@ -196,16 +197,16 @@ TreeMeasure PosixFileSystem::measureTree(const std::string& root, const TreeMeas
 }
 
 std::optional<std::string> PosixFileSystem::destinationOfSymbolicLink(const std::string& path,
-                                                                      std::error_code& error) const {
+                                                                      PlatformError& error) const {
     if (containsNul(path)) {
-        error = posix::errorOf(EINVAL);
+        error = posix::failedWith(EINVAL, "readlink", path);
         return std::nullopt;
     }
     std::string buffer(256, '\0');
     while (true) {
         ssize_t length = ::readlink(path.c_str(), buffer.data(), buffer.size());
         if (length < 0) {
-            error = lastError();
+            error = posix::failed("readlink", path);
             return std::nullopt;
         }
         if (static_cast<std::size_t>(length) < buffer.size()) {
@@ -242,7 +243,7 @@ std::string PosixFileSystem::resolvingSymlinks(const std::string& path) const {
             resolved = std::move(candidate);
             continue;
         }
-        std::error_code error;
+        PlatformError error;
         auto target = destinationOfSymbolicLink(candidate, error);
         if (!target || ++linksFollowed > 40) return paths::standardize(path);
         auto targetParts = paths::components(*target);
@@ -260,25 +261,27 @@ std::string PosixFileSystem::resolvingSymlinks(const std::string& path) const {
 }
 
 std::optional<std::string> PosixFileSystem::readFile(const std::string& path, std::size_t maxBytes,
-                                                     std::error_code& error) const {
+                                                     PlatformError& error) const {
     // Non-blocking open, then only a regular file is read: a FIFO would block
     // the scan and a device would never end. A directory answers EISDIR.
     if (containsNul(path)) {
-        error = posix::errorOf(EINVAL);
+        error = posix::failedWith(EINVAL, "open", path);
         return std::nullopt;
     }
     FdGuard fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (fd.get() < 0) {
-        error = lastError();
+        error = posix::failed("open", path);
         return std::nullopt;
     }
     struct stat st;
     if (::fstat(fd.get(), &st) != 0) {
-        error = lastError();
+        error = posix::failed("fstat", path);
         return std::nullopt;
     }
     if (!S_ISREG(st.st_mode)) {
-        error = std::make_error_code(S_ISDIR(st.st_mode) ? std::errc::is_a_directory : std::errc::invalid_argument);
+        // What read() would answer for a directory; anything else that is no
+        // regular file is refused before it can block.
+        error = posix::failedWith(S_ISDIR(st.st_mode) ? EISDIR : EINVAL, "read", path);
         return std::nullopt;
     }
     ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
@@ -289,7 +292,7 @@ std::optional<std::string> PosixFileSystem::readFile(const std::string& path, st
         ssize_t got = ::read(fd.get(), buffer, want);
         if (got < 0) {
             if (errno == EINTR) continue;
-            error = lastError();
+            error = posix::failed("read", path);
             return std::nullopt;
         }
         if (got == 0) break;
@@ -299,60 +302,60 @@ std::optional<std::string> PosixFileSystem::readFile(const std::string& path, st
 }
 
 bool PosixFileSystem::writeFileAtomically(const std::string& path, std::string_view contents,
-                                          std::uint32_t permissions, std::error_code& error) {
+                                          std::uint32_t permissions, PlatformError& error) {
     if (containsNul(path)) {
-        error = posix::errorOf(EINVAL);
+        error = posix::failedWith(EINVAL, "open", path);
         return false;
     }
     const std::string temporary = temporarySibling(path);
     FdGuard fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
     if (fd.get() < 0) {
-        error = lastError();
+        error = posix::failed("open", temporary);
         return false;
     }
-    bool ok = writeAll(fd.get(), contents, error);
+    bool ok = writeAll(fd.get(), contents, temporary, error);
     if (ok && ::fchmod(fd.get(), static_cast<mode_t>(permissions)) != 0) {
-        error = lastError();
+        error = posix::failed("fchmod", temporary);
         ok = false;
     }
     if (ok && ::fsync(fd.get()) != 0) {
-        error = lastError();
+        error = posix::failed("fsync", temporary);
         ok = false;
     }
     int raw = fd.release();
     if (::close(raw) != 0 && ok) {
-        error = lastError();
+        error = posix::failed("close", temporary);
         ok = false;
     }
     if (ok && ::rename(temporary.c_str(), path.c_str()) != 0) {
-        error = lastError();
+        error = posix::failed("rename", temporary, path);
         ok = false;
     }
     if (!ok) ::unlink(temporary.c_str());
     return ok;
 }
 
-bool PosixFileSystem::renameItem(const std::string& from, const std::string& to, std::error_code& error) {
+bool PosixFileSystem::renameItem(const std::string& from, const std::string& to, PlatformError& error) {
     if (containsNul(from) || containsNul(to)) {
-        error = posix::errorOf(EINVAL);
+        error = PlatformError::systemCall(posix::renameWithoutReplacingCall, EINVAL, from, to);
         return false;
     }
     if (posix::renameWithoutReplacing(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str()) == 0) return true;
-    error = lastError();
+    error = posix::failed(posix::renameWithoutReplacingCall, from, to);
     return false;
 }
 
 bool PosixFileSystem::createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
-                                      std::error_code& error) {
+                                      PlatformError& error) {
     if (containsNul(path)) {
-        error = posix::errorOf(EINVAL);
+        error = posix::failedWith(EINVAL, "mkdir", path);
         return false;
     }
     auto makeOne = [&](const std::string& directory, bool mustBeNew) {
         if (::mkdir(directory.c_str(), static_cast<mode_t>(permissions)) == 0) {
             // mkdir's mode passes through the umask; set what was asked for.
             if (::chmod(directory.c_str(), static_cast<mode_t>(permissions)) != 0) {
-                error = lastError();
+                error = posix::failed("chmod", directory);
                 return false;
             }
             return true;
@@ -360,10 +363,11 @@ bool PosixFileSystem::createDirectory(const std::string& path, std::uint32_t per
         if (errno == EEXIST && !mustBeNew) {
             struct stat st;
             if (::stat(directory.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return true;
-            error = std::make_error_code(std::errc::not_a_directory);
+            // Something that is no directory holds the name.
+            error = posix::failedWith(ENOTDIR, "mkdir", directory);
             return false;
         }
-        error = lastError();
+        error = posix::failed("mkdir", directory);
         return false;
     };
     if (!withIntermediates) return makeOne(path, true);
@@ -378,34 +382,20 @@ bool PosixFileSystem::createDirectory(const std::string& path, std::uint32_t per
 
 namespace {
 
-// The mount a directory entry belongs to, where Linux says (statx, 5.8 and
-// later): a bind mount of a folder of the same file system has the same
-// device, and only this tells it apart. Nothing where it cannot be had.
-std::optional<std::uint64_t> mountIdentifier([[maybe_unused]] int directoryFd, [[maybe_unused]] const char* name) {
-#if defined(__linux__) && defined(STATX_MNT_ID)
-    struct statx info {};
-    if (::statx(directoryFd, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_MNT_ID, &info) == 0 &&
-        (info.stx_mask & STATX_MNT_ID) != 0) {
-        return info.stx_mnt_id;
-    }
-#endif
-    return std::nullopt;
-}
-
 // Takes the exclusive lock on `fd`, waiting at most `timeout` for another
 // holder to let go: a process that holds it forever must not hold us too.
-bool lockWithin(int fd, std::chrono::milliseconds timeout, std::error_code& error) {
+bool lockWithin(int fd, const std::string& path, std::chrono::milliseconds timeout, PlatformError& error) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     auto pause = std::chrono::milliseconds(1);
     while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
         if (errno == EINTR) continue;
         if (errno != EWOULDBLOCK) {
-            error = lastError();
+            error = posix::failed("flock", path);
             return false;
         }
         const auto now = std::chrono::steady_clock::now();
         if (now >= deadline) {
-            error = std::make_error_code(std::errc::timed_out);
+            error = posix::failedWith(ETIMEDOUT, "flock", path);
             return false;
         }
         std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(pause, deadline - now));
@@ -427,23 +417,23 @@ class PosixLockedFile final : public LockedFile {
 public:
     PosixLockedFile(FdGuard fd, std::string path) : fd_(std::move(fd)), path_(std::move(path)) {}
 
-    bool append(std::string_view text, bool flush, std::error_code& error) override {
-        if (!writeAll(fd_.get(), text, error)) return false;
+    bool append(std::string_view text, bool flush, PlatformError& error) override {
+        if (!writeAll(fd_.get(), text, path_, error)) return false;
         if (flush && ::fsync(fd_.get()) != 0) {
-            error = lastError();
+            error = posix::failed("fsync", path_);
             return false;
         }
         return true;
     }
 
-    std::optional<std::string> readAll(std::error_code& error) const override {
+    std::optional<std::string> readAll(PlatformError& error) const override {
         std::string contents;
         char buffer[65536];
         for (off_t offset = 0;;) {
             const ssize_t got = ::pread(fd_.get(), buffer, sizeof buffer, offset);
             if (got < 0 && errno == EINTR) continue;
             if (got < 0) {
-                error = lastError();
+                error = posix::failed("pread", path_);
                 return std::nullopt;
             }
             if (got == 0) return contents;
@@ -452,16 +442,16 @@ public:
         }
     }
 
-    bool remove(std::error_code& error) override {
+    bool remove(PlatformError& error) override {
         // Only the file we hold: a name that holds another by now is left.
         struct stat held {}, named {};
         if (::fstat(fd_.get(), &held) != 0 || ::lstat(path_.c_str(), &named) != 0 || held.st_dev != named.st_dev ||
             held.st_ino != named.st_ino) {
-            error = posix::errorOf(ENOENT);
+            error = posix::failedWith(ENOENT, "unlink", path_);
             return false;
         }
         if (::unlink(path_.c_str()) != 0) {
-            error = lastError();
+            error = posix::failed("unlink", path_);
             return false;
         }
         return true;
@@ -472,126 +462,13 @@ private:
     std::string path_;
 };
 
-void countRemoved(RemovalReport& report, const struct stat& st) {
-    if (!S_ISREG(st.st_mode)) return;
-    report.filesRemoved += 1;
-    report.allocatedBytesRemoved += static_cast<std::int64_t>(st.st_blocks) * 512;
-    report.logicalBytesRemoved += static_cast<std::int64_t>(st.st_size);
-}
-
 } // namespace
 
 bool PosixFileSystem::removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
-                                 const RemovalCheck& check, RemovalReport& report, std::error_code& error) {
+                                 const RemovalCheck& check, RemovalReport& report, PlatformError& error) {
     error.clear();
-    const std::string name = paths::lastComponent(path);
-    if (!paths::isAbsolute(path) || name.empty() || name == "/" || name == "." || name == ".." || containsNul(path)) {
-        error = posix::errorOf(EINVAL);
-        return false;
-    }
-    std::vector<AnchoredStep> steps;
-    FdGuard parent =
-        posix::openDirectoryWithoutLinks(paths::deletingLastComponent(path), error, anchorCheck ? &steps : nullptr);
-    if (parent.get() < 0) {
-        // A directory on the way that is a link now was not one when the
-        // path was resolved and checked.
-        if (error.value() == ELOOP || error.value() == ENOTDIR) error = changedSinceCheckedError();
-        return false;
-    }
-    struct stat item {};
-    if (::fstatat(parent.get(), name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
-        error = lastError();
-        return false;
-    }
-    if (Identity{static_cast<std::uint64_t>(item.st_dev), static_cast<std::uint64_t>(item.st_ino)} != expected) {
-        error = changedSinceCheckedError();
-        return false;
-    }
-    if (anchorCheck) {
-        steps.push_back(AnchoredStep{path, fromStat(item)});
-        if (const std::error_code refused = anchorCheck(steps)) {
-            error = refused;
-            return false;
-        }
-    }
-    if (!S_ISDIR(item.st_mode)) {
-        if (::unlinkat(parent.get(), name.c_str(), 0) != 0) {
-            error = lastError();
-            report.failedPath = path;
-            return false;
-        }
-        countRemoved(report, item);
-        return true;
-    }
-
-    const int rootFd = ::openat(parent.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (rootFd < 0) {
-        error = lastError();
-        report.failedPath = path;
-        return false;
-    }
-    struct stat opened {};
-    if (::fstat(rootFd, &opened) != 0 || opened.st_dev != item.st_dev || opened.st_ino != item.st_ino) {
-        ::close(rootFd);
-        error = changedSinceCheckedError();
-        return false;
-    }
-    const std::optional<std::uint64_t> rootMount = mountIdentifier(parent.get(), name.c_str());
-
-    // Files go as they are met, directories once their last entry has gone.
-    // A directory left in place (another file system) is left whole, and so,
-    // in the end, are the directories above it.
-    auto fail = [&](const std::string& where, std::error_code failure) {
-        if (!error) {
-            error = failure;
-            report.failedPath = where;
-        }
-    };
-    posix::TreeWalker walker(posix::TreeWalkerOptions{.status = WalkStatus::all});
-    posix::TreeWalkerHooks hooks;
-    hooks.visit = [&](const posix::TreeEntry& entry) {
-        const FileStatus status = fromStat(*entry.status);
-        bool leaveInPlace = false;
-        if (check) {
-            const std::error_code refused =
-                check(WalkEntry{entry.path, entry.name, entry.kind, &status, entry.depth}, leaveInPlace);
-            if (refused) {
-                fail(entry.path, refused);
-                return WalkAction::stop;
-            }
-        }
-        if (entry.kind == FileKind::directory) {
-            const std::optional<std::uint64_t> mount =
-                rootMount ? mountIdentifier(entry.directoryFd, entry.name) : std::nullopt;
-            if (leaveInPlace || (mount && *mount != *rootMount)) {
-                report.otherFileSystemPaths.push_back(entry.path);
-                return WalkAction::skipDescendants;
-            }
-            return WalkAction::proceed;
-        }
-        if (::unlinkat(entry.directoryFd, entry.name, 0) != 0) {
-            fail(entry.path, lastError());
-            return WalkAction::stop;
-        }
-        countRemoved(report, *entry.status);
-        return WalkAction::proceed;
-    };
-    hooks.leave = [&](int parentFd, const char* directory, const std::string& where) {
-        if (::unlinkat(parentFd, directory, AT_REMOVEDIR) == 0) return true;
-        // Not empty because of what another file system holds: expected.
-        if ((errno == ENOTEMPTY || errno == EEXIST) && !report.otherFileSystemPaths.empty()) return true;
-        fail(where, lastError());
-        return false;
-    };
-    hooks.onError = [&](const std::string& where, std::error_code failure, WalkFailure) { fail(where, failure); };
-    walker.run(rootFd, path, hooks);
-    if (error) return false;
-    if (!report.otherFileSystemPaths.empty()) return false;
-    if (::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) != 0) {
-        fail(path, lastError());
-        return false;
-    }
-    return true;
+    const auto item = posix::openAnchoredItem(path, expected, anchorCheck, "unlinkat", error);
+    return item && posix::removeAnchoredItem(*item, path, check, report, error);
 }
 
 namespace {
@@ -600,7 +477,7 @@ namespace {
 // first failure is kept, for the append to fail with.
 class DescriptorContents final : public LockedContents {
 public:
-    DescriptorContents(int fd, std::uint64_t size) : fd_(fd), size_(size) {}
+    DescriptorContents(int fd, std::uint64_t size, const std::string& path) : fd_(fd), size_(size), path_(path) {}
 
     std::uint64_t size() const override { return size_; }
 
@@ -611,7 +488,7 @@ public:
             const ssize_t got = ::pread(fd_, bytes.data() + have, bytes.size() - have, static_cast<off_t>(offset + have));
             if (got < 0 && errno == EINTR) continue;
             if (got < 0) {
-                if (!failure_) failure_ = lastError();
+                if (!failure_) failure_ = posix::failed("pread", path_);
                 return std::nullopt;
             }
             if (got == 0) break;
@@ -621,22 +498,23 @@ public:
         return bytes;
     }
 
-    const std::error_code& failure() const { return failure_; }
+    const PlatformError& failure() const { return failure_; }
 
 private:
     int fd_;
     std::uint64_t size_;
-    mutable std::error_code failure_;
+    const std::string& path_;
+    mutable PlatformError failure_;
 };
 
 } // namespace
 
 bool PosixFileSystem::appendUnderLock(const std::string& path, std::uint32_t permissions,
                                       std::chrono::milliseconds lockTimeout, const AppendComposer& compose,
-                                      std::error_code& error) {
+                                      PlatformError& error) {
     error.clear();
     if (containsNul(path)) {
-        error = posix::errorOf(EINVAL);
+        error = posix::failedWith(EINVAL, "open", path);
         return false;
     }
     // Created exclusively or opened as it is, never replaced: a log that
@@ -646,22 +524,22 @@ bool PosixFileSystem::appendUnderLock(const std::string& path, std::uint32_t per
     if (!created && errno == EEXIST) raw = ::open(path.c_str(), O_RDWR | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
     FdGuard fd(raw);
     if (fd.get() < 0) {
-        error = lastError();
+        error = posix::failed("open", path);
         return false;
     }
     // open's mode passes through the umask; a new file gets exactly its mode.
     if (created && ::fchmod(fd.get(), static_cast<mode_t>(permissions)) != 0) {
-        error = lastError();
+        error = posix::failed("fchmod", path);
         return false;
     }
-    if (!lockWithin(fd.get(), lockTimeout, error)) return false;
+    if (!lockWithin(fd.get(), path, lockTimeout, error)) return false;
     // The lock goes with the descriptor when it is closed.
     struct stat st {};
     if (::fstat(fd.get(), &st) != 0) {
-        error = lastError();
+        error = posix::failed("fstat", path);
         return false;
     }
-    const DescriptorContents contents(fd.get(), static_cast<std::uint64_t>(st.st_size));
+    const DescriptorContents contents(fd.get(), static_cast<std::uint64_t>(st.st_size), path);
     std::optional<std::string> addition = compose(contents);
     // A last line that lost its line feed (a crash mid-write, an editor)
     // keeps its own line; the new text starts on the next.
@@ -673,7 +551,8 @@ bool PosixFileSystem::appendUnderLock(const std::string& path, std::uint32_t per
     }
     if (!addition || addition->empty()) return true;
     if (lastByte && *lastByte != "\n") addition->insert(addition->begin(), '\n');
-    if (!writeAll(fd.get(), *addition, error) || (::fsync(fd.get()) != 0 && (error = lastError(), true))) {
+    if (!writeAll(fd.get(), *addition, path, error) ||
+        (::fsync(fd.get()) != 0 && (error = posix::failed("fsync", path), true))) {
         // Half a record would break every record after it: cut back.
         if (::ftruncate(fd.get(), static_cast<off_t>(st.st_size)) == 0) ::fsync(fd.get());
         return false;
@@ -682,35 +561,35 @@ bool PosixFileSystem::appendUnderLock(const std::string& path, std::uint32_t per
 }
 
 std::unique_ptr<LockedFile> PosixFileSystem::openLocked(const std::string& path, LockedFileMode mode,
-                                                        std::uint32_t permissions, std::error_code& error) {
+                                                        std::uint32_t permissions, PlatformError& error) {
     error.clear();
     if (containsNul(path)) {
-        error = posix::errorOf(EINVAL);
+        error = posix::failedWith(EINVAL, "open", path);
         return nullptr;
     }
     const bool create = mode == LockedFileMode::createNew;
     const int flags = O_RDWR | O_APPEND | O_NOFOLLOW | O_CLOEXEC | (create ? O_CREAT | O_EXCL : 0);
     FdGuard fd(::open(path.c_str(), flags, static_cast<mode_t>(permissions)));
     if (fd.get() < 0) {
-        error = lastError();
+        error = posix::failed("open", path);
         return nullptr;
     }
     struct stat held {};
     if (::fstat(fd.get(), &held) != 0) {
-        error = lastError();
+        error = posix::failed("fstat", path);
         return nullptr;
     }
     if (!S_ISREG(held.st_mode)) {
-        error = posix::errorOf(EINVAL);
+        error = posix::failedWith(EINVAL, "open", path);
         return nullptr;
     }
     if (create && ::fchmod(fd.get(), static_cast<mode_t>(permissions)) != 0) {
-        error = lastError();
+        error = posix::failed("fchmod", path);
         return nullptr;
     }
     while (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno == EINTR) continue;
-        error = lastError();
+        error = posix::failed("flock", path);
         return nullptr;
     }
     if (create) {
@@ -720,7 +599,7 @@ std::unique_ptr<LockedFile> PosixFileSystem::openLocked(const std::string& path,
         // name is gone, or holds another file, and there is nothing to take.
         struct stat named {};
         if (::lstat(path.c_str(), &named) != 0 || named.st_dev != held.st_dev || named.st_ino != held.st_ino) {
-            error = posix::errorOf(ENOENT);
+            error = posix::failedWith(ENOENT, "lstat", path);
             return nullptr;
         }
     }
@@ -730,7 +609,7 @@ std::unique_ptr<LockedFile> PosixFileSystem::openLocked(const std::string& path,
 bool PosixFileSystem::isPackage(const std::string& path) const {
     std::string extension = paths::pathExtension(path);
     if (extension.empty() || !isPackageExtension(extension)) return false;
-    std::error_code error;
+    PlatformError error;
     auto st = status(path, error);
     return st && st->kind == FileKind::directory;
 }

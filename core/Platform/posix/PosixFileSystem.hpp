@@ -11,29 +11,29 @@ namespace unbulk {
 // links, and removal relative to descriptors opened without links.
 class PosixFileSystem final : public FileSystem {
 public:
-    std::optional<FileStatus> status(const std::string& path, std::error_code& error) const override;
-    std::optional<FileStatus> linkStatus(const std::string& path, std::error_code& error) const override;
+    std::optional<FileStatus> status(const std::string& path, PlatformError& error) const override;
+    std::optional<FileStatus> linkStatus(const std::string& path, PlatformError& error) const override;
     std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
-                                                    std::error_code& error) const override;
+                                                    PlatformError& error) const override;
     void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override;
     TreeMeasure measureTree(const std::string& root, const TreeMeasureOptions& options) const override;
     std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
-                                                         std::error_code& error) const override;
+                                                         PlatformError& error) const override;
     std::string resolvingSymlinks(const std::string& path) const override;
     std::optional<std::string> readFile(const std::string& path, std::size_t maxBytes,
-                                        std::error_code& error) const override;
+                                        PlatformError& error) const override;
     bool writeFileAtomically(const std::string& path, std::string_view contents, std::uint32_t permissions,
-                             std::error_code& error) override;
-    bool renameItem(const std::string& from, const std::string& to, std::error_code& error) override;
+                             PlatformError& error) override;
+    bool renameItem(const std::string& from, const std::string& to, PlatformError& error) override;
     bool createDirectory(const std::string& path, std::uint32_t permissions, bool withIntermediates,
-                         std::error_code& error) override;
+                         PlatformError& error) override;
     bool removeItem(const std::string& path, const Identity& expected, const AnchorCheck& anchorCheck,
-                    const RemovalCheck& check, RemovalReport& report, std::error_code& error) override;
+                    const RemovalCheck& check, RemovalReport& report, PlatformError& error) override;
     bool appendUnderLock(const std::string& path, std::uint32_t permissions, std::chrono::milliseconds lockTimeout,
                          const AppendComposer& compose,
-                         std::error_code& error) override;
+                         PlatformError& error) override;
     std::unique_ptr<LockedFile> openLocked(const std::string& path, LockedFileMode mode, std::uint32_t permissions,
-                                           std::error_code& error) override;
+                                           PlatformError& error) override;
     bool isPackage(const std::string& path) const override;
 };
 

@@ -17,7 +17,7 @@ class SpawnProcessRunner final : public ProcessRunner {
 public:
     ProcessOutput run(const std::string& executable, const std::vector<std::string>& arguments) const override {
         int fds[2];
-        if (::pipe(fds) != 0) throw ProcessLaunchError(posix::lastError(), executable);
+        if (::pipe(fds) != 0) throw ProcessLaunchError(posix::failed("pipe", ""), executable);
         posix::FdGuard readEnd(fds[0]), writeEnd(fds[1]);
         // Not inherited by anything else this process starts meanwhile; the
         // child gets the write end through its dup2 actions, which clear it.
@@ -41,7 +41,7 @@ public:
         pid_t pid = 0;
         const int spawned = ::posix_spawn(&pid, executable.c_str(), &actions, nullptr, argv.data(), environ);
         posix_spawn_file_actions_destroy(&actions);
-        if (spawned != 0) throw ProcessLaunchError(std::error_code(spawned, std::generic_category()), executable);
+        if (spawned != 0) throw ProcessLaunchError(posix::failedWith(spawned, "posix_spawn", executable), executable);
         writeEnd.reset();
 
         ProcessOutput result;

@@ -114,83 +114,88 @@ bool TreeWalker::run(int rootFd, const std::string& rootPath, const TreeWalkerHo
     if (!enter(rootFd, 0, path_.size(), hooks)) return true;
 
     bool completed = true;
-    struct stat st {};
-    while (true) {
-        Frame* frame = &frames_[top_];
-        if (frame->next == frame->items.size()) {
-            if (top_ == 0) break;
-            // Leave this directory: its parent's descriptor is needed for it.
-            if (!reopenParentOf(top_, hooks)) {
-                completed = false;
-                break;
-            }
-            frame->close();
-            --openCount_;
-            if (firstOpen_ > top_) firstOpen_ = top_;
-            --top_;
-            Frame& parent = frames_[top_];
-            const char* name = parent.names.data() + parent.items[parent.next - 1].nameOffset;
-            path_.resize(frame->pathLength);
-            if (hooks.leave && !hooks.leave(parent.descriptor(), name, path_)) {
-                completed = false;
-                break;
-            }
-            continue;
-        }
-
-        const Item item = frame->items[frame->next++];
-        const char* name = frame->names.data() + item.nameOffset;
-        path_.resize(frame->pathLength);
-        if (path_.empty() || path_.back() != '/') path_ += '/';
-        path_ += name;
-
-        const int directoryFd = frame->descriptor();
-        FileKind kind = kindFromDirent(item.type);
-        const struct stat* status = nullptr;
-        if (needsStatus(options_.status, item.type)) {
-            if (::fstatat(directoryFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-                report(hooks, lastError(), WalkFailure::entry);
-                continue;
-            }
-            kind = kindFromMode(st.st_mode);
-            status = &st;
-        }
-
-        const WalkAction action = hooks.visit(TreeEntry{path_, name, kind, status, directoryFd, frame->depth + 1});
-        if (action == WalkAction::stop) {
-            completed = false;
+    while (completed) {
+        const Frame& frame = frames_[top_];
+        if (frame.next < frame.items.size()) {
+            completed = visitNext(hooks);
+        } else if (top_ == 0) {
             break;
+        } else {
+            completed = leaveDirectory(hooks);
         }
-        if (kind != FileKind::directory || action == WalkAction::skipDescendants) continue;
-        if (!options_.descendIntoPackages && isPackageExtension(extensionOf(name))) continue;
-
-        const int child = ::openat(directoryFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        if (child < 0) {
-            report(hooks, lastError(), WalkFailure::directory);
-            continue;
-        }
-        if (status != nullptr) {
-            // What was examined is what was opened, or the entry changed in
-            // between (a directory swapped for another): leave it alone.
-            struct stat opened {};
-            if (::fstat(child, &opened) != 0 || opened.st_dev != status->st_dev || opened.st_ino != status->st_ino) {
-                ::close(child);
-                report(hooks, changedSinceCheckedError(), WalkFailure::directory);
-                continue;
-            }
-        }
-        const int depth = frame->depth + 1;
-        ++top_;
-        if (frames_.size() <= top_) frames_.resize(top_ + 1);
-        if (!enter(child, depth, path_.size(), hooks)) {
-            --top_;
-            continue;
-        }
-        giveUpDescriptors();
     }
     closeAll();
     path_.clear();
     return completed;
+}
+
+// The directory on top is done: it is closed, and its parent (whose
+// descriptor it needs, got back if it was given up) hears of it.
+bool TreeWalker::leaveDirectory(const TreeWalkerHooks& hooks) {
+    if (!reopenParentOf(top_, hooks)) return false;
+    Frame& frame = frames_[top_];
+    frame.close();
+    --openCount_;
+    if (firstOpen_ > top_) firstOpen_ = top_;
+    --top_;
+    const Frame& parent = frames_[top_];
+    const char* name = parent.names.data() + parent.items[parent.next - 1].nameOffset;
+    path_.resize(frame.pathLength);
+    return !hooks.leave || hooks.leave(parent.descriptor(), name, path_);
+}
+
+// The next entry of the directory on top: examined as the options ask,
+// visited, and entered when it is a directory the visit goes into.
+bool TreeWalker::visitNext(const TreeWalkerHooks& hooks) {
+    Frame& frame = frames_[top_];
+    const Item item = frame.items[frame.next++];
+    const char* name = frame.names.data() + item.nameOffset;
+    path_.resize(frame.pathLength);
+    if (path_.empty() || path_.back() != '/') path_ += '/';
+    path_ += name;
+
+    const int directoryFd = frame.descriptor();
+    FileKind kind = kindFromDirent(item.type);
+    struct stat st {};
+    const struct stat* status = nullptr;
+    if (needsStatus(options_.status, item.type)) {
+        if (::fstatat(directoryFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+            report(hooks, lastError(), WalkFailure::entry);
+            return true;
+        }
+        kind = kindFromMode(st.st_mode);
+        status = &st;
+    }
+
+    const int depth = frame.depth + 1;
+    const WalkAction action = hooks.visit(TreeEntry{path_, name, kind, status, directoryFd, depth});
+    if (action == WalkAction::stop) return false;
+    if (kind != FileKind::directory || action == WalkAction::skipDescendants) return true;
+    if (!options_.descendIntoPackages && isPackageExtension(extensionOf(name))) return true;
+
+    const int child = ::openat(directoryFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (child < 0) {
+        report(hooks, lastError(), WalkFailure::directory);
+        return true;
+    }
+    if (status != nullptr) {
+        // What was examined is what was opened, or the entry changed in
+        // between (a directory swapped for another): leave it alone.
+        struct stat opened {};
+        if (::fstat(child, &opened) != 0 || opened.st_dev != status->st_dev || opened.st_ino != status->st_ino) {
+            ::close(child);
+            report(hooks, changedSinceCheckedError(), WalkFailure::directory);
+            return true;
+        }
+    }
+    ++top_;
+    if (frames_.size() <= top_) frames_.resize(top_ + 1);
+    if (!enter(child, depth, path_.size(), hooks)) {
+        --top_;
+        return true;
+    }
+    giveUpDescriptors();
+    return true;
 }
 
 } // namespace unbulk::posix

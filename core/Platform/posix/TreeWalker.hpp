@@ -87,6 +87,9 @@ private:
     };
 
     bool enter(int fd, int depth, std::size_t pathLength, const TreeWalkerHooks& hooks);
+    // Each answers false when the walk must stop.
+    bool visitNext(const TreeWalkerHooks& hooks);
+    bool leaveDirectory(const TreeWalkerHooks& hooks);
     void giveUpDescriptors();
     bool reopenParentOf(std::size_t index, const TreeWalkerHooks& hooks);
     void report(const TreeWalkerHooks& hooks, std::error_code error, WalkFailure failure) const;

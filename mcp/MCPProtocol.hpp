@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "MCP/JSONValue.hpp"
+#include "mcp/JSONValue.hpp"
 #include "Support/JsonFwd.hpp"
 #include "Support/TextSink.hpp"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "MCP/JSONRPC.hpp"
+#include "mcp/JSONRPC.hpp"
 #include "Support/Json.hpp"
 
 namespace unbulk {

@@ -1,4 +1,4 @@
-#include "MCP/JSONRPC.hpp"
+#include "mcp/JSONRPC.hpp"
 
 #include "Support/Json.hpp"
 

@@ -1,4 +1,4 @@
-#include "MCP/MCPProtocol.hpp"
+#include "mcp/MCPProtocol.hpp"
 
 #include <algorithm>
 

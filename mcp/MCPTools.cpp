@@ -1,4 +1,4 @@
-#include "MCP/MCPTools.hpp"
+#include "mcp/MCPTools.hpp"
 
 #include <algorithm>
 #include <array>
@@ -7,27 +7,15 @@
 #include <limits>
 #include <memory>
 
-#include "Maintenance/VitalsMonitor.hpp"
 #include "Models/Categories.hpp"
 #include "Models/ScanItem.hpp"
+#include "Operations/Engines.hpp"
 #include "Platform/CurrentDirectory.hpp"
 #include "Platform/FileHandle.hpp"
-#include "Platform/FileSystem.hpp"
-#include "Platform/Home.hpp"
-#include "Platform/Trash.hpp"
-#include "Rules/RuleRegistry.hpp"
-#include "Safety/AuditLogger.hpp"
-#include "Safety/TrashPipeline.hpp"
-#include "Scanner/AnomalyDetector.hpp"
-#include "Scanner/DeepScanEngine.hpp"
-#include "SpaceLens/SpaceLensEngine.hpp"
 #include "SpaceLens/SpaceTree.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
 #include "Support/Unicode.hpp"
-#include "Uninstaller/AppScanner.hpp"
-#include "Uninstaller/AppUninstaller.hpp"
-#include "Uninstaller/LeftoversHunter.hpp"
 
 namespace unbulk::MCPTools {
 namespace {
@@ -93,29 +81,10 @@ MCPCallToolResult jsonResult(const Json& document) { return MCPCallToolResult::t
 
 // ---- What each handler builds. ----
 
-struct Context {
-    std::shared_ptr<FileSystem> fileSystem = makeDefaultFileSystem();
-    FileURL homeURL = FileURL(homeDirectory(), true);
-};
-
-DeepScanEngine scanEngine(const Context& context) {
-    DeepScanEngine::Configuration configuration;
-    configuration.homeURL = context.homeURL;
-    configuration.fileSystem = context.fileSystem;
-    return DeepScanEngine(std::move(configuration));
-}
-
-// The removal road of the tools. Standard output carries protocol lines
-// only, so an operation that could not be recorded in the log is told on
-// the server's standard error, where its host shows it.
-std::shared_ptr<const TrashPipeline> trashPipeline(const Context& context) {
-    return std::make_shared<const TrashPipeline>(
-        context.fileSystem, makeDefaultTrash(),
-        std::make_shared<AuditLogger>(std::nullopt, context.homeURL, context.fileSystem), context.homeURL,
-        [](const std::string& logPath, const std::string& reason) {
-            makeStandardError()->write(TrashPipeline::unrecordedWarning(logPath, reason) + "\n");
-        });
-}
+// Standard output carries protocol lines only, so an operation that could
+// not be recorded in the log is told on the server's standard error, where
+// its host shows it.
+void writeNotice(std::string_view line) { makeStandardError()->write(line); }
 
 // A path as a file URL: a relative one is read against the working directory.
 FileURL fileURLWithPath(const std::string& path, const FileSystem& fileSystem) {
@@ -124,10 +93,10 @@ FileURL fileURLWithPath(const std::string& path, const FileSystem& fileSystem) {
 
 // ---- The handlers. ----
 
-MCPCallToolResult scanStorage(const Arguments& arguments) {
-    const Context context;
+MCPCallToolResult scanStorage(const Environment& environment, const Arguments& arguments) {
     const CategorySet categories = parsedCategories(arguments);
-    ScanResult result = scanEngine(context).scan(categories.empty() ? std::nullopt : std::optional(categories));
+    ScanResult result =
+        Engines::scanEngine(environment).scan(categories.empty() ? std::nullopt : std::optional(categories));
     const std::int64_t minimum = megabytesToBytes(numberArgument(arguments, "min_size_mb").value_or(0));
     std::erase_if(result.items, [&](const DiscoveredItem& item) { return item.allocatedSizeBytes < minimum; });
     result.scanId = Uuid::random();
@@ -135,21 +104,19 @@ MCPCallToolResult scanStorage(const Arguments& arguments) {
     return jsonResult(toJson(result, DateEncoding::iso8601));
 }
 
-MCPCallToolResult cleanStorage(const Arguments& arguments) {
-    const Context context;
+MCPCallToolResult cleanStorage(const Environment& environment, const Arguments& arguments) {
     const bool dryRun = boolArgument(arguments, "dry_run", true);
     const bool permanent = boolArgument(arguments, "permanent", false);
-    const auto pipeline = trashPipeline(context);
-    pipeline->recordInterruptedOperations();
+    const auto pipeline = Engines::trashPipeline(environment, writeNotice);
 
     std::vector<FileURL> targets;
     for (const auto& path : stringElements(arguments, "paths")) {
-        targets.push_back(fileURLWithPath(path, *context.fileSystem));
+        targets.push_back(fileURLWithPath(path, *environment.fileSystem));
     }
     // Every item of the asked categories, whatever its tier: the sandbox is
     // the only gate.
     if (const CategorySet categories = parsedCategories(arguments); !categories.empty()) {
-        for (const auto& item : scanEngine(context).scan(categories).items)
+        for (const auto& item : Engines::scanEngine(environment).scan(categories).items)
             targets.push_back(item.url);
     }
     if (targets.empty()) return MCPCallToolResult::text("No target paths or categories matched for cleanup.");
@@ -161,32 +128,25 @@ MCPCallToolResult cleanStorage(const Arguments& arguments) {
     return jsonResult(toJson(summary, DateEncoding::iso8601));
 }
 
-MCPCallToolResult inspectDirectory(const Arguments& arguments) {
+MCPCallToolResult inspectDirectory(const Environment& environment, const Arguments& arguments) {
     const auto path = stringArgument(arguments, "path");
     if (!path) return MCPCallToolResult::text("Missing required argument 'path'", true);
     // A number, truncated: 1.9 searches one level.
     const double depth = numberArgument(arguments, "depth").value_or(3);
     const int maxDepth = std::isfinite(depth) ? static_cast<int>(std::clamp(std::trunc(depth), -1e9, 1e9)) : 3;
-    const Context context;
-    const SpaceLensEngine engine(context.fileSystem);
     // The tree is measured now, so that a missing path fails the call; its
     // JSON is written into the response as it is sent, never held whole.
-    auto tree = std::make_shared<const SpaceTree>(
-        engine.scanTree(fileURLWithPath(*path, *context.fileSystem), maxDepth));
+    auto tree = std::make_shared<const SpaceTree>(Engines::spaceLensEngine(environment)
+                                                      .scanTree(fileURLWithPath(*path, *environment.fileSystem), maxDepth));
     return MCPCallToolResult::streamedText(
         [tree](const TextSink& write) { writeJson(*tree, DateEncoding::secondsSinceReferenceDate, write); });
 }
 
-AppScanner appScanner(const Context& context) {
-    return AppScanner({.fileSystem = context.fileSystem, .homeURL = context.homeURL});
-}
-
-MCPCallToolResult listApps(const Arguments& arguments) {
-    const Context context;
-    const auto apps = appScanner(context).scanInstalledApps(false);
+MCPCallToolResult listApps(const Environment& environment, const Arguments& arguments) {
+    const auto apps = Engines::appScanner(environment).scanInstalledApps(false);
     std::vector<AppLeftover> leftovers;
     if (boolArgument(arguments, "include_leftovers", true)) {
-        leftovers = LeftoversHunter(context.homeURL, context.fileSystem).scanForLeftovers(apps);
+        leftovers = Engines::leftoversHunter(environment).scanForLeftovers(apps);
     }
     Json installed = Json::array(), orphans = Json::array();
     for (const auto& app : apps)
@@ -196,40 +156,33 @@ MCPCallToolResult listApps(const Arguments& arguments) {
     return jsonResult(Json{{"installedApps", installed}, {"leftovers", orphans}});
 }
 
-MCPCallToolResult uninstallApp(const Arguments& arguments) {
+MCPCallToolResult uninstallApp(const Environment& environment, const Arguments& arguments) {
     const auto target = stringArgument(arguments, "bundle_id_or_name");
     if (!target) return MCPCallToolResult::text("Missing required argument 'bundle_id_or_name'", true);
     const bool dryRun = boolArgument(arguments, "dry_run", true);
     const bool force = boolArgument(arguments, "force", false);
-    const Context context;
-    const std::string wanted = unicode::lowercased(*target);
-    for (const auto& app : appScanner(context).scanInstalledApps(false)) {
-        if (unicode::lowercased(app.bundleIdentifier) != wanted && unicode::lowercased(app.displayName) != wanted) {
-            continue;
-        }
-        const AppUninstaller uninstaller(
-            {.fileSystem = context.fileSystem, .trashPipeline = trashPipeline(context), .homeURL = context.homeURL});
-        return jsonResult(toJson(
-            uninstaller.uninstall(app, dryRun, {.force = force, .includeBundle = true, .includeDependencies = true})));
-    }
-    return MCPCallToolResult::text("Application not found matching '" + *target + "'", true);
+    const auto apps = Engines::appScanner(environment).scanInstalledApps(false);
+    const InstalledApp* app = Engines::findInstalledApp(apps, *target);
+    if (app == nullptr) return MCPCallToolResult::text("Application not found matching '" + *target + "'", true);
+    const AppUninstaller uninstaller =
+        Engines::appUninstaller(environment, Engines::trashPipeline(environment, writeNotice));
+    return jsonResult(
+        toJson(uninstaller.uninstall(*app, dryRun, {.force = force, .includeBundle = true, .includeDependencies = true})));
 }
 
-MCPCallToolResult getSystemVitals(const Arguments&) {
-    return jsonResult(toJson(VitalsMonitor::getSystemVitals(), DateEncoding::iso8601));
+MCPCallToolResult getSystemVitals(const Environment& environment, const Arguments&) {
+    return jsonResult(toJson(Engines::systemVitals(environment), DateEncoding::iso8601));
 }
 
-MCPCallToolResult listRules(const Arguments&) {
-    const Context context;
-    const RuleRegistry registry(std::nullopt, context.homeURL, context.fileSystem);
+MCPCallToolResult listRules(const Environment& environment, const Arguments&) {
     Json rules = Json::array();
-    for (const auto& rule : registry.allRules()) {
+    for (const auto& rule : Engines::ruleRegistry(environment)->allRules()) {
         rules.push_back(toJson(rule, DateEncoding::secondsSinceReferenceDate));
     }
     return jsonResult(rules);
 }
 
-MCPCallToolResult registerRule(const Arguments& arguments) {
+MCPCallToolResult registerRule(const Environment& environment, const Arguments& arguments) {
     const auto id = stringArgument(arguments, "id");
     const auto name = stringArgument(arguments, "name");
     const auto pattern = stringArgument(arguments, "pattern");
@@ -252,24 +205,18 @@ MCPCallToolResult registerRule(const Arguments& arguments) {
     rule.isRegenerable = rule.riskTier == RiskTier::safeToDelete;
     rule.isBuiltIn = false;
     rule.enabled = true;
-    const Date now = std::chrono::system_clock::now();
+    const Date now = environment.clock();
     rule.createdAt = now;
     rule.updatedAt = now;
 
-    const Context context;
-    RuleRegistry registry(std::nullopt, context.homeURL, context.fileSystem);
-    registry.registerRule(rule);
+    Engines::ruleRegistry(environment)->registerRule(rule);
     return MCPCallToolResult::text("Successfully registered rule '" + *id + "' matching pattern '" + *pattern + "'");
 }
 
-MCPCallToolResult inspectAnomalies(const Arguments& arguments) {
-    const Context context;
+MCPCallToolResult inspectAnomalies(const Environment& environment, const Arguments& arguments) {
     const std::int64_t minimum = megabytesToBytes(numberArgument(arguments, "min_size_mb").value_or(100));
-    auto registry = std::make_shared<const RuleRegistry>(std::nullopt, context.homeURL, context.fileSystem);
-    const AnomalyDetector detector(AnomalyDetectorConfiguration::make(minimum, 2, context.homeURL), registry,
-                                   context.fileSystem);
     Json anomalies = Json::array();
-    for (const auto& anomaly : detector.detectAnomalies())
+    for (const auto& anomaly : Engines::anomalyDetector(environment, minimum).detectAnomalies())
         anomalies.push_back(toJson(anomaly));
     return jsonResult(anomalies);
 }
@@ -287,7 +234,7 @@ struct ToolRow {
     const char* description;
     std::vector<Property> properties;
     std::vector<const char*> required;
-    MCPCallToolResult (*handler)(const Arguments&);
+    MCPCallToolResult (*handler)(const Environment&, const Arguments&);
 };
 
 const std::vector<ToolRow>& toolTable() {
@@ -392,11 +339,17 @@ std::vector<MCPTool> listTools() {
     return tools;
 }
 
-MCPCallToolResult execute(const std::string& name, const Arguments& arguments) {
+MCPCallToolResult execute(const Environment& environment, const std::string& name, const Arguments& arguments) {
     for (const auto& row : toolTable()) {
-        if (name == row.name) return row.handler(arguments);
+        if (name == row.name) return row.handler(environment, arguments);
     }
     return MCPCallToolResult::text("Unknown tool: " + name, true);
+}
+
+MCPServer::Tools serverTools(const Environment& environment) {
+    return {&listTools, [&environment](const std::string& name, const Arguments& arguments) {
+                return execute(environment, name, arguments);
+            }};
 }
 
 } // namespace unbulk::MCPTools

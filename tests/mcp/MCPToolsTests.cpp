@@ -5,25 +5,26 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "MCP/MCPTools.hpp"
+#include "mcp/MCPTools.hpp"
 #include "Safety/SandboxSecurityError.hpp"
 #include "Support/Json.hpp"
 #include "support/AppBundles.hpp"
 #include "support/Files.hpp"
 #include "support/TempHome.hpp"
+#include "support/TestEnvironment.hpp"
 
 namespace unbulk {
 namespace {
 
 using testing::TempHome;
 
-// Each tool as an agent calls it, in a temporary home (HOME and the Trash
-// point into it while the fixture lives).
+// Each tool as an agent calls it, over an Environment in a temporary home
+// (HOME and the Trash point into it while the fixture lives).
 struct MCPToolsTest : ::testing::Test {
     MCPCallToolResult call(const std::string& name, const std::string& arguments = "") {
         std::optional<JSONValue::Object> object;
         if (!arguments.empty()) object = *jsonValueFromJson(Json::parse(arguments)).objectValue();
-        return MCPTools::execute(name, object);
+        return MCPTools::execute(environment, name, object);
     }
     Json document(const MCPCallToolResult& result) {
         EXPECT_FALSE(result.isError) << result.content.at(0).text;
@@ -35,6 +36,7 @@ struct MCPToolsTest : ::testing::Test {
         return result.content.at(0).text;
     }
     TempHome home;
+    Environment environment = testing::testEnvironment(home);
 };
 
 // The table an agent reads, word for word; properties are name, type, description.

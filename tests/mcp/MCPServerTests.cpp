@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "MCP/MCPServer.hpp"
+#include "mcp/MCPServer.hpp"
 
 namespace unbulk {
 namespace {

@@ -1,4 +1,4 @@
-#include "MCP/JSONValue.hpp"
+#include "mcp/JSONValue.hpp"
 
 #include "Support/Json.hpp"
 

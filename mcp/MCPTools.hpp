@@ -4,11 +4,13 @@
 #include <string>
 #include <vector>
 
-#include "MCP/JSONValue.hpp"
-#include "MCP/MCPProtocol.hpp"
+#include "mcp/JSONValue.hpp"
+#include "mcp/MCPProtocol.hpp"
+#include "mcp/MCPServer.hpp"
+#include "Platform/Environment.hpp"
 
 // The tools the agent interface offers, and their handlers. Each call builds
-// its engines afresh for the current user's home with the real file system;
+// its engines afresh from the server's Environment (Operations/Engines);
 // nothing survives from one call to the next except on disk.
 namespace unbulk::MCPTools {
 
@@ -18,6 +20,10 @@ std::vector<MCPTool> listTools();
 // Runs the named tool. An unknown name or a missing required argument is a
 // result with isError set; what an engine raises is thrown on, for the server
 // to report as a failed call.
-MCPCallToolResult execute(const std::string& name, const std::optional<JSONValue::Object>& arguments);
+MCPCallToolResult execute(const Environment& environment, const std::string& name,
+                          const std::optional<JSONValue::Object>& arguments);
+
+// What a server offers: these tools over `environment`, which must outlive it.
+MCPServer::Tools serverTools(const Environment& environment);
 
 } // namespace unbulk::MCPTools

@@ -6,7 +6,7 @@
 #include <string>
 #include <variant>
 
-#include "MCP/JSONValue.hpp"
+#include "mcp/JSONValue.hpp"
 #include "Support/JsonFwd.hpp"
 
 // The JSON-RPC 2.0 vocabulary: four small records that only make sense

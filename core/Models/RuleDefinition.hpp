@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Models/Categories.hpp"
-#include "Rules/RuleDecoding.hpp"
+#include "Models/RuleDecoding.hpp"
 #include "Support/Dates.hpp"
 #include "Support/JsonFwd.hpp"
 

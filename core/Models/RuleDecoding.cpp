@@ -1,4 +1,4 @@
-#include "Rules/RuleDecoding.hpp"
+#include "Models/RuleDecoding.hpp"
 
 #include "Support/Json.hpp"
 

@@ -1,4 +1,4 @@
-#include "Rules/RuleDefinition.hpp"
+#include "Models/RuleDefinition.hpp"
 
 #include "Support/Json.hpp"
 

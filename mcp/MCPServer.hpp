@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "MCP/JSONRPC.hpp"
-#include "MCP/MCPProtocol.hpp"
+#include "mcp/JSONRPC.hpp"
+#include "mcp/MCPProtocol.hpp"
 #include "Platform/FileHandle.hpp"
 
 namespace unbulk {
@@ -18,8 +18,8 @@ namespace unbulk {
 // messages.
 class MCPServer {
 public:
-    // What the server offers: the agent tools by default; tests put their
-    // own in place.
+    // What the server offers: the agent tools (MCPTools::serverTools), or a
+    // test's own.
     struct Tools {
         std::function<std::vector<MCPTool>()> list;
         // Throws what the tool raises; the server turns it into a failed result.
@@ -27,7 +27,6 @@ public:
             execute;
     };
 
-    MCPServer(FileHandle& input, FileHandle& output, FileHandle& errors);
     MCPServer(FileHandle& input, FileHandle& output, FileHandle& errors, Tools tools);
 
     // Serves lines until the input ends or a line is empty.

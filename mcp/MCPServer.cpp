@@ -1,14 +1,10 @@
-#include "MCP/MCPServer.hpp"
+#include "mcp/MCPServer.hpp"
 
 #include <exception>
 
-#include "MCP/MCPTools.hpp"
 #include "Support/Json.hpp"
 
 namespace unbulk {
-
-MCPServer::MCPServer(FileHandle& input, FileHandle& output, FileHandle& errors)
-    : MCPServer(input, output, errors, Tools{&MCPTools::listTools, &MCPTools::execute}) {}
 
 MCPServer::MCPServer(FileHandle& input, FileHandle& output, FileHandle& errors, Tools tools)
     : input_(input), output_(output), errors_(errors), tools_(std::move(tools)) {}

@@ -1,0 +1,9 @@
+#include "Platform/Clock.hpp"
+
+namespace unbulk {
+
+Clock systemClock() {
+    return [] { return std::chrono::system_clock::now(); };
+}
+
+} // namespace unbulk
