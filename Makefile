@@ -44,9 +44,10 @@ tsan:
 	@cmake --build --preset tsan -j $(JOBS) --target threaded_tests
 	@ctest --preset tsan -j $(JOBS) -L threaded --no-tests=error
 
-# libFuzzer targets with clang 16, each run for FUZZ_SECONDS (default 30).
+# libFuzzer targets in the asan tree (clang 16), each run for FUZZ_SECONDS
+# (default 30). That tree builds the tests too, so it wants their tools.
 fuzz:
-	@scripts/install-deps clang
+	@scripts/install-deps test clang
 	@scripts/fuzz
 
 # Every #include of core/, mcp/ and cli/ points down the floors of
