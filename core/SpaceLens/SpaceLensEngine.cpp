@@ -5,6 +5,7 @@
 #include <span>
 #include <chrono>
 #include <atomic>
+#include <functional>
 #include <mutex>
 
 #include <tbb/blocked_range.h>
@@ -199,6 +200,7 @@ private:
     void buildPending(const std::string& path, std::int64_t depth, const Ancestor& here, Listing& listing);
     Run keptRun(Listing& listing) const;
     bool measureCutOff(const std::string& path, Node& node);
+    bool readOneLevel(const std::string& path, const std::function<void(const WalkEntry&)>& visit);
     std::uint32_t keep(Run run) {
         std::lock_guard lock(runsMutex_);
         runs_.push_back(std::move(run));
@@ -286,6 +288,27 @@ bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, cons
 // Reads the directory: each file a leaf, each directory or link pending.
 // False when it cannot be read.
 bool TreeBuilder::list(const std::string& path, Listing& listing) {
+    return readOneLevel(path, [&](const WalkEntry& entry) {
+        const std::uint64_t offset = listing.names.size();
+        listing.names += entry.name;
+        const auto length = static_cast<std::uint32_t>(entry.name.size());
+        if (entry.kind == FileKind::directory || entry.kind == FileKind::symbolicLink) {
+            listing.pending.push_back({offset, length, *entry.status});
+            return;
+        }
+        Node leaf = leafOf(*entry.status);
+        leaf.nameOffset = offset;
+        leaf.nameLength = length;
+        listing.totals.add(leaf);
+        listing.children.add(leaf, ++listing.finished);
+        if (progress_) progress_(entry.path, leaf.allocatedSizeBytes);
+    });
+}
+
+// Shows `visit` each entry of the directory (its own lstat at hand), none of
+// their descendants, looking for a stop before each. False when the
+// directory cannot be read.
+bool TreeBuilder::readOneLevel(const std::string& path, const std::function<void(const WalkEntry&)>& visit) {
     bool readable = true;
     bool cancelled = false;
     WalkCallbacks callbacks;
@@ -295,19 +318,7 @@ bool TreeBuilder::list(const std::string& path, Listing& listing) {
             cancelled = true;
             return WalkAction::stop;
         }
-        const std::uint64_t offset = listing.names.size();
-        listing.names += entry.name;
-        const auto length = static_cast<std::uint32_t>(entry.name.size());
-        if (entry.kind == FileKind::directory || entry.kind == FileKind::symbolicLink) {
-            listing.pending.push_back({offset, length, *entry.status});
-            return WalkAction::skipDescendants;
-        }
-        Node leaf = leafOf(*entry.status);
-        leaf.nameOffset = offset;
-        leaf.nameLength = length;
-        listing.totals.add(leaf);
-        listing.children.add(leaf, ++listing.finished);
-        if (progress_) progress_(entry.path, leaf.allocatedSizeBytes);
+        visit(entry);
         return WalkAction::skipDescendants;
     };
     // With every entry's descendants skipped, a directory that fails is this one.
@@ -386,29 +397,15 @@ Run TreeBuilder::keptRun(Listing& listing) const {
 bool TreeBuilder::measureCutOff(const std::string& path, Node& node) {
     Totals totals;
     std::vector<std::string> directories;
-    bool readable = true;
-    bool cancelled = false;
-    WalkCallbacks callbacks;
-    callbacks.visit = [&](const WalkEntry& entry) {
-        if (!readable) return WalkAction::stop;
-        if (stop_.stopRequested()) {
-            cancelled = true;
-            return WalkAction::stop;
-        }
+    const bool readable = readOneLevel(path, [&](const WalkEntry& entry) {
         if (entry.kind == FileKind::directory) {
             directories.push_back(entry.path);
-        } else {
-            const SpaceLensEngine::Measure measure = entryMeasure(*entry.status);
-            totals.add(measure.allocated, measure.logical, measure.count);
-            if (progress_) progress_(entry.path, measure.allocated);
+            return;
         }
-        return WalkAction::skipDescendants;
-    };
-    callbacks.onError = [&](const std::string&, std::error_code, WalkFailure failure) {
-        if (failure == WalkFailure::directory) readable = false;
-    };
-    fileSystem_.walk(path, {.status = WalkStatus::all, .skipHiddenFiles = true}, callbacks);
-    if (cancelled) throw CancellationError{};
+        const SpaceLensEngine::Measure measure = entryMeasure(*entry.status);
+        totals.add(measure.allocated, measure.logical, measure.count);
+        if (progress_) progress_(entry.path, measure.allocated);
+    });
     if (!readable) return false;
     for (const std::string& directory : directories) {
         throwIfCancelled(stop_);
