@@ -100,8 +100,14 @@ enum class WalkAction { proceed, skipDescendants, stop };
 
 // Which entries a walk lstats. The directory read already tells an entry's
 // kind, so a walk that needs sizes only of files can leave directories and
-// links alone and save a system call for each.
-enum class WalkStatus { none, regularFiles, all };
+// links alone and save a system call for each. An entry whose kind the read
+// does not tell is examined whatever is asked.
+enum class WalkStatus {
+    none,
+    regularFiles,
+    allButDirectories, // a directory is described by its own reading (openedRoot)
+    all,
+};
 
 struct WalkOptions {
     WalkStatus status = WalkStatus::all; // lstat relative to the entry's directory
@@ -123,6 +129,10 @@ struct WalkCallbacks {
     std::function<WalkAction(const WalkEntry&)> visit;
     // Called for each failure; the walk goes on.
     std::function<void(const std::string& path, std::error_code error, WalkFailure failure)> onError;
+    // When set, shown the status of the directory the walk opened as its
+    // root (a link there followed), taken from its descriptor, before any
+    // entry: the directory that is read, whatever its path names by then.
+    std::function<void(const FileStatus& root)> openedRoot;
 };
 
 struct TreeMeasure;

@@ -2,19 +2,19 @@
 
 #include <algorithm>
 #include <array>
-#include <span>
-#include <chrono>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
+#include <span>
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 
+#include "Platform/TreeMeasure.hpp"
 #include "SpaceLens/FileCategorizer.hpp"
 #include "Support/CheckedMath.hpp"
 #include "Support/Paths.hpp"
-#include "Platform/TreeMeasure.hpp"
 
 namespace unbulk {
 
@@ -24,10 +24,11 @@ SpaceLensEngine::SpaceLensEngine(std::shared_ptr<FileSystem> fileSystem, std::sh
 namespace {
 
 // What a file that is not a directory weighs: its own bytes when it is a
-// regular file, nothing otherwise, and one item either way.
-SpaceLensEngine::Measure entryMeasure(const FileStatus& status) {
-    const bool regular = status.kind == FileKind::regular;
-    return {regular ? status.allocatedSize : 0, regular ? status.size : 0, 1};
+// regular file (whose status is then at hand), nothing otherwise, and one
+// item either way.
+SpaceLensEngine::Measure entryMeasure(FileKind kind, const FileStatus* status) {
+    if (kind != FileKind::regular || status == nullptr) return {0, 0, 1};
+    return {status->allocatedSize, status->size, 1};
 }
 
 } // namespace
@@ -37,7 +38,7 @@ SpaceLensEngine::Measure SpaceLensEngine::recursiveMeasure(const std::string& pa
     const ItemTree item = measureItemTree(*fileSystem_, path, LinkAtItem::asLink,
                                           {.status = WalkStatus::regularFiles, .descendIntoPackages = false});
     if (!item.exists()) return {};
-    if (!item.tree) return entryMeasure(*item.own);
+    if (!item.tree) return entryMeasure(item.own->kind, &*item.own);
     const TreeMeasure& tree = *item.tree;
     return {tree.files.allocatedBytes, tree.files.logicalBytes, std::max<std::int64_t>(tree.files.count, 1)};
 }
@@ -175,6 +176,9 @@ public:
     // found it has made one already.
     std::optional<Node> build(const std::string& path, std::int64_t depth, const Ancestor* ancestors,
                               std::optional<FileStatus> own = std::nullopt);
+    // The same for a directory a listing found, which made no lstat of it:
+    // the reading of the directory describes it.
+    std::optional<Node> buildListedDirectory(const std::string& path, std::int64_t depth, const Ancestor* ancestors);
 
     std::vector<Run> takeRuns() { return std::move(runs_); }
 
@@ -185,7 +189,7 @@ private:
         struct Pending {
             std::uint64_t nameOffset;
             std::uint32_t nameLength;
-            FileStatus own;
+            std::optional<FileStatus> own; // a link's lstat; none for a directory
         };
         explicit Listing(std::size_t kept) : children(kept) {}
         Children children;
@@ -195,12 +199,15 @@ private:
         std::uint32_t finished = 0;
     };
 
-    bool openChildren(const std::string& path, std::int64_t depth, const Ancestor& here, Node& node);
-    bool list(const std::string& path, Listing& listing);
+    bool readDirectory(const std::string& path, std::int64_t depth, const Ancestor* ancestors, Node& node,
+                       FileStatus& opened);
+    bool openChildren(const std::string& path, std::int64_t depth, const Ancestor* ancestors, Node& node,
+                      FileStatus& opened);
     void buildPending(const std::string& path, std::int64_t depth, const Ancestor& here, Listing& listing);
     Run keptRun(Listing& listing) const;
-    bool measureCutOff(const std::string& path, Node& node);
-    bool readOneLevel(const std::string& path, const std::function<void(const WalkEntry&)>& visit);
+    bool measureCutOff(const std::string& path, Node& node, FileStatus& opened);
+    bool readOneLevel(const std::string& path, WalkStatus status, FileStatus& opened,
+                      const std::function<void(const WalkEntry&)>& visit);
     std::uint32_t keep(Run run) {
         std::lock_guard lock(runsMutex_);
         runs_.push_back(std::move(run));
@@ -253,47 +260,65 @@ std::optional<Node> TreeBuilder::build(const std::string& path, std::int64_t dep
 
     Node node = datedNode(*own);
     node.isDirectory = true;
-    const Ancestor here{followed->identity(), ancestors};
-    const bool listed = depth < maxDepth_ ? openChildren(path, depth, here, node) : measureCutOff(path, node);
-    if (!listed) {
+    FileStatus opened;
+    if (!readDirectory(path, depth, ancestors, node, opened)) {
         // Unreadable: no sizes, no items, and an empty children array
         // whatever the depth.
         node.allocatedSizeBytes = 0;
         node.logicalSizeBytes = 0;
         node.itemCount = 0;
         if (depth < retention_.depth) node.children = keep(Run{});
-        return node;
     }
-    node.itemCount = std::max<std::int64_t>(node.itemCount, 1);
     return node;
+}
+
+std::optional<Node> TreeBuilder::buildListedDirectory(const std::string& path, std::int64_t depth,
+                                                      const Ancestor* ancestors) {
+    // A package below the top stays shut: its lstat dates it.
+    if (depth > 0 && fileSystem_.isPackage(path)) return build(path, depth, ancestors);
+    Node node;
+    node.isDirectory = true;
+    FileStatus opened;
+    if (!readDirectory(path, depth, ancestors, node, opened)) {
+        // Gone, no longer a directory, or unreadable since it was listed:
+        // what is there now decides.
+        return build(path, depth, ancestors);
+    }
+    node.hasDates = true;
+    node.lastAccessedDate = opened.accessDate;
+    node.lastModifiedDate = opened.modificationDate;
+    return node;
+}
+
+// Reads the directory into `node`: its entries opened above the depth
+// limit, measured whole at it. `opened` is what the reading opened. False
+// when the directory cannot be read.
+bool TreeBuilder::readDirectory(const std::string& path, std::int64_t depth, const Ancestor* ancestors, Node& node,
+                                FileStatus& opened) {
+    const bool read =
+        depth < maxDepth_ ? openChildren(path, depth, ancestors, node, opened) : measureCutOff(path, node, opened);
+    if (read) node.itemCount = std::max<std::int64_t>(node.itemCount, 1);
+    return read;
 }
 
 // The directory is read once, each entry examined relative to it as it is
 // read: a file is a leaf there and then, and only directories and links are
 // built further, in parallel, each first looking for a stop. False when the
 // directory cannot be read.
-bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, const Ancestor& here, Node& node) {
+bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, const Ancestor* ancestors, Node& node,
+                               FileStatus& opened) {
     const bool keepsChildren = depth < retention_.depth;
     Listing listing(keepsChildren ? retention_.children : 0);
-    if (!list(path, listing)) return false;
-    buildPending(path, depth, here, listing);
-
-    node.allocatedSizeBytes = listing.totals.allocated;
-    node.logicalSizeBytes = listing.totals.logical;
-    node.itemCount = listing.totals.count;
-    if (keepsChildren) node.children = keep(keptRun(listing));
-    return true;
-}
-
-// Reads the directory: each file a leaf, each directory or link pending.
-// False when it cannot be read.
-bool TreeBuilder::list(const std::string& path, Listing& listing) {
-    return readOneLevel(path, [&](const WalkEntry& entry) {
+    // Each file a leaf, each directory or link pending. A directory needs no
+    // lstat here: its own reading dates it.
+    const bool readable = readOneLevel(path, WalkStatus::allButDirectories, opened, [&](const WalkEntry& entry) {
         const std::uint64_t offset = listing.names.size();
         listing.names += entry.name;
         const auto length = static_cast<std::uint32_t>(entry.name.size());
         if (entry.kind == FileKind::directory || entry.kind == FileKind::symbolicLink) {
-            listing.pending.push_back({offset, length, *entry.status});
+            std::optional<FileStatus> own;
+            if (entry.status != nullptr) own = *entry.status;
+            listing.pending.push_back({offset, length, own});
             return;
         }
         Node leaf = leafOf(*entry.status);
@@ -303,15 +328,26 @@ bool TreeBuilder::list(const std::string& path, Listing& listing) {
         listing.children.add(leaf, ++listing.finished);
         if (progress_) progress_(entry.path, leaf.allocatedSizeBytes);
     });
+    if (!readable) return false;
+    const Ancestor here{opened.identity(), ancestors};
+    buildPending(path, depth, here, listing);
+
+    node.allocatedSizeBytes = listing.totals.allocated;
+    node.logicalSizeBytes = listing.totals.logical;
+    node.itemCount = listing.totals.count;
+    if (keepsChildren) node.children = keep(keptRun(listing));
+    return true;
 }
 
-// Shows `visit` each entry of the directory (its own lstat at hand), none of
-// their descendants, looking for a stop before each. False when the
-// directory cannot be read.
-bool TreeBuilder::readOneLevel(const std::string& path, const std::function<void(const WalkEntry&)>& visit) {
+// Shows `visit` each entry of the directory (examined as `status` asks),
+// none of their descendants, looking for a stop before each; `opened` is
+// the directory the reading opened. False when the directory cannot be read.
+bool TreeBuilder::readOneLevel(const std::string& path, WalkStatus status, FileStatus& opened,
+                               const std::function<void(const WalkEntry&)>& visit) {
     bool readable = true;
     bool cancelled = false;
     WalkCallbacks callbacks;
+    callbacks.openedRoot = [&](const FileStatus& root) { opened = root; };
     callbacks.visit = [&](const WalkEntry& entry) {
         if (!readable) return WalkAction::stop;
         if (stop_.stopRequested()) {
@@ -325,7 +361,7 @@ bool TreeBuilder::readOneLevel(const std::string& path, const std::function<void
     callbacks.onError = [&](const std::string&, std::error_code, WalkFailure failure) {
         if (failure == WalkFailure::directory) readable = false;
     };
-    fileSystem_.walk(path, {.status = WalkStatus::all, .skipHiddenFiles = true}, callbacks);
+    fileSystem_.walk(path, {.status = status, .skipHiddenFiles = true}, callbacks);
     if (cancelled) throw CancellationError{};
     return readable;
 }
@@ -337,30 +373,32 @@ void TreeBuilder::buildPending(const std::string& path, std::int64_t depth, cons
     std::mutex mutex; // for what the parallel builds hand in
     std::atomic<bool> stopped{false};
     const auto& pending = listing.pending;
-    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, pending.size()), [&](const tbb::blocked_range<std::size_t>& range) {
-        for (std::size_t i = range.begin(); i != range.end(); ++i) {
-            if (stop_.stopRequested()) {
-                stopped = true;
-                return;
-            }
-            std::string childPath = path;
-            if (childPath.empty() || childPath.back() != '/') childPath += '/';
-            childPath.append(listing.names, pending[i].nameOffset, pending[i].nameLength);
-            std::optional<Node> child;
-            try {
-                child = build(childPath, depth + 1, &here, pending[i].own);
-            } catch (const CancellationError&) {
-                stopped = true;
-                return;
-            }
-            if (!child) continue; // vanished since the listing, or a dangling link
-            child->nameOffset = pending[i].nameOffset;
-            child->nameLength = pending[i].nameLength;
-            std::lock_guard lock(mutex);
-            listing.totals.add(*child);
-            listing.children.add(*child, ++listing.finished);
-        }
-    });
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, pending.size()),
+                      [&](const tbb::blocked_range<std::size_t>& range) {
+                          for (std::size_t i = range.begin(); i != range.end(); ++i) {
+                              if (stop_.stopRequested()) {
+                                  stopped = true;
+                                  return;
+                              }
+                              std::string childPath = path;
+                              if (childPath.empty() || childPath.back() != '/') childPath += '/';
+                              childPath.append(listing.names, pending[i].nameOffset, pending[i].nameLength);
+                              std::optional<Node> child;
+                              try {
+                                  child = pending[i].own ? build(childPath, depth + 1, &here, pending[i].own)
+                                                         : buildListedDirectory(childPath, depth + 1, &here);
+                              } catch (const CancellationError&) {
+                                  stopped = true;
+                                  return;
+                              }
+                              if (!child) continue; // vanished since the listing, or a dangling link
+                              child->nameOffset = pending[i].nameOffset;
+                              child->nameLength = pending[i].nameLength;
+                              std::lock_guard lock(mutex);
+                              listing.totals.add(*child);
+                              listing.children.add(*child, ++listing.finished);
+                          }
+                      });
     if (stopped) throw CancellationError{};
 }
 
@@ -394,15 +432,15 @@ Run TreeBuilder::keptRun(Listing& listing) const {
 
 // At the depth limit: no nodes, every entry measured whole. False when the
 // directory cannot be read.
-bool TreeBuilder::measureCutOff(const std::string& path, Node& node) {
+bool TreeBuilder::measureCutOff(const std::string& path, Node& node, FileStatus& opened) {
     Totals totals;
     std::vector<std::string> directories;
-    const bool readable = readOneLevel(path, [&](const WalkEntry& entry) {
+    const bool readable = readOneLevel(path, WalkStatus::regularFiles, opened, [&](const WalkEntry& entry) {
         if (entry.kind == FileKind::directory) {
             directories.push_back(entry.path);
             return;
         }
-        const SpaceLensEngine::Measure measure = entryMeasure(*entry.status);
+        const SpaceLensEngine::Measure measure = entryMeasure(entry.kind, entry.status);
         totals.add(measure.allocated, measure.logical, measure.count);
         if (progress_) progress_(entry.path, measure.allocated);
     });

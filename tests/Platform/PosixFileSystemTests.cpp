@@ -82,7 +82,8 @@ protected:
 };
 
 TEST_F(WalkTest, VisitsEveryEntryOnceInPreOrderObeysOptionsAndActionsAndReportsFailures) {
-    for (WalkStatus mode : {WalkStatus::all, WalkStatus::none, WalkStatus::regularFiles}) {
+    for (WalkStatus mode :
+         {WalkStatus::all, WalkStatus::none, WalkStatus::regularFiles, WalkStatus::allButDirectories}) {
         const Walked walked = walk(fs, root, {.status = mode});
         ASSERT_EQ(walked.paths, allBut({})) << "each entry once, nothing behind a link";
         for (std::size_t i = 0; i < walked.visits.size(); ++i) {
@@ -93,7 +94,8 @@ TEST_F(WalkTest, VisitsEveryEntryOnceInPreOrderObeysOptionsAndActionsAndReportsF
             EXPECT_EQ(v.depth, static_cast<int>(paths::components(v.path).size())) << v.path;
             // Kinds come from the directory read: links are reported as links and never entered.
             EXPECT_EQ(v.kind, tree.at(v.path)) << v.path;
-            const bool stated = mode == WalkStatus::all || (mode == WalkStatus::regularFiles && v.kind == regular);
+            const bool stated = mode == WalkStatus::all || (mode == WalkStatus::regularFiles && v.kind == regular) ||
+                                (mode == WalkStatus::allButDirectories && v.kind != directory);
             ASSERT_EQ(v.status.has_value(), stated) << v.path << " with WalkStatus " << static_cast<int>(mode);
             // The status is the entry's own lstat, not its target's.
             EXPECT_TRUE(!v.status || v.status->kind == v.kind) << v.path;
@@ -128,6 +130,58 @@ TEST_F(WalkTest, VisitsEveryEntryOnceInPreOrderObeysOptionsAndActionsAndReportsF
     });
     EXPECT_EQ(raced.failures, (Failures{{".hidden", errnoCode(ENOENT), WalkFailure::directory},
                                         {first == "b" ? "a/a1.txt" : "a/b", errnoCode(ENOENT), WalkFailure::entry}}));
+}
+
+TEST_F(WalkTest, TheOpenedRootIsShownBeforeAnyEntryFromTheDirectoryThatIsRead) {
+    home.makeSymlink("to-tree", "tree");
+    for (const std::string& path : {root, home.at("to-tree")}) {
+        std::optional<FileStatus> opened;
+        bool entryBeforeRoot = false;
+        WalkCallbacks callbacks;
+        callbacks.visit = [&](const WalkEntry&) {
+            entryBeforeRoot = entryBeforeRoot || !opened;
+            return WalkAction::skipDescendants;
+        };
+        callbacks.openedRoot = [&](const FileStatus& status) { opened = status; };
+        fs.walk(path, {}, callbacks);
+        ASSERT_TRUE(opened) << path;
+        EXPECT_FALSE(entryBeforeRoot) << path;
+        // A link at the root is followed: what is shown is the directory read.
+        EXPECT_EQ(opened->kind, directory) << path;
+        EXPECT_EQ(opened->identity(), identityOf(root)) << path;
+    }
+
+    // Nothing opened, nothing shown: the failure alone is reported.
+    bool shown = false;
+    WalkCallbacks callbacks;
+    callbacks.visit = [](const WalkEntry&) { return WalkAction::proceed; };
+    callbacks.onError = [](const std::string&, std::error_code, WalkFailure) {};
+    callbacks.openedRoot = [&](const FileStatus&) { shown = true; };
+    fs.walk(root + "/c.txt", {}, callbacks);
+    fs.walk(root + "/missing", {}, callbacks);
+    EXPECT_FALSE(shown);
+}
+
+TEST_F(PosixFileSystemTest, ADirectoryLargerThanOneReadIsListedAndWalkedWhole) {
+    // 3,000 names of 100 bytes: several times what one read of the directory returns.
+    std::set<std::string> names;
+    for (int i = 0; i < 3000; ++i) {
+        std::string name = std::to_string(i);
+        name.resize(100, 'x');
+        home.writeFile("big/" + name, "");
+        names.insert(name);
+    }
+    PlatformError error;
+    std::set<std::string> listed;
+    for (const DirectoryEntry& entry : fs.contentsOfDirectory(home.at("big"), {}, error)) listed.insert(entry.name);
+    EXPECT_EQ(listed, names);
+    std::set<std::string> walked;
+    fs.walk(home.at("big"), {.status = WalkStatus::none}, {[&](const WalkEntry& entry) {
+        walked.insert(std::string(entry.name));
+        return WalkAction::proceed;
+    }, nullptr});
+    EXPECT_EQ(walked, names);
+    EXPECT_EQ(fs.measureTree(home.at("big"), {}).files.count, 3000);
 }
 
 // ---- links, writing, removing

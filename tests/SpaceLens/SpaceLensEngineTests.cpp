@@ -2,6 +2,8 @@
 #include <mutex>
 
 #include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <tbb/task_arena.h>
 
 #include "SpaceLens/SpaceLensEngine.hpp"
@@ -88,6 +90,38 @@ TEST_F(SpaceLensEngineTest, LinksOpenWhereTheyLeadAtOpenedLevelsAndDanglingOnesA
     ASSERT_TRUE(link.children);
     EXPECT_EQ(std::tuple(link.logicalSizeBytes, link.itemCount), std::tuple(50000L, 2L)); // the file and the inner link
     EXPECT_FALSE(children.at("back")->children);
+}
+
+// Every node is dated by its own status: an opened or cut-off directory by
+// the directory itself as it was before the scan read it (reading a
+// directory may move its access date), a link by the link, never by what it
+// leads to.
+TEST_F(SpaceLensEngineTest, NodesAreDatedByTheirOwnStatus) {
+    home.writeFile("t/opened/cut/file", 10);
+    home.writeFile("elsewhere/file", 10);
+    home.makeSymlink("t/link", home.at("elsewhere"));
+    const auto setDates = [&](const std::string& relative, std::int64_t accessed, std::int64_t modified) {
+        const struct timespec times[2] = {{static_cast<time_t>(accessed), 0}, {static_cast<time_t>(modified), 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, home.at(relative).c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << relative;
+    };
+    setDates("t/opened/cut", 1'100'000'000, 1'000'000'000);
+    setDates("t/opened", 1'300'000'000, 1'200'000'000);
+    setDates("t/link", 1'500'000'000, 1'400'000'000);
+    setDates("elsewhere", 1'700'000'000, 1'600'000'000);
+    const SpaceNode root = scan("t", 2);
+    using Dates = std::pair<std::int64_t, std::int64_t>; // seconds since 1970: accessed, modified
+    const auto dated = [](const SpaceNode& node) {
+        const auto seconds = [](Date date) {
+            return std::chrono::duration_cast<std::chrono::seconds>(date.time_since_epoch()).count();
+        };
+        return Dates(seconds(node.lastAccessedDate.value()), seconds(node.lastModifiedDate.value()));
+    };
+    const auto children = byName(root);
+    const SpaceNode& opened = *children.at("opened");
+    EXPECT_EQ(dated(opened), Dates(1'300'000'000, 1'200'000'000));
+    ASSERT_EQ(opened.children.value().size(), 1u);
+    EXPECT_EQ(dated(opened.children->front()), Dates(1'100'000'000, 1'000'000'000));
+    EXPECT_EQ(dated(*children.at("link")), Dates(1'500'000'000, 1'400'000'000));
 }
 
 TEST_F(SpaceLensEngineTest, UnreadableDirectoriesAreEmptyAndACancelledScanFails) {

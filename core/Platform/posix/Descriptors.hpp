@@ -10,7 +10,6 @@
 #include <system_error>
 #include <utility>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h> // renameat, renameat2, renameatx_np
 #include <unistd.h>
@@ -52,21 +51,6 @@ public:
 
 private:
     int fd_;
-};
-
-// Closes a directory stream (and its descriptor) on every way out.
-class DirGuard {
-public:
-    explicit DirGuard(DIR* dir) : dir_(dir) {}
-    ~DirGuard() {
-        if (dir_) ::closedir(dir_);
-    }
-    DirGuard(const DirGuard&) = delete;
-    DirGuard& operator=(const DirGuard&) = delete;
-    DIR* get() const { return dir_; }
-
-private:
-    DIR* dir_;
 };
 
 // The name of the call behind renameWithoutReplacing, for its errors.

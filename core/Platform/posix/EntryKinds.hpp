@@ -34,6 +34,7 @@ inline bool needsStatus(WalkStatus wanted, unsigned char type) {
     switch (wanted) {
     case WalkStatus::all: return true;
     case WalkStatus::regularFiles: return type == DT_REG || type == DT_UNKNOWN;
+    case WalkStatus::allButDirectories: return type != DT_DIR;
     case WalkStatus::none: return type == DT_UNKNOWN;
     }
     return true;

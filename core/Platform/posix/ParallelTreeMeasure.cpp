@@ -13,6 +13,7 @@
 #include <tbb/task_group.h>
 
 #include "Platform/posix/Descriptors.hpp"
+#include "Platform/posix/DirectoryStream.hpp"
 #include "Platform/posix/EntryKinds.hpp"
 #include "Platform/posix/PosixFileSystem.hpp"
 #include "Platform/posix/TreeWalker.hpp"
@@ -37,17 +38,17 @@ int sharedDescriptorBudget() {
 // closed when the last of them has let go of it.
 class SharedDirectory {
 public:
-    SharedDirectory(DIR* dir, std::atomic<int>& openCount) : dir_(dir), openCount_(openCount) { ++openCount_; }
-    ~SharedDirectory() {
-        ::closedir(dir_);
-        --openCount_;
+    SharedDirectory(DirectoryStream directory, std::atomic<int>& openCount)
+        : directory_(std::move(directory)), openCount_(openCount) {
+        ++openCount_;
     }
+    ~SharedDirectory() { --openCount_; }
     SharedDirectory(const SharedDirectory&) = delete;
     SharedDirectory& operator=(const SharedDirectory&) = delete;
-    int fd() const { return dirfd(dir_); }
+    int fd() const { return directory_.fd(); }
 
 private:
-    DIR* dir_;
+    DirectoryStream directory_;
     std::atomic<int>& openCount_;
 };
 
@@ -77,49 +78,35 @@ private:
     // otherwise.
     void measureDirectory(int fd, bool isRoot) {
         TreeMeasure& local = locals_.local();
-        DIR* dir = ::fdopendir(fd);
-        if (dir == nullptr) {
-            local.addFailure(WalkFailure::directory, lastError(), isRoot);
-            ::close(fd);
-            return;
-        }
+        DirectoryStream directory(fd);
         std::string names; // every subdirectory's name, each ended by a NUL
         std::vector<Subdirectory> subdirectories;
         struct stat st {};
-        for (;;) {
-            errno = 0;
-            const struct dirent* entry = ::readdir(dir);
-            if (entry == nullptr) {
-                if (errno != 0) local.addFailure(WalkFailure::directory, lastError(), isRoot); // keep what was read
-                break;
-            }
-            const char* name = entry->d_name;
-            if (isDotOrDotDot(name) || (options_.skipHiddenFiles && name[0] == '.')) continue;
-            FileKind kind = kindFromDirent(entry->d_type);
+        const std::error_code error = directory.readAll([&](const char* name, unsigned char type) {
+            if (options_.skipHiddenFiles && name[0] == '.') return;
+            FileKind kind = kindFromDirent(type);
             bool examined = false;
-            if (needsStatus(options_.status, entry->d_type)) {
-                if (::fstatat(dirfd(dir), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (needsStatus(options_.status, type)) {
+                if (::fstatat(directory.fd(), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
                     local.addFailure(WalkFailure::entry, lastError(), false);
-                    continue;
+                    return;
                 }
                 const FileStatus status = fileStatusOf(st);
                 kind = status.kind;
                 examined = true;
                 local.add(status, options_.inodes);
             }
-            if (kind != FileKind::directory) continue;
-            if (!options_.descendIntoPackages && isPackageExtension(extensionOf(name))) continue;
-            subdirectories.push_back(Subdirectory{names.size(), examined, examined ? st.st_dev : 0,
-                                                  examined ? st.st_ino : 0});
+            if (kind != FileKind::directory) return;
+            if (!options_.descendIntoPackages && isPackageExtension(extensionOf(name))) return;
+            subdirectories.push_back(
+                Subdirectory{names.size(), examined, examined ? st.st_dev : 0, examined ? st.st_ino : 0});
             names.append(name);
             names.push_back('\0');
-        }
-        if (subdirectories.empty()) {
-            ::closedir(dir);
-            return;
-        }
+        });
+        if (error) local.addFailure(WalkFailure::directory, error, isRoot); // keep what was read
+        if (subdirectories.empty()) return;
         if (openCount_.load(std::memory_order_relaxed) < budget_) {
-            auto shared = std::make_shared<SharedDirectory>(dir, openCount_);
+            auto shared = std::make_shared<SharedDirectory>(std::move(directory), openCount_);
             auto sharedNames = std::make_shared<const std::string>(std::move(names));
             for (const Subdirectory& subdirectory : subdirectories) {
                 group_.run([this, shared, sharedNames, subdirectory] {
@@ -130,10 +117,9 @@ private:
             return;
         }
         for (const Subdirectory& subdirectory : subdirectories) {
-            const int child = openSubdirectory(dirfd(dir), names.data(), subdirectory);
+            const int child = openSubdirectory(directory.fd(), names.data(), subdirectory);
             if (child >= 0) measureSerially(child, local);
         }
-        ::closedir(dir);
     }
 
     // Opens a subdirectory without following a link; when it was examined,

@@ -18,6 +18,7 @@
 
 #include "Platform/posix/AnchoredDirectory.hpp"
 #include "Platform/posix/Descriptors.hpp"
+#include "Platform/posix/DirectoryStream.hpp"
 #include "Platform/posix/EntryKinds.hpp"
 #include "Platform/posix/ParallelTreeMeasure.hpp"
 #include "Platform/posix/TreeRemoval.hpp"
@@ -28,7 +29,6 @@
 namespace unbulk {
 
 using posix::containsNul;
-using posix::DirGuard;
 using posix::FdGuard;
 using posix::isDotOrDotDot;
 using posix::kindFromDirent;
@@ -134,29 +134,17 @@ std::vector<DirectoryEntry> PosixFileSystem::contentsOfDirectory(const std::stri
         error = posix::failed("open", path);
         return entries;
     }
-    DIR* dir = ::fdopendir(fd);
-    if (!dir) {
-        error = posix::failed("fdopendir", path);
-        ::close(fd);
-        return entries;
-    }
-    DirGuard guard(dir);
-    while (true) {
-        errno = 0;
-        struct dirent* entry = ::readdir(dir);
-        if (!entry) {
-            if (errno != 0) error = posix::failed("readdir", path);
-            break;
-        }
-        if (isDotOrDotDot(entry->d_name)) continue;
-        if (options.skipHiddenFiles && entry->d_name[0] == '.') continue;
-        FileKind kind = kindFromDirent(entry->d_type);
-        if (entry->d_type == DT_UNKNOWN) {
+    posix::DirectoryStream directory(fd);
+    const std::error_code readError = directory.readAll([&](const char* name, unsigned char type) {
+        if (options.skipHiddenFiles && name[0] == '.') return;
+        FileKind kind = kindFromDirent(type);
+        if (type == DT_UNKNOWN) {
             struct stat st;
-            if (::fstatat(dirfd(dir), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0) kind = kindFromMode(st.st_mode);
+            if (::fstatat(directory.fd(), name, &st, AT_SYMLINK_NOFOLLOW) == 0) kind = kindFromMode(st.st_mode);
         }
-        entries.push_back(DirectoryEntry{entry->d_name, kind});
-    }
+        entries.push_back(DirectoryEntry{name, kind});
+    });
+    if (readError) error = posix::failedWith(readError.value(), posix::readDirectoryCall, path);
     return entries;
 }
 
@@ -167,6 +155,15 @@ void PosixFileSystem::walk(const std::string& root, const WalkOptions& options, 
     if (fd < 0) {
         if (callbacks.onError) callbacks.onError(root, lastError(), WalkFailure::directory);
         return;
+    }
+    if (callbacks.openedRoot) {
+        struct stat st {};
+        if (::fstat(fd, &st) != 0) {
+            if (callbacks.onError) callbacks.onError(root, lastError(), WalkFailure::directory);
+            ::close(fd);
+            return;
+        }
+        callbacks.openedRoot(fromStat(st));
     }
     posix::TreeWalker walker(posix::TreeWalkerOptions{
         .status = options.status,

@@ -10,15 +10,6 @@
 
 namespace unbulk::posix {
 
-int TreeWalker::Frame::descriptor() const { return dir != nullptr ? dirfd(dir) : fd; }
-
-void TreeWalker::Frame::close() {
-    if (dir != nullptr) ::closedir(dir);
-    if (fd >= 0) ::close(fd);
-    dir = nullptr;
-    fd = -1;
-}
-
 void TreeWalker::report(const TreeWalkerHooks& hooks, std::error_code error, WalkFailure failure) const {
     if (hooks.onError) hooks.onError(path_, error, failure);
 }
@@ -29,7 +20,7 @@ void TreeWalker::closeAll() {
 }
 
 // Reads the whole directory into frame `top_` (already chosen) and keeps its
-// stream open. Entries are read before any is visited, so that the stream
+// descriptor open. False when nothing could be read. Entries are read before any is visited, so that the stream
 // can be closed later without losing the place.
 bool TreeWalker::enter(int fd, int depth, std::size_t pathLength, const TreeWalkerHooks& hooks) {
     Frame& frame = frames_[top_];
@@ -38,28 +29,21 @@ bool TreeWalker::enter(int fd, int depth, std::size_t pathLength, const TreeWalk
     frame.next = 0;
     frame.pathLength = pathLength;
     frame.depth = depth;
-    frame.fd = -1;
-    frame.dir = ::fdopendir(fd);
-    if (frame.dir == nullptr) {
-        report(hooks, lastError(), WalkFailure::directory);
-        ::close(fd);
-        return false;
-    }
+    frame.directory = DirectoryStream(fd);
     ++openCount_;
-    for (;;) {
-        errno = 0;
-        const struct dirent* entry = ::readdir(frame.dir);
-        if (entry == nullptr) {
-            if (errno != 0) report(hooks, lastError(), WalkFailure::directory); // keep what was read
-            break;
-        }
-        const char* name = entry->d_name;
-        if (isDotOrDotDot(name) || (options_.skipHiddenFiles && name[0] == '.')) continue;
-        frame.items.push_back(Item{frame.names.size(), entry->d_type});
+    const std::error_code error = frame.directory.readAll([&](const char* name, unsigned char type) {
+        if (options_.skipHiddenFiles && name[0] == '.') return;
+        frame.items.push_back(Item{frame.names.size(), type});
         frame.names.append(name);
         frame.names.push_back('\0');
-    }
-    return true;
+    });
+    if (!error) return true;
+    report(hooks, error, WalkFailure::directory);
+    if (!frame.items.empty()) return true; // keep what was read
+    // Nothing could be read: the directory is not entered, and not left.
+    frame.close();
+    --openCount_;
+    return false;
 }
 
 // Keeps at most the configured number of directories open: the root always,
@@ -99,7 +83,7 @@ bool TreeWalker::reopenParentOf(std::size_t index, const TreeWalkerHooks& hooks)
         report(hooks, changedSinceCheckedError(), WalkFailure::directory);
         return false;
     }
-    parent.fd = fd;
+    parent.directory = DirectoryStream(fd);
     ++openCount_;
     firstOpen_ = index - 1;
     return true;

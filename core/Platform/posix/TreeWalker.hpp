@@ -8,10 +8,10 @@
 #include <system_error>
 #include <vector>
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include "Platform/FileSystem.hpp"
+#include "Platform/posix/DirectoryStream.hpp"
 
 namespace unbulk::posix {
 
@@ -71,9 +71,8 @@ private:
         unsigned char type;
     };
     struct Frame {
-        DIR* dir = nullptr; // the stream that read the directory; owns fd
-        int fd = -1;        // a descriptor got back through "..", when dir is gone
-        std::string names;  // every entry's name, each ended by a NUL
+        DirectoryStream directory; // read when entered; or got back through ".."
+        std::string names;         // every entry's name, each ended by a NUL
         std::vector<Item> items;
         std::size_t next = 0;
         std::size_t pathLength = 0;
@@ -81,9 +80,9 @@ private:
         ino_t inode = 0;
         int depth = 0;
 
-        int descriptor() const;
-        bool isOpen() const { return dir != nullptr || fd >= 0; }
-        void close();
+        int descriptor() const { return directory.fd(); }
+        bool isOpen() const { return directory.isOpen(); }
+        void close() { directory.close(); }
     };
 
     bool enter(int fd, int depth, std::size_t pathLength, const TreeWalkerHooks& hooks);
