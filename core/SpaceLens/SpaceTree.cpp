@@ -1,5 +1,10 @@
 #include "SpaceLens/SpaceTree.hpp"
 
+#include <memory>
+
+#include <tbb/parallel_pipeline.h>
+#include <tbb/task_arena.h>
+
 #include "Support/FileURL.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
@@ -43,47 +48,146 @@ SpaceNode recordOf(const SpaceTree& tree, const SpaceTree::Node& node, std::stri
 
 // Writes the pretty form of the tree, node by node, in the order and layout
 // of the document writer: keys sorted, two spaces a level, an object's
-// children array between its first key and the rest.
+// children array between its first key and the rest. A heavy run's children
+// are written in batches on every thread and handed on in order.
 class PrettyWriter {
 public:
-    PrettyWriter(DateEncoding dates, const TextSink& write)
-        : dates_(dates), write_(write) {}
+    // `parallelLevels`: how many nested runs may yet be shared among threads.
+    PrettyWriter(const SpaceTree& tree, DateEncoding dates, const TextSink& write, const JsonSharing& sharing,
+                 const std::vector<std::uint64_t>& weights, int parallelLevels)
+        : tree_(tree), dates_(dates), write_(write), sharing_(sharing), weights_(weights),
+          parallelLevels_(parallelLevels) {}
 
-    void run(const SpaceTree& tree) {
-        path_ = tree.rootPath();
-        const std::string rootName = tree.rootName();
-        open(tree.root(), 0);
+    void run() {
+        path_ = tree_.rootPath();
+        writeNode(tree_.root(), tree_.rootName(), 0);
+        flush();
+    }
+
+private:
+    // A node and everything below it, at `level`; path_ is its path.
+    void writeNode(const SpaceTree::Node& node, std::string_view name, int level) {
+        open(node, level);
         std::vector<Frame> stack;
-        if (!enterChildren(tree, tree.root(), 0, stack, rootName)) close(tree.root(), rootName, 0);
+        if (!enterChildren(node, level, stack, name)) close(node, name, level);
         while (!stack.empty()) {
             Frame& frame = stack.back();
             if (frame.next == frame.run->nodes.size()) {
-                // The array ends; the rest of its owner follows.
-                out_ += '\n';
-                indent(4 * frame.level + 2);
-                out_ += "],\n";
                 path_.resize(frame.pathLength);
+                endChildren(frame.level);
                 const Frame finished = frame;
                 stack.pop_back();
                 close(*finished.owner, finished.ownerName, finished.level);
                 continue;
             }
             const SpaceTree::Node& child = frame.run->nodes[frame.next];
-            const std::string_view name = frame.run->name(child);
-            out_ += frame.next == 0 ? "\n" : ",\n";
-            ++frame.next;
+            const std::string_view childName = frame.run->name(child);
+            const int childLevel = frame.level + 1;
+            startChild(frame.next++, childLevel);
             path_.resize(frame.pathLength);
-            appendComponent(path_, name);
-            const int level = frame.level + 1;
-            indent(4 * level);
-            open(child, level);
-            if (!enterChildren(tree, child, level, stack, name)) close(child, name, level);
+            appendComponent(path_, childName);
+            open(child, childLevel);
+            if (!enterChildren(child, childLevel, stack, childName)) close(child, childName, childLevel);
             flushIfFull();
         }
-        write_(out_);
     }
 
-private:
+    // What comes before a child of a children array, and after the last.
+    void startChild(std::size_t index, int level) {
+        out_ += index == 0 ? "\n" : ",\n";
+        indent(4 * level);
+    }
+    void endChildren(int ownerLevel) {
+        out_ += '\n';
+        indent(4 * ownerLevel + 2);
+        out_ += "],\n";
+    }
+
+    std::uint64_t weightOf(const SpaceTree::Node& node) const {
+        return 1 + (node.children == SpaceTree::noChildren ? 0 : weights_[node.children]);
+    }
+
+    // Consecutive children of one run, written together: a batch of light
+    // ones, written on any thread and held, or one heavy one, written as it
+    // goes when its turn comes.
+    struct Batch {
+        std::size_t begin = 0;
+        std::size_t end = 0;
+        bool heavy = false;
+        std::vector<std::string> pieces;
+    };
+
+    // The children of `run`, whose owner at `ownerLevel` has path_ for its
+    // path and has opened its array; each batch is written by a writer of
+    // its own and handed on in order.
+    void writeChildrenShared(const SpaceTree::Run& run, int ownerLevel) {
+        const std::size_t ownerPathLength = path_.size();
+        const std::string ownerPath = path_;
+        flush();
+        std::size_t next = 0;
+        const auto tokens = static_cast<std::size_t>(2 * tbb::this_task_arena::max_concurrency());
+        tbb::parallel_pipeline(tokens, tbb::make_filter<void, std::shared_ptr<Batch>>(
+                                           tbb::filter_mode::serial_in_order,
+                                           [&](tbb::flow_control& control) -> std::shared_ptr<Batch> {
+                                               if (next == run.nodes.size()) {
+                                                   control.stop();
+                                                   return nullptr;
+                                               }
+                                               auto batch = std::make_shared<Batch>();
+                                               batch->begin = next;
+                                               batch->heavy = weightOf(run.nodes[next]) > sharing_.bufferedUpTo;
+                                               std::uint64_t weight = 0;
+                                               do {
+                                                   weight += weightOf(run.nodes[next]);
+                                                   ++next;
+                                               } while (!batch->heavy && next < run.nodes.size() &&
+                                                        weight < sharing_.batchNodes &&
+                                                        weightOf(run.nodes[next]) <= sharing_.bufferedUpTo);
+                                               batch->end = next;
+                                               return batch;
+                                           }) &
+                                           tbb::make_filter<std::shared_ptr<Batch>, std::shared_ptr<Batch>>(
+                                               tbb::filter_mode::parallel,
+                                               [&](std::shared_ptr<Batch> batch) {
+                                                   if (batch->heavy) return batch;
+                                                   const TextSink keep = [&](std::string_view piece) {
+                                                       batch->pieces.emplace_back(piece);
+                                                   };
+                                                   PrettyWriter writer(tree_, dates_, keep, sharing_, weights_, 0);
+                                                   writer.path_ = ownerPath;
+                                                   writer.writeChildren(run, batch->begin, batch->end, ownerLevel);
+                                                   writer.flush();
+                                                   return batch;
+                                               }) &
+                                           tbb::make_filter<std::shared_ptr<Batch>, void>(
+                                               tbb::filter_mode::serial_in_order, [&](std::shared_ptr<Batch> batch) {
+                                                   if (!batch->heavy) {
+                                                       for (const std::string& piece : batch->pieces)
+                                                           write_(piece);
+                                                       return;
+                                                   }
+                                                   path_.resize(ownerPathLength);
+                                                   writeChildren(run, batch->begin, batch->end, ownerLevel);
+                                                   flush();
+                                               }));
+        path_.resize(ownerPathLength);
+        endChildren(ownerLevel);
+    }
+
+    // Children [begin, end) of `run`, whole, after what comes before each.
+    void writeChildren(const SpaceTree::Run& run, std::size_t begin, std::size_t end, int ownerLevel) {
+        const std::size_t ownerPathLength = path_.size();
+        for (std::size_t i = begin; i < end; ++i) {
+            const SpaceTree::Node& child = run.nodes[i];
+            startChild(i, ownerLevel + 1);
+            path_.resize(ownerPathLength);
+            appendComponent(path_, run.name(child));
+            writeNode(child, run.name(child), ownerLevel + 1);
+            flushIfFull();
+        }
+        path_.resize(ownerPathLength);
+    }
+
     struct Frame {
         const SpaceTree::Node* owner;
         std::string_view ownerName;
@@ -109,10 +213,11 @@ private:
         out_ += ",\n";
     }
 
-    // Starts the children array; false when the node has none to open.
-    bool enterChildren(const SpaceTree& tree, const SpaceTree::Node& node, int level, std::vector<Frame>& stack,
-                       std::string_view name) {
-        const SpaceTree::Run* run = tree.children(node);
+    // Starts the children array; false when the node has none to open, or
+    // when they are written already (shared among threads: a heavy run with
+    // more than one child).
+    bool enterChildren(const SpaceTree::Node& node, int level, std::vector<Frame>& stack, std::string_view name) {
+        const SpaceTree::Run* run = tree_.children(node);
         if (run == nullptr) return false;
         key(level, "children");
         if (run->nodes.empty()) {
@@ -120,6 +225,12 @@ private:
             return false;
         }
         out_ += '[';
+        if (parallelLevels_ > 0 && run->nodes.size() > 1 && weights_[node.children] >= sharing_.parallelFrom) {
+            --parallelLevels_;
+            writeChildrenShared(*run, level);
+            ++parallelLevels_;
+            return false;
+        }
         stack.push_back(Frame{&node, name, run, 0, path_.size(), level});
         return true;
     }
@@ -178,16 +289,50 @@ private:
     // Whole tokens only are in the buffer, so any point between them is a
     // place to hand it on.
     void flushIfFull() {
-        if (out_.size() < 1 << 16) return;
+        if (out_.size() >= 1 << 16) flush();
+    }
+    void flush() {
+        if (out_.empty()) return;
         write_(out_);
         out_.clear();
     }
 
+    const SpaceTree& tree_;
     DateEncoding dates_;
     const TextSink& write_;
+    const JsonSharing& sharing_;
+    const std::vector<std::uint64_t>& weights_;
+    int parallelLevels_;
     std::string out_;
     std::string path_;
 };
+
+// How many nodes each run holds, its descendants' included, by run index.
+// Worked out bottom up without recursion, whatever the depth.
+std::vector<std::uint64_t> runWeights(const SpaceTree& tree) {
+    std::vector<std::uint64_t> weights(tree.runCount(), 0);
+    std::vector<bool> done(tree.runCount(), false);
+    if (tree.children(tree.root()) == nullptr) return weights;
+    std::vector<std::pair<const SpaceTree::Node*, std::size_t>> stack{{&tree.root(), 0}};
+    while (!stack.empty()) {
+        auto& [owner, next] = stack.back();
+        const SpaceTree::Run& run = *tree.children(*owner);
+        while (next < run.nodes.size() &&
+               (run.nodes[next].children == SpaceTree::noChildren || done[run.nodes[next].children]))
+            ++next;
+        if (next < run.nodes.size()) {
+            stack.emplace_back(&run.nodes[next], 0);
+            continue;
+        }
+        std::uint64_t weight = run.nodes.size();
+        for (const SpaceTree::Node& node : run.nodes)
+            if (node.children != SpaceTree::noChildren) weight += weights[node.children];
+        weights[owner->children] = weight;
+        done[owner->children] = true;
+        stack.pop_back();
+    }
+    return weights;
+}
 
 } // namespace
 
@@ -198,8 +343,12 @@ std::string SpaceTree::rootName() const { return paths::lastComponent(rootPath_)
 
 SpaceNode SpaceTree::toSpaceNode() const { return recordOf(*this, root_, rootPath_, rootName()); }
 
-void writeJson(const SpaceTree& tree, DateEncoding dates, const TextSink& write) {
-    PrettyWriter(dates, write).run(tree);
+void writeJson(const SpaceTree& tree, DateEncoding dates, const TextSink& write, JsonSharing sharing) {
+    // Shared among threads at most this many runs deep: the writing recurses
+    // only there, so the depth of a tree costs no stack.
+    constexpr int parallelLevels = 4;
+    const std::vector<std::uint64_t> weights = runWeights(tree);
+    PrettyWriter(tree, dates, write, sharing, weights, parallelLevels).run();
 }
 
 } // namespace unbulk

@@ -68,15 +68,30 @@ public:
     // The record, with every node's path and URL spelled out.
     SpaceNode toSpaceNode() const;
 
+    std::size_t runCount() const { return runs_.size(); }
+
 private:
     std::string rootPath_;
     Node root_;
     std::vector<Run> runs_;
 };
 
+// How writeJson shares the writing among threads; the text is the same
+// whatever it says. The children of a run that holds at least `parallelFrom`
+// nodes (its descendants' included) are written in batches of about
+// `batchNodes` nodes on as many threads as there are, and handed on in
+// order; a child heavier than `bufferedUpTo` nodes is written as it goes,
+// never held, so that no more than a few batches are ever held at once.
+struct JsonSharing {
+    std::uint64_t parallelFrom = 2048;
+    std::uint64_t batchNodes = 256;
+    std::uint64_t bufferedUpTo = 16384;
+};
+
 // Exactly the bytes of json::pretty(toJson(tree.toSpaceNode(), dates)),
-// handed to `write` in pieces of whole characters as they are made, so that
-// no document and no whole text is ever held.
-void writeJson(const SpaceTree& tree, DateEncoding dates, const TextSink& write);
+// handed to `write` in pieces of whole characters, in order and one at a
+// time (from any thread), as they are made: no document and no whole text
+// is ever held.
+void writeJson(const SpaceTree& tree, DateEncoding dates, const TextSink& write, JsonSharing sharing = {});
 
 } // namespace unbulk

@@ -57,11 +57,22 @@ void generate(const testing::TempHome& home, const std::string& root, unsigned s
     home.makeSymlink(root + "/d2/back", home.at(root));
 }
 
-std::string streamed(const SpaceTree& tree, DateEncoding dates) {
+std::string streamed(const SpaceTree& tree, DateEncoding dates, JsonSharing sharing = {}) {
     std::string text;
-    writeJson(tree, dates, [&](std::string_view piece) { text += piece; });
+    writeJson(
+        tree, dates, [&](std::string_view piece) { text += piece; }, sharing);
     return text;
 }
+
+// Ways of sharing the writing: the default, which the small trees here do
+// not reach; every run of two nodes or more shared, in batches of one or
+// two, heavy children written as they go at every size.
+const JsonSharing everyWayOfSharing[] = {
+    {},
+    {.parallelFrom = 2, .batchNodes = 1, .bufferedUpTo = 1},
+    {.parallelFrom = 2, .batchNodes = 2, .bufferedUpTo = 3},
+    {.parallelFrom = 8, .batchNodes = 5, .bufferedUpTo = 20},
+};
 
 struct NoFileTypes final : FileTypes {
     std::optional<TypeConformance> conformanceForExtension(const std::string&) const override { return std::nullopt; }
@@ -80,8 +91,11 @@ TEST(SpaceTreeTest, StreamedJsonIsTheRecordsOwnEncodingByteForByte) {
             const SpaceTree tree = engine.scanTree(FileURL(home.at(root)), depth);
             const SpaceNode record = tree.toSpaceNode();
             for (const DateEncoding dates : {DateEncoding::secondsSinceReferenceDate, DateEncoding::iso8601}) {
-                EXPECT_EQ(streamed(tree, dates), json::pretty(toJson(record, dates)))
-                    << "seed " << seed << ", depth " << depth;
+                const std::string expected = json::pretty(toJson(record, dates));
+                for (std::size_t way = 0; way < std::size(everyWayOfSharing); ++way) {
+                    EXPECT_EQ(streamed(tree, dates, everyWayOfSharing[way]), expected)
+                        << "seed " << seed << ", depth " << depth << ", sharing " << way;
+                }
             }
         }
     }
@@ -112,13 +126,18 @@ TEST(SpaceTreeTest, JsonIsHandedOnInBoundedPiecesOfWholeCharacters) {
     testing::TempHome home;
     for (int i = 0; i < 1500; ++i)
         home.writeFile("t/\xC3\xA9t\xC3\xA9-" + std::to_string(i), static_cast<std::uintmax_t>(i));
-    const SpaceTree tree = SpaceLensEngine(makeDefaultFileSystem(), std::make_shared<NoFileTypes>()).scanTree(FileURL(home.at("t")), 1);
-    std::vector<std::string> pieces;
-    writeJson(tree, DateEncoding::secondsSinceReferenceDate, [&](std::string_view piece) { pieces.emplace_back(piece); });
-    ASSERT_GT(pieces.size(), 4u);
-    for (const auto& piece : pieces) {
-        EXPECT_LT(piece.size(), 80'000u);
-        EXPECT_TRUE(unicode::scalars(piece).has_value());
+    const SpaceTree tree =
+        SpaceLensEngine(makeDefaultFileSystem(), std::make_shared<NoFileTypes>()).scanTree(FileURL(home.at("t")), 1);
+    for (const JsonSharing& sharing : everyWayOfSharing) {
+        std::vector<std::string> pieces;
+        writeJson(
+            tree, DateEncoding::secondsSinceReferenceDate, [&](std::string_view piece) { pieces.emplace_back(piece); },
+            sharing);
+        ASSERT_GT(pieces.size(), 4u);
+        for (const auto& piece : pieces) {
+            EXPECT_LT(piece.size(), 80'000u);
+            EXPECT_TRUE(unicode::scalars(piece).has_value());
+        }
     }
 }
 
