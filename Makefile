@@ -45,7 +45,8 @@ tsan:
 	@ctest --preset tsan -j $(JOBS) -L threaded --no-tests=error
 
 # libFuzzer targets in the asan tree (clang 16), each run for FUZZ_SECONDS
-# (default 30). That tree builds the tests too, so it wants their tools.
+# (default 30), one per core at a time. That tree builds the tests too, so it
+# wants their tools.
 fuzz:
 	@scripts/install-deps test clang
 	@scripts/fuzz
