@@ -214,6 +214,7 @@ private:
         return static_cast<std::uint32_t>(runs_.size() - 1);
     }
     void assignIds(std::vector<Node>& nodes) const;
+    void markUnreadable(Node& node, std::int64_t depth);
 
     const SpaceLensEngine& engine_;
     const FileSystem& fileSystem_;
@@ -261,15 +262,17 @@ std::optional<Node> TreeBuilder::build(const std::string& path, std::int64_t dep
     Node node = datedNode(*own);
     node.isDirectory = true;
     FileStatus opened;
-    if (!readDirectory(path, depth, ancestors, node, opened)) {
-        // Unreadable: no sizes, no items, and an empty children array
-        // whatever the depth.
-        node.allocatedSizeBytes = 0;
-        node.logicalSizeBytes = 0;
-        node.itemCount = 0;
-        if (depth < retention_.depth) node.children = keep(Run{});
-    }
+    if (!readDirectory(path, depth, ancestors, node, opened)) markUnreadable(node, depth);
     return node;
+}
+
+// Unreadable: no sizes, no items, and an empty children array whatever the
+// depth.
+void TreeBuilder::markUnreadable(Node& node, std::int64_t depth) {
+    node.allocatedSizeBytes = 0;
+    node.logicalSizeBytes = 0;
+    node.itemCount = 0;
+    if (depth < retention_.depth) node.children = keep(Run{});
 }
 
 std::optional<Node> TreeBuilder::buildListedDirectory(const std::string& path, std::int64_t depth,
@@ -280,9 +283,16 @@ std::optional<Node> TreeBuilder::buildListedDirectory(const std::string& path, s
     node.isDirectory = true;
     FileStatus opened;
     if (!readDirectory(path, depth, ancestors, node, opened)) {
-        // Gone, no longer a directory, or unreadable since it was listed:
-        // what is there now decides.
-        return build(path, depth, ancestors);
+        // Gone, no longer a directory, or unreadable: what is there now
+        // decides, and a directory is not read a second time.
+        PlatformError error;
+        const std::optional<FileStatus> own = fileSystem_.linkStatus(path, error);
+        if (!own) return std::nullopt;
+        if (own->kind != FileKind::directory) return build(path, depth, ancestors, own);
+        node = datedNode(*own);
+        node.isDirectory = true;
+        markUnreadable(node, depth);
+        return node;
     }
     node.hasDates = true;
     node.lastAccessedDate = opened.accessDate;
