@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -86,15 +85,7 @@ int handleClean(const Environment& environment, const Arguments& args) {
     ScanResult result;
     try {
         ProgressLine progress(!jsonOutput);
-        std::int64_t items = 0, bytes = 0;
-        result = Engines::scanEngine(environment).scan(
-            categories,
-            [&](const ScanProgress& p) {
-                items = std::max(items, p.itemsFound);
-                bytes = std::max(bytes, p.totalAllocatedBytesScanned);
-                progress.show(p.currentPath, items, bytes);
-            },
-            stop);
+        result = Engines::scanEngine(environment).scan(categories, progress.scanTotals(), stop);
     } catch (const CancellationError&) {
         // Nothing was touched yet.
         if (interrupts->receivedSignal() != 0) return statusAfterSignal(interrupts->receivedSignal());

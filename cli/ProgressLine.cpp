@@ -1,5 +1,7 @@
 #include "ProgressLine.hpp"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 #include "Output.hpp"
@@ -46,6 +48,15 @@ ItemProgress ProgressLine::countingItems() {
         ++items_;
         bytes_ += bytes;
         show(path, items_, bytes_);
+    };
+}
+
+ScanProgressHandler ProgressLine::scanTotals() {
+    return [this](const ScanProgress& progress) {
+        std::lock_guard lock(mutex_);
+        items_ = std::max(items_, progress.itemsFound);
+        bytes_ = std::max(bytes_, progress.totalAllocatedBytesScanned);
+        show(progress.currentPath, items_, bytes_);
     };
 }
 

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 
+#include "Scanner/ScanTypes.hpp"
 #include "Support/ItemProgress.hpp"
 
 namespace unbulk::cli {
@@ -25,6 +26,9 @@ public:
     // Counts each finished item and adds its bytes, then shows the totals;
     // safe to call from several threads, as the parallel engines do.
     ItemProgress countingItems();
+    // Shows what a scan reports; the totals shown are the largest reported
+    // so far, since each of its stages counts from its own start.
+    ScanProgressHandler scanTotals();
     // Removes the line; the next show() draws it again.
     void clear();
 

@@ -55,17 +55,11 @@ int handleScan(const Environment& environment, const Arguments& args) {
 
     if (!jsonOutput) printLine("Scanning storage for system junk, developer bloat, and AI models...");
 
-    // A live line on a terminal; the running totals are the largest the
-    // stages have reported.
+    // A live line on a terminal.
     ScanResult result;
     {
         ProgressLine progress(!jsonOutput);
-        std::int64_t items = 0, bytes = 0;
-        result = engine.scan(categories, [&](const ScanProgress& p) {
-            items = std::max(items, p.itemsFound);
-            bytes = std::max(bytes, p.totalAllocatedBytesScanned);
-            progress.show(p.currentPath, items, bytes);
-        });
+        result = engine.scan(categories, progress.scanTotals());
     }
 
     if (jsonOutput) {

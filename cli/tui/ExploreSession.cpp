@@ -12,11 +12,6 @@
 #include "tui/TerminalText.hpp"
 
 namespace unbulk::cli {
-namespace {
-
-constexpr std::chrono::milliseconds keyWait{100};
-
-} // namespace
 
 ExploreSession::ExploreSession(ExploreView view, std::shared_ptr<const TrashPipeline> pipeline, std::string homePath,
                                const InterruptWatch& interrupts,
@@ -25,12 +20,8 @@ ExploreSession::ExploreSession(ExploreView view, std::shared_ptr<const TrashPipe
       unrecorded_(std::move(unrecorded)) {}
 
 void ExploreSession::run(Screen& screen) {
-    while (interrupts_.receivedSignal() == 0) {
-        screen.paint(frame(screen.width(), screen.height()));
-        const Key key = screen.nextKey(keyWait);
-        if (key.kind == Key::Kind::none || key.kind == Key::Kind::resize) continue;
-        if (!handle(key, screen)) return;
-    }
+    screen.run([&](int width, int height) { return frame(width, height); },
+               [&](const Key& key) { return handle(key, screen); }, [&] { return interrupts_.receivedSignal() != 0; });
 }
 
 Frame ExploreSession::frame(int width, int height) {

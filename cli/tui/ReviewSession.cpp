@@ -14,8 +14,6 @@
 namespace unbulk::cli {
 namespace {
 
-constexpr std::chrono::milliseconds keyWait{100};
-
 // The text without its last user-perceived character.
 std::string withoutLastCharacter(const std::string& text) {
     std::vector<std::string> clusters = unicode::graphemeClusters(text);
@@ -35,12 +33,8 @@ ReviewSession::ReviewSession(ReviewList list, std::shared_ptr<const TrashPipelin
       unrecorded_(std::move(unrecorded)) {}
 
 void ReviewSession::run(Screen& screen) {
-    while (interrupts_.receivedSignal() == 0) {
-        screen.paint(frame(screen.width(), screen.height()));
-        const Key key = screen.nextKey(keyWait);
-        if (key.kind == Key::Kind::none || key.kind == Key::Kind::resize) continue;
-        if (!handle(key, screen)) return;
-    }
+    screen.run([&](int width, int height) { return frame(width, height); },
+               [&](const Key& key) { return handle(key, screen); }, [&] { return interrupts_.receivedSignal() != 0; });
 }
 
 Frame ReviewSession::frame(int width, int height) {

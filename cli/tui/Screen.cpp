@@ -133,6 +133,17 @@ void Screen::paint(const Frame& frame) {
     refresh();
 }
 
+void Screen::run(const std::function<Frame(int width, int height)>& frame,
+                 const std::function<bool(const Key&)>& handle, const std::function<bool()>& stopped) {
+    constexpr std::chrono::milliseconds keyWait{100};
+    while (!stopped()) {
+        paint(frame(width(), height()));
+        const Key key = nextKey(keyWait);
+        if (key.kind == Key::Kind::none || key.kind == Key::Kind::resize) continue;
+        if (!handle(key)) return;
+    }
+}
+
 Key Screen::nextKey(std::chrono::milliseconds wait) {
     timeout(static_cast<int>(wait.count()));
     wint_t code = 0;

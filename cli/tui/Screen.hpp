@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 
 #include "tui/Frame.hpp"
@@ -55,6 +56,13 @@ public:
     // The next key, or Kind::none when none came within `wait`. After a
     // resize the answer is Kind::resize, and width() and height() are new.
     Key nextKey(std::chrono::milliseconds wait);
+
+    // The loop of every session: paints `frame(width, height)` and hands
+    // each key to `handle` until it answers false or `stopped()` does,
+    // painting again after a resize and looking at `stopped` at least ten
+    // times a second.
+    void run(const std::function<Frame(int width, int height)>& frame, const std::function<bool(const Key&)>& handle,
+             const std::function<bool()>& stopped);
 
 private:
     struct Terminal; // curses' own handle, kept out of this header
