@@ -1,7 +1,6 @@
 #include "Platform/linux/SharedMimeFileTypes.hpp"
 
 #include <fstream>
-#include <sstream>
 #include <vector>
 
 #include "Support/Unicode.hpp"
@@ -110,29 +109,38 @@ bool anyWithPrefix(const std::set<std::string>& types, std::string_view prefix) 
 
 } // namespace
 
-SharedMimeFileTypes::SharedMimeFileTypes(const std::string& mimeDirectory) {
+SharedMimeFileTypes::SharedMimeFileTypes(std::string mimeDirectory) : mimeDirectory_(std::move(mimeDirectory)) {}
+
+// Read on the first question, not when the environment is made: most
+// commands never ask one, and the database is a thousand lines to parse.
+void SharedMimeFileTypes::load() const {
     // globs2: "weight:type:pattern[:flags]", heaviest first; the first "*.ext"
     // of an extension wins.
-    std::ifstream globs(mimeDirectory + "/globs2");
+    std::ifstream globs(mimeDirectory_ + "/globs2");
     std::string line;
     while (std::getline(globs, line)) {
         if (line.empty() || line[0] == '#') continue;
-        std::vector<std::string> fields;
-        std::istringstream parts(line);
-        for (std::string field; std::getline(parts, field, ':');)
-            fields.push_back(field);
-        if (fields.size() < 3 || !fields[2].starts_with("*.")) continue;
-        const std::string extension = fields[2].substr(2);
-        if (extension.find_first_of("*?[") != std::string::npos) continue;
-        typeByExtension_.emplace(unicode::lowercased(extension), fields[1]);
+        const std::string_view text(line);
+        const std::size_t typeStart = text.find(':');
+        if (typeStart == std::string_view::npos) continue;
+        const std::size_t patternStart = text.find(':', typeStart + 1);
+        if (patternStart == std::string_view::npos) continue;
+        const std::string_view type = text.substr(typeStart + 1, patternStart - typeStart - 1);
+        std::string_view pattern = text.substr(patternStart + 1);
+        pattern = pattern.substr(0, pattern.find(':')); // without the flags
+        if (!pattern.starts_with("*.")) continue;
+        const std::string_view extension = pattern.substr(2);
+        if (extension.find_first_of("*?[") != std::string_view::npos) continue;
+        typeByExtension_.emplace(unicode::lowercased(std::string(extension)), std::string(type));
     }
-    std::ifstream subclasses(mimeDirectory + "/subclasses");
+    std::ifstream subclasses(mimeDirectory_ + "/subclasses");
     std::string child, parent;
     while (subclasses >> child >> parent)
         parents_.emplace(child, parent);
 }
 
 std::optional<std::string> SharedMimeFileTypes::mimeType(const std::string& extension) const {
+    std::call_once(loaded_, [this] { load(); });
     auto it = typeByExtension_.find(unicode::lowercased(extension));
     if (it == typeByExtension_.end()) return std::nullopt;
     return it->second;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
 
@@ -15,7 +16,7 @@ namespace unbulk {
 class SharedMimeFileTypes final : public FileTypes {
 public:
     // `mimeDirectory` holds globs2 and subclasses; tests hand in their own.
-    explicit SharedMimeFileTypes(const std::string& mimeDirectory = "/usr/share/mime");
+    explicit SharedMimeFileTypes(std::string mimeDirectory = "/usr/share/mime");
 
     std::optional<TypeConformance> conformanceForExtension(const std::string& extension) const override;
 
@@ -23,10 +24,14 @@ public:
     std::optional<std::string> mimeType(const std::string& extension) const;
 
 private:
+    void load() const;
     std::set<std::string> selfAndAncestors(const std::string& mime) const;
 
-    std::map<std::string, std::string> typeByExtension_; // lower-case extension -> MIME type
-    std::multimap<std::string, std::string> parents_;    // MIME type -> its direct parents
+    std::string mimeDirectory_;
+    // Filled once, by whichever thread asks first.
+    mutable std::once_flag loaded_;
+    mutable std::map<std::string, std::string> typeByExtension_; // lower-case extension -> MIME type
+    mutable std::multimap<std::string, std::string> parents_;    // MIME type -> its direct parents
 };
 
 } // namespace unbulk
