@@ -270,9 +270,10 @@ private:
         json::appendString(out_, path_);
         out_ += ",\n";
         key(level, "url");
-        std::string url = "file://" + percentEncodePath(path_);
-        if (node.isDirectory && path_ != "/") url += '/';
-        json::appendString(out_, url);
+        url_.assign("file://");
+        appendPercentEncodedPath(url_, path_);
+        if (node.isDirectory && path_ != "/") url_ += '/';
+        json::appendString(out_, url_);
         out_ += '\n';
         indent(4 * level);
         out_ += '}';
@@ -305,6 +306,7 @@ private:
     int parallelLevels_;
     std::string out_;
     std::string path_;
+    std::string url_; // the node's URL, in a buffer kept from node to node
 };
 
 // How many nodes each run holds, its descendants' included, by run index.

@@ -69,9 +69,14 @@ std::optional<FileURL> FileURL::parse(std::string_view text) {
 }
 
 std::string percentEncodePath(std::string_view path) {
-    static constexpr char digits[] = "0123456789ABCDEF";
     std::string out;
-    out.reserve(path.size());
+    appendPercentEncodedPath(out, path);
+    return out;
+}
+
+void appendPercentEncodedPath(std::string& out, std::string_view path) {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    out.reserve(out.size() + path.size());
     for (char ch : path) {
         auto c = static_cast<unsigned char>(ch);
         if (isAllowedInPath(c)) {
@@ -82,7 +87,6 @@ std::string percentEncodePath(std::string_view path) {
             out += digits[c & 0xF];
         }
     }
-    return out;
 }
 
 std::optional<std::string> percentDecode(std::string_view text) {

@@ -45,6 +45,8 @@ private:
 // Percent-encoding of a path with the character set that file URLs allow
 // unescaped in their path: letters, digits and -._~!$&'()*+,;=:@/
 std::string percentEncodePath(std::string_view path);
+// The same, appended to `out`: a writer of many URLs makes no string for each.
+void appendPercentEncodedPath(std::string& out, std::string_view path);
 std::optional<std::string> percentDecode(std::string_view text);
 
 } // namespace unbulk

@@ -118,7 +118,16 @@ std::string compact(const Json& value) { return escaped(value.dump(-1, ' ', fals
 
 void appendStringContent(std::string& out, std::string_view text) {
     if (isPlain(text)) {
-        appendEncoded(out, text, true);
+        // Of plain text only the solidus changes: the platform's encoder
+        // writes it "\/". Paths are most of what is written, and this is
+        // their way.
+        std::size_t start = 0;
+        for (std::size_t slash = text.find('/'); slash != std::string_view::npos; slash = text.find('/', start)) {
+            out.append(text.data() + start, slash - start);
+            out += "\\/";
+            start = slash + 1;
+        }
+        out.append(text.data() + start, text.size() - start);
         return;
     }
     // Everything else as the writer makes it of a whole string, quotes taken off.
