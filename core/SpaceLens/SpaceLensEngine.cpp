@@ -383,30 +383,34 @@ void TreeBuilder::buildPending(const std::string& path, std::int64_t depth, cons
     std::mutex mutex; // for what the parallel builds hand in
     std::atomic<bool> stopped{false};
     const auto& pending = listing.pending;
+    // One pending entry: built, then added; false when a stop was asked for.
+    const auto buildOne = [&](const Listing::Pending& entry) {
+        if (stop_.stopRequested()) return false;
+        std::string childPath = path;
+        if (childPath.empty() || childPath.back() != '/') childPath += '/';
+        childPath.append(listing.names, entry.nameOffset, entry.nameLength);
+        std::optional<Node> child;
+        try {
+            child = entry.own ? build(childPath, depth + 1, &here, entry.own)
+                              : buildListedDirectory(childPath, depth + 1, &here);
+        } catch (const CancellationError&) {
+            return false;
+        }
+        if (!child) return true; // vanished since the listing, or a dangling link
+        child->nameOffset = entry.nameOffset;
+        child->nameLength = entry.nameLength;
+        std::lock_guard lock(mutex);
+        listing.totals.add(*child);
+        listing.children.add(*child, ++listing.finished);
+        return true;
+    };
     tbb::parallel_for(tbb::blocked_range<std::size_t>(0, pending.size()),
                       [&](const tbb::blocked_range<std::size_t>& range) {
                           for (std::size_t i = range.begin(); i != range.end(); ++i) {
-                              if (stop_.stopRequested()) {
+                              if (!buildOne(pending[i])) {
                                   stopped = true;
                                   return;
                               }
-                              std::string childPath = path;
-                              if (childPath.empty() || childPath.back() != '/') childPath += '/';
-                              childPath.append(listing.names, pending[i].nameOffset, pending[i].nameLength);
-                              std::optional<Node> child;
-                              try {
-                                  child = pending[i].own ? build(childPath, depth + 1, &here, pending[i].own)
-                                                         : buildListedDirectory(childPath, depth + 1, &here);
-                              } catch (const CancellationError&) {
-                                  stopped = true;
-                                  return;
-                              }
-                              if (!child) continue; // vanished since the listing, or a dangling link
-                              child->nameOffset = pending[i].nameOffset;
-                              child->nameLength = pending[i].nameLength;
-                              std::lock_guard lock(mutex);
-                              listing.totals.add(*child);
-                              listing.children.add(*child, ++listing.finished);
                           }
                       });
     if (stopped) throw CancellationError{};

@@ -125,51 +125,53 @@ private:
         const std::string ownerPath = path_;
         flush();
         std::size_t next = 0;
+        // In order: the next batch, light children up to about batchNodes
+        // nodes, or one heavy child alone.
+        const auto cut = [&](tbb::flow_control& control) -> std::shared_ptr<Batch> {
+            if (next == run.nodes.size()) {
+                control.stop();
+                return nullptr;
+            }
+            auto batch = std::make_shared<Batch>();
+            batch->begin = next;
+            batch->heavy = weightOf(run.nodes[next]) > sharing_.bufferedUpTo;
+            std::uint64_t weight = 0;
+            do {
+                weight += weightOf(run.nodes[next]);
+                ++next;
+            } while (!batch->heavy && next < run.nodes.size() && weight < sharing_.batchNodes &&
+                     weightOf(run.nodes[next]) <= sharing_.bufferedUpTo);
+            batch->end = next;
+            return batch;
+        };
+        // On any thread: a light batch written by a writer of its own, held.
+        const auto writeBatch = [&](std::shared_ptr<Batch> batch) {
+            if (batch->heavy) return batch;
+            const TextSink keep = [&](std::string_view piece) { batch->pieces.emplace_back(piece); };
+            PrettyWriter writer(tree_, dates_, keep, sharing_, weights_, 0);
+            writer.path_ = ownerPath;
+            writer.writeChildren(run, batch->begin, batch->end, ownerLevel);
+            writer.flush();
+            return batch;
+        };
+        // In order: what a light batch holds handed on, a heavy one written
+        // as it goes.
+        const auto handOn = [&](std::shared_ptr<Batch> batch) {
+            if (!batch->heavy) {
+                for (const std::string& piece : batch->pieces)
+                    write_(piece);
+                return;
+            }
+            path_.resize(ownerPathLength);
+            writeChildren(run, batch->begin, batch->end, ownerLevel);
+            flush();
+        };
         const auto tokens = static_cast<std::size_t>(2 * tbb::this_task_arena::max_concurrency());
-        tbb::parallel_pipeline(tokens, tbb::make_filter<void, std::shared_ptr<Batch>>(
-                                           tbb::filter_mode::serial_in_order,
-                                           [&](tbb::flow_control& control) -> std::shared_ptr<Batch> {
-                                               if (next == run.nodes.size()) {
-                                                   control.stop();
-                                                   return nullptr;
-                                               }
-                                               auto batch = std::make_shared<Batch>();
-                                               batch->begin = next;
-                                               batch->heavy = weightOf(run.nodes[next]) > sharing_.bufferedUpTo;
-                                               std::uint64_t weight = 0;
-                                               do {
-                                                   weight += weightOf(run.nodes[next]);
-                                                   ++next;
-                                               } while (!batch->heavy && next < run.nodes.size() &&
-                                                        weight < sharing_.batchNodes &&
-                                                        weightOf(run.nodes[next]) <= sharing_.bufferedUpTo);
-                                               batch->end = next;
-                                               return batch;
-                                           }) &
-                                           tbb::make_filter<std::shared_ptr<Batch>, std::shared_ptr<Batch>>(
-                                               tbb::filter_mode::parallel,
-                                               [&](std::shared_ptr<Batch> batch) {
-                                                   if (batch->heavy) return batch;
-                                                   const TextSink keep = [&](std::string_view piece) {
-                                                       batch->pieces.emplace_back(piece);
-                                                   };
-                                                   PrettyWriter writer(tree_, dates_, keep, sharing_, weights_, 0);
-                                                   writer.path_ = ownerPath;
-                                                   writer.writeChildren(run, batch->begin, batch->end, ownerLevel);
-                                                   writer.flush();
-                                                   return batch;
-                                               }) &
-                                           tbb::make_filter<std::shared_ptr<Batch>, void>(
-                                               tbb::filter_mode::serial_in_order, [&](std::shared_ptr<Batch> batch) {
-                                                   if (!batch->heavy) {
-                                                       for (const std::string& piece : batch->pieces)
-                                                           write_(piece);
-                                                       return;
-                                                   }
-                                                   path_.resize(ownerPathLength);
-                                                   writeChildren(run, batch->begin, batch->end, ownerLevel);
-                                                   flush();
-                                               }));
+        tbb::parallel_pipeline(
+            tokens, tbb::make_filter<void, std::shared_ptr<Batch>>(tbb::filter_mode::serial_in_order, cut) &
+                        tbb::make_filter<std::shared_ptr<Batch>, std::shared_ptr<Batch>>(tbb::filter_mode::parallel,
+                                                                                         writeBatch) &
+                        tbb::make_filter<std::shared_ptr<Batch>, void>(tbb::filter_mode::serial_in_order, handOn));
         path_.resize(ownerPathLength);
         endChildren(ownerLevel);
     }

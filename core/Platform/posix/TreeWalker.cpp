@@ -20,8 +20,9 @@ void TreeWalker::closeAll() {
 }
 
 // Reads the whole directory into frame `top_` (already chosen) and keeps its
-// descriptor open. False when nothing could be read. Entries are read before any is visited, so that the stream
-// can be closed later without losing the place.
+// descriptor open; false when nothing could be read. Every entry is read
+// before any is visited, so that the descriptor can be given up later
+// without losing the place.
 bool TreeWalker::enter(int fd, int depth, std::size_t pathLength, const TreeWalkerHooks& hooks) {
     Frame& frame = frames_[top_];
     frame.names.clear();
