@@ -34,7 +34,7 @@ public:
 
 private:
     bool enabled_;
-    std::mutex mutex_; // for countingItems
+    std::mutex mutex_; // for countingItems and scanTotals
     std::int64_t items_ = 0;
     std::int64_t bytes_ = 0;
     bool shown_ = false;

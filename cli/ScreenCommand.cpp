@@ -20,7 +20,7 @@ int runScreenCommand(std::string_view offTerminal, const std::function<void(cons
         if (interrupts->receivedSignal() == 0) throw;
     }
     // The terminal is the user's again by now: what could not be recorded
-    // and was only shown on the screen.
+    // and was not shown on the screen.
     for (const std::string& line : *unrecorded)
         writeError(line + "\n");
     return interrupts->receivedSignal() != 0 ? statusAfterSignal(interrupts->receivedSignal()) : 0;
