@@ -135,6 +135,39 @@ struct WalkCallbacks {
     std::function<void(const FileStatus& root)> openedRoot;
 };
 
+// One entry of a directory read one level deep. `status` is the entry's
+// lstat, present when the reading was asked for it and the call worked.
+// Both live only as long as the visit.
+struct DirectoryItem {
+    std::string_view name;
+    FileKind kind;
+    const FileStatus* status;
+};
+
+// A directory held open for reading one level at a time, folder by folder,
+// as the space lens reads a tree. What it holds is opened relative to it:
+// its path is not looked up again, so a deep tree costs no more to open than
+// a shallow one, and a rename above it since does not lead elsewhere.
+class OpenDirectory {
+public:
+    virtual ~OpenDirectory() = default;
+
+    // What was opened, from its descriptor (a link there followed).
+    virtual const FileStatus& status() const = 0;
+
+    // Shows `visit` each entry once, examined as `wanted` asks; an entry that
+    // cannot be examined is left out. A visit that answers false ends the
+    // reading. Answers the error that ended it early, or none; what was read
+    // before it has been shown.
+    virtual std::error_code read(WalkStatus wanted, bool skipHiddenFiles,
+                                 const std::function<bool(const DirectoryItem&)>& visit) = 0;
+
+    // Opens the entry `name` of this directory, a link there followed, as
+    // openDirectory opens a path; `path` is the entry's full path, for errors.
+    virtual std::unique_ptr<OpenDirectory> openEntry(std::string_view name, const std::string& path,
+                                                     PlatformError& error) const = 0;
+};
+
 struct TreeMeasure;
 struct TreeMeasureOptions;
 
@@ -193,6 +226,11 @@ public:
     // Depth-first walk below root (root itself is not visited). Symbolic
     // links are reported, never followed.
     virtual void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const = 0;
+
+    // Opens the directory at `path`, a link there followed (as the root of
+    // a walk), for reading one level deep; nothing on failure, with `error`
+    // set.
+    virtual std::unique_ptr<OpenDirectory> openDirectory(const std::string& path, PlatformError& error) const = 0;
 
     // Everything below root summed up (Platform/TreeMeasure.hpp): exactly
     // what measureTreeSerially answers, reached however is fastest.

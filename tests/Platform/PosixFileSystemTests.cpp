@@ -162,6 +162,53 @@ TEST_F(WalkTest, TheOpenedRootIsShownBeforeAnyEntryFromTheDirectoryThatIsRead) {
     EXPECT_FALSE(shown);
 }
 
+// ---- directories read one level at a time
+
+TEST_F(WalkTest, AnOpenDirectoryShowsItsOwnEntriesExaminedAsAsked) {
+    PlatformError error;
+    const std::unique_ptr<OpenDirectory> opened = fs.openDirectory(root, error);
+    ASSERT_TRUE(opened) << error.message();
+    EXPECT_EQ(opened->status().identity(), identityOf(root));
+    std::map<std::string, std::pair<FileKind, std::optional<FileStatus>>> shown;
+    const auto keep = [&](const DirectoryItem& item) {
+        shown[std::string(item.name)] = {item.kind, item.status ? std::optional(*item.status) : std::nullopt};
+        return true;
+    };
+    EXPECT_FALSE(opened->read(WalkStatus::allButDirectories, true, keep));
+    ASSERT_EQ(shown.size(), 4u); // no hidden entry, nothing below
+    EXPECT_EQ(shown.at("a").first, directory);
+    EXPECT_EQ(shown.at("a").second, std::nullopt);
+    EXPECT_EQ(shown.at("X.app").second, std::nullopt);
+    EXPECT_EQ(shown.at("c.txt").second.value().size, 5);
+    // A link is examined, never followed.
+    EXPECT_EQ(shown.at("link").first, symbolicLink);
+    EXPECT_EQ(shown.at("link").second.value().kind, symbolicLink);
+
+    // A visit that answers false ends the reading.
+    int visits = 0;
+    const std::unique_ptr<OpenDirectory> again = fs.openDirectory(root, error);
+    EXPECT_FALSE(again->read(WalkStatus::none, false, [&](const DirectoryItem&) { return ++visits < 2; }));
+    EXPECT_EQ(visits, 2);
+}
+
+TEST_F(WalkTest, EntriesOpenRelativeToTheirDirectoryWhereverItHasMoved) {
+    PlatformError error;
+    const std::unique_ptr<OpenDirectory> opened = fs.openDirectory(root, error);
+    ASSERT_TRUE(opened) << error.message();
+    ASSERT_EQ(::rename(root.c_str(), home.at("moved").c_str()), 0);
+    // The old path names nothing now; the open directory still holds "a",
+    // and a link among its entries is followed from there.
+    for (const char* name : {"a", "link"}) {
+        const std::unique_ptr<OpenDirectory> entry = opened->openEntry(name, root + "/" + name, error);
+        ASSERT_TRUE(entry) << name << ": " << error.message();
+        EXPECT_EQ(entry->status().identity(), identityOf(home.at("moved/a"))) << name;
+    }
+    EXPECT_FALSE(opened->openEntry("missing", root + "/missing", error));
+    EXPECT_EQ(error.message(), "openat('" + root + "/missing'): " + errnoCode(ENOENT).message());
+    EXPECT_FALSE(fs.openDirectory(home.at("moved/c.txt"), error));
+    EXPECT_EQ(error.message(), "open('" + home.at("moved/c.txt") + "'): " + errnoCode(ENOTDIR).message());
+}
+
 TEST_F(PosixFileSystemTest, ADirectoryLargerThanOneReadIsListedAndWalkedWhole) {
     // 3,000 names of 100 bytes: several times what one read of the directory returns.
     std::set<std::string> names;

@@ -4,7 +4,7 @@
 
 namespace unbulk::testing {
 
-static_assert(static_cast<std::size_t>(FileSystemCall::openLocked) + 1 == fileSystemCallCount);
+static_assert(static_cast<std::size_t>(FileSystemCall::openDirectory) + 1 == fileSystemCallCount);
 
 void FaultyFileSystem::reportDeviceBelow(const std::string& root, std::uint64_t device) {
     std::lock_guard lock(mutex_);

@@ -11,11 +11,24 @@ namespace unbulk::testing {
 
 // The calls of FileSystem, one per virtual function.
 enum class FileSystemCall {
-    status, linkStatus, contentsOfDirectory, walk, destinationOfSymbolicLink, resolvingSymlinks, readFile,
-    writeFileAtomically, createDirectory, removeItem, appendUnderLock, isPackage, renameItem, openLocked,
+    status,
+    linkStatus,
+    contentsOfDirectory,
+    walk,
+    destinationOfSymbolicLink,
+    resolvingSymlinks,
+    readFile,
+    writeFileAtomically,
+    createDirectory,
+    removeItem,
+    appendUnderLock,
+    isPackage,
+    renameItem,
+    openLocked,
+    openDirectory,
 };
 
-inline constexpr std::size_t fileSystemCallCount = 14;
+inline constexpr std::size_t fileSystemCallCount = 15;
 
 // Forwards every call to another file system (the real one by default), so
 // that a test double derives from it and overrides only what it changes.
@@ -23,7 +36,9 @@ inline constexpr std::size_t fileSystemCallCount = 14;
 // rename's source); an error there fails the call as the platform would:
 // a call with an error sets it (with no system call named) and answers its
 // failure value (nothing, an empty list, false), a walk reports its root
-// through onError and visits nothing, isPackage answers false and
+// through onError and visits nothing, openDirectory answers nothing (for an
+// entry of a directory it opened as well: openEntry asks interception()
+// about the entry's path as openDirectory), isPackage answers false and
 // resolvingSymlinks answers the path standardised, as if nothing along it
 // could be examined.
 class ForwardingFileSystem : public FileSystem {
@@ -50,6 +65,10 @@ public:
             return;
         }
         inner_->walk(root, options, callbacks);
+    }
+    std::unique_ptr<OpenDirectory> openDirectory(const std::string& path, PlatformError& error) const override {
+        if (intercepted(FileSystemCall::openDirectory, path, error)) return nullptr;
+        return forwarded(inner_->openDirectory(path, error));
     }
     // The serial definition over this object's walk, so that a double that
     // changes walks changes what measures see too.
@@ -110,6 +129,32 @@ protected:
     std::shared_ptr<FileSystem> inner_;
 
 private:
+    // A directory the inner file system opened; its entries are opened
+    // through interception() as openDirectory's paths are.
+    class Directory final : public OpenDirectory {
+    public:
+        Directory(const ForwardingFileSystem& owner, std::unique_ptr<OpenDirectory> inner)
+            : owner_(owner), inner_(std::move(inner)) {}
+        const FileStatus& status() const override { return inner_->status(); }
+        std::error_code read(WalkStatus wanted, bool skipHiddenFiles,
+                             const std::function<bool(const DirectoryItem&)>& visit) override {
+            return inner_->read(wanted, skipHiddenFiles, visit);
+        }
+        std::unique_ptr<OpenDirectory> openEntry(std::string_view name, const std::string& path,
+                                                 PlatformError& error) const override {
+            if (owner_.intercepted(FileSystemCall::openDirectory, path, error)) return nullptr;
+            return owner_.forwarded(inner_->openEntry(name, path, error));
+        }
+
+    private:
+        const ForwardingFileSystem& owner_;
+        std::unique_ptr<OpenDirectory> inner_;
+    };
+
+    std::unique_ptr<OpenDirectory> forwarded(std::unique_ptr<OpenDirectory> inner) const {
+        if (!inner) return nullptr;
+        return std::make_unique<Directory>(*this, std::move(inner));
+    }
     bool intercepted(FileSystemCall call, const std::string& path, PlatformError& error) const {
         const std::error_code failure = interception(call, path);
         if (failure) error = PlatformError::of(failure);

@@ -16,14 +16,15 @@
 
 #include <fmt/format.h>
 
+#include "Platform/TreeMeasure.hpp"
 #include "Platform/posix/AnchoredDirectory.hpp"
 #include "Platform/posix/Descriptors.hpp"
 #include "Platform/posix/DirectoryStream.hpp"
 #include "Platform/posix/EntryKinds.hpp"
 #include "Platform/posix/ParallelTreeMeasure.hpp"
+#include "Platform/posix/PosixOpenDirectory.hpp"
 #include "Platform/posix/TreeRemoval.hpp"
 #include "Platform/posix/TreeWalker.hpp"
-#include "Platform/TreeMeasure.hpp"
 #include "Support/Paths.hpp"
 
 namespace unbulk {
@@ -180,6 +181,10 @@ void PosixFileSystem::walk(const std::string& root, const WalkOptions& options, 
     };
     hooks.onError = callbacks.onError;
     walker.run(fd, root, hooks);
+}
+
+std::unique_ptr<OpenDirectory> PosixFileSystem::openDirectory(const std::string& path, PlatformError& error) const {
+    return posix::openDirectoryAt(AT_FDCWD, path, "open", path, error);
 }
 
 TreeMeasure PosixFileSystem::measureTree(const std::string& root, const TreeMeasureOptions& options) const {

@@ -16,6 +16,7 @@ public:
     std::vector<DirectoryEntry> contentsOfDirectory(const std::string& path, ListOptions options,
                                                     PlatformError& error) const override;
     void walk(const std::string& root, const WalkOptions& options, const WalkCallbacks& callbacks) const override;
+    std::unique_ptr<OpenDirectory> openDirectory(const std::string& path, PlatformError& error) const override;
     TreeMeasure measureTree(const std::string& root, const TreeMeasureOptions& options) const override;
     std::optional<std::string> destinationOfSymbolicLink(const std::string& path,
                                                          PlatformError& error) const override;
