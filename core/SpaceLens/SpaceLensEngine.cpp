@@ -172,13 +172,15 @@ public:
           retention_(retention), stop_(std::move(stop)), progress_(progress) {}
 
     // The node of `path` at `depth`; nothing when nothing is there (a
-    // dangling link among them). `own` is its lstat when the listing that
+    // dangling link among them). `parent` is the directory that holds it,
+    // when that is held open. `own` is its lstat when the listing that
     // found it has made one already.
-    std::optional<Node> build(const std::string& path, std::int64_t depth, const Ancestor* ancestors,
-                              std::optional<FileStatus> own = std::nullopt);
+    std::optional<Node> build(const std::string& path, const OpenDirectory* parent, std::int64_t depth,
+                              const Ancestor* ancestors, std::optional<FileStatus> own = std::nullopt);
     // The same for a directory a listing found, which made no lstat of it:
     // the reading of the directory describes it.
-    std::optional<Node> buildListedDirectory(const std::string& path, std::int64_t depth, const Ancestor* ancestors);
+    std::optional<Node> buildListedDirectory(const std::string& path, const OpenDirectory* parent, std::int64_t depth,
+                                             const Ancestor* ancestors);
 
     std::vector<Run> takeRuns() { return std::move(runs_); }
 
@@ -199,15 +201,39 @@ private:
         std::uint32_t finished = 0;
     };
 
-    bool readDirectory(const std::string& path, std::int64_t depth, const Ancestor* ancestors, Node& node,
-                       FileStatus& opened);
-    bool openChildren(const std::string& path, std::int64_t depth, const Ancestor* ancestors, Node& node,
-                      FileStatus& opened);
-    void buildPending(const std::string& path, std::int64_t depth, const Ancestor& here, Listing& listing);
+    // A directory kept open while its entries are built, so that each is
+    // opened relative to it rather than by its whole path again. Each level
+    // of a deep tree holds its own while the levels below are built, so at
+    // most maximumHeld are held at once across all builds; past that the
+    // entries are opened by path.
+    class Hold {
+    public:
+        Hold(std::atomic<int>& count, bool wanted) : count_(count), held_(wanted && count.fetch_add(1) < maximumHeld) {
+            if (wanted && !held_) count_.fetch_sub(1);
+        }
+        ~Hold() {
+            if (held_) count_.fetch_sub(1);
+        }
+        Hold(const Hold&) = delete;
+        Hold& operator=(const Hold&) = delete;
+        bool held() const { return held_; }
+
+    private:
+        static constexpr int maximumHeld = 32;
+        std::atomic<int>& count_;
+        bool held_;
+    };
+
+    bool readDirectory(const std::string& path, const OpenDirectory* parent, std::int64_t depth,
+                       const Ancestor* ancestors, Node& node, FileStatus& opened);
+    bool openChildren(const std::string& path, const OpenDirectory* parent, std::int64_t depth,
+                      const Ancestor* ancestors, Node& node, FileStatus& opened);
+    void buildPending(const std::string& path, const OpenDirectory* directory, std::int64_t depth, const Ancestor& here,
+                      Listing& listing);
     Run keptRun(Listing& listing) const;
-    bool measureCutOff(const std::string& path, Node& node, FileStatus& opened);
-    bool readOneLevel(const std::string& path, WalkStatus status, FileStatus& opened,
-                      const std::function<void(const WalkEntry&)>& visit);
+    bool measureCutOff(const std::string& path, const OpenDirectory* parent, Node& node, FileStatus& opened);
+    std::unique_ptr<OpenDirectory> readOneLevel(const std::string& path, const OpenDirectory* parent, WalkStatus status,
+                                                const std::function<void(const DirectoryItem&)>& visit);
     std::uint32_t keep(Run run) {
         std::lock_guard lock(runsMutex_);
         runs_.push_back(std::move(run));
@@ -225,10 +251,11 @@ private:
     const ItemProgress& progress_;
     std::mutex runsMutex_;
     std::vector<Run> runs_;
+    std::atomic<int> heldDirectories_{0};
 };
 
-std::optional<Node> TreeBuilder::build(const std::string& path, std::int64_t depth, const Ancestor* ancestors,
-                                       std::optional<FileStatus> own) {
+std::optional<Node> TreeBuilder::build(const std::string& path, const OpenDirectory* parent, std::int64_t depth,
+                                       const Ancestor* ancestors, std::optional<FileStatus> own) {
     // What is read about the entry itself (dates, a leaf's sizes, being a
     // package) is its own lstat. Whether it is a directory is asked following
     // links, so a link to a directory opens as that directory and a dangling
@@ -262,7 +289,7 @@ std::optional<Node> TreeBuilder::build(const std::string& path, std::int64_t dep
     Node node = datedNode(*own);
     node.isDirectory = true;
     FileStatus opened;
-    if (!readDirectory(path, depth, ancestors, node, opened)) markUnreadable(node, depth);
+    if (!readDirectory(path, parent, depth, ancestors, node, opened)) markUnreadable(node, depth);
     return node;
 }
 
@@ -275,20 +302,20 @@ void TreeBuilder::markUnreadable(Node& node, std::int64_t depth) {
     if (depth < retention_.depth) node.children = keep(Run{});
 }
 
-std::optional<Node> TreeBuilder::buildListedDirectory(const std::string& path, std::int64_t depth,
-                                                      const Ancestor* ancestors) {
+std::optional<Node> TreeBuilder::buildListedDirectory(const std::string& path, const OpenDirectory* parent,
+                                                      std::int64_t depth, const Ancestor* ancestors) {
     // A package below the top stays shut: its lstat dates it.
-    if (depth > 0 && fileSystem_.isPackage(path)) return build(path, depth, ancestors);
+    if (depth > 0 && fileSystem_.isPackage(path)) return build(path, parent, depth, ancestors);
     Node node;
     node.isDirectory = true;
     FileStatus opened;
-    if (!readDirectory(path, depth, ancestors, node, opened)) {
+    if (!readDirectory(path, parent, depth, ancestors, node, opened)) {
         // Gone, no longer a directory, or unreadable: what is there now
         // decides, and a directory is not read a second time.
         PlatformError error;
         const std::optional<FileStatus> own = fileSystem_.linkStatus(path, error);
         if (!own) return std::nullopt;
-        if (own->kind != FileKind::directory) return build(path, depth, ancestors, own);
+        if (own->kind != FileKind::directory) return build(path, parent, depth, ancestors, own);
         node = datedNode(*own);
         node.isDirectory = true;
         markUnreadable(node, depth);
@@ -303,10 +330,10 @@ std::optional<Node> TreeBuilder::buildListedDirectory(const std::string& path, s
 // Reads the directory into `node`: its entries opened above the depth
 // limit, measured whole at it. `opened` is what the reading opened. False
 // when the directory cannot be read.
-bool TreeBuilder::readDirectory(const std::string& path, std::int64_t depth, const Ancestor* ancestors, Node& node,
-                                FileStatus& opened) {
-    const bool read =
-        depth < maxDepth_ ? openChildren(path, depth, ancestors, node, opened) : measureCutOff(path, node, opened);
+bool TreeBuilder::readDirectory(const std::string& path, const OpenDirectory* parent, std::int64_t depth,
+                                const Ancestor* ancestors, Node& node, FileStatus& opened) {
+    const bool read = depth < maxDepth_ ? openChildren(path, parent, depth, ancestors, node, opened)
+                                        : measureCutOff(path, parent, node, opened);
     if (read) node.itemCount = std::max<std::int64_t>(node.itemCount, 1);
     return read;
 }
@@ -315,32 +342,36 @@ bool TreeBuilder::readDirectory(const std::string& path, std::int64_t depth, con
 // read: a file is a leaf there and then, and only directories and links are
 // built further, in parallel, each first looking for a stop. False when the
 // directory cannot be read.
-bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, const Ancestor* ancestors, Node& node,
-                               FileStatus& opened) {
+bool TreeBuilder::openChildren(const std::string& path, const OpenDirectory* parent, std::int64_t depth,
+                               const Ancestor* ancestors, Node& node, FileStatus& opened) {
     const bool keepsChildren = depth < retention_.depth;
     Listing listing(keepsChildren ? retention_.children : 0);
     // Each file a leaf, each directory or link pending. A directory needs no
     // lstat here: its own reading dates it.
-    const bool readable = readOneLevel(path, WalkStatus::allButDirectories, opened, [&](const WalkEntry& entry) {
-        const std::uint64_t offset = listing.names.size();
-        listing.names += entry.name;
-        const auto length = static_cast<std::uint32_t>(entry.name.size());
-        if (entry.kind == FileKind::directory || entry.kind == FileKind::symbolicLink) {
-            std::optional<FileStatus> own;
-            if (entry.status != nullptr) own = *entry.status;
-            listing.pending.push_back({offset, length, own});
-            return;
-        }
-        Node leaf = leafOf(*entry.status);
-        leaf.nameOffset = offset;
-        leaf.nameLength = length;
-        listing.totals.add(leaf);
-        listing.children.add(leaf, ++listing.finished);
-        if (progress_) progress_(entry.path, leaf.allocatedSizeBytes);
-    });
-    if (!readable) return false;
+    std::unique_ptr<OpenDirectory> directory =
+        readOneLevel(path, parent, WalkStatus::allButDirectories, [&](const DirectoryItem& entry) {
+            const std::uint64_t offset = listing.names.size();
+            listing.names += entry.name;
+            const auto length = static_cast<std::uint32_t>(entry.name.size());
+            if (entry.kind == FileKind::directory || entry.kind == FileKind::symbolicLink) {
+                std::optional<FileStatus> own;
+                if (entry.status != nullptr) own = *entry.status;
+                listing.pending.push_back({offset, length, own});
+                return;
+            }
+            Node leaf = leafOf(*entry.status);
+            leaf.nameOffset = offset;
+            leaf.nameLength = length;
+            listing.totals.add(leaf);
+            listing.children.add(leaf, ++listing.finished);
+            if (progress_) progress_(paths::appending(path, entry.name), leaf.allocatedSizeBytes);
+        });
+    if (!directory) return false;
+    opened = directory->status();
     const Ancestor here{opened.identity(), ancestors};
-    buildPending(path, depth, here, listing);
+    const Hold hold(heldDirectories_, !listing.pending.empty());
+    if (!hold.held()) directory.reset();
+    buildPending(path, directory.get(), depth, here, listing);
 
     node.allocatedSizeBytes = listing.totals.allocated;
     node.logicalSizeBytes = listing.totals.logical;
@@ -349,50 +380,48 @@ bool TreeBuilder::openChildren(const std::string& path, std::int64_t depth, cons
     return true;
 }
 
-// Shows `visit` each entry of the directory (examined as `status` asks),
-// none of their descendants, looking for a stop before each; `opened` is
-// the directory the reading opened. False when the directory cannot be read.
-bool TreeBuilder::readOneLevel(const std::string& path, WalkStatus status, FileStatus& opened,
-                               const std::function<void(const WalkEntry&)>& visit) {
-    bool readable = true;
+// Opens the directory (relative to `parent`, whose entry it is, when that
+// is held open) and shows `visit` each of its entries (examined as `status`
+// asks), none of their descendants, looking for a stop before each. Answers
+// the directory, still open, or nothing when it cannot be opened or read.
+std::unique_ptr<OpenDirectory> TreeBuilder::readOneLevel(const std::string& path, const OpenDirectory* parent,
+                                                         WalkStatus status,
+                                                         const std::function<void(const DirectoryItem&)>& visit) {
+    PlatformError error;
+    std::unique_ptr<OpenDirectory> directory = parent != nullptr
+                                                   ? parent->openEntry(paths::lastComponent(path), path, error)
+                                                   : fileSystem_.openDirectory(path, error);
+    if (!directory) return nullptr;
     bool cancelled = false;
-    WalkCallbacks callbacks;
-    callbacks.openedRoot = [&](const FileStatus& root) { opened = root; };
-    callbacks.visit = [&](const WalkEntry& entry) {
-        if (!readable) return WalkAction::stop;
+    const std::error_code failure = directory->read(status, true, [&](const DirectoryItem& entry) {
         if (stop_.stopRequested()) {
             cancelled = true;
-            return WalkAction::stop;
+            return false;
         }
         visit(entry);
-        return WalkAction::skipDescendants;
-    };
-    // With every entry's descendants skipped, a directory that fails is this one.
-    callbacks.onError = [&](const std::string&, std::error_code, WalkFailure failure) {
-        if (failure == WalkFailure::directory) readable = false;
-    };
-    fileSystem_.walk(path, {.status = status, .skipHiddenFiles = true}, callbacks);
+        return true;
+    });
     if (cancelled) throw CancellationError{};
-    return readable;
+    if (failure) return nullptr;
+    return directory;
 }
 
 // Builds the pending directories and links in parallel; each adds to the
 // totals and offers itself to the children as it finishes.
-void TreeBuilder::buildPending(const std::string& path, std::int64_t depth, const Ancestor& here,
-                               Listing& listing) {
+void TreeBuilder::buildPending(const std::string& path, const OpenDirectory* directory, std::int64_t depth,
+                               const Ancestor& here, Listing& listing) {
     std::mutex mutex; // for what the parallel builds hand in
     std::atomic<bool> stopped{false};
     const auto& pending = listing.pending;
     // One pending entry: built, then added; false when a stop was asked for.
     const auto buildOne = [&](const Listing::Pending& entry) {
         if (stop_.stopRequested()) return false;
-        std::string childPath = path;
-        if (childPath.empty() || childPath.back() != '/') childPath += '/';
-        childPath.append(listing.names, entry.nameOffset, entry.nameLength);
+        const std::string childPath =
+            paths::appending(path, std::string_view(listing.names).substr(entry.nameOffset, entry.nameLength));
         std::optional<Node> child;
         try {
-            child = entry.own ? build(childPath, depth + 1, &here, entry.own)
-                              : buildListedDirectory(childPath, depth + 1, &here);
+            child = entry.own ? build(childPath, directory, depth + 1, &here, entry.own)
+                              : buildListedDirectory(childPath, directory, depth + 1, &here);
         } catch (const CancellationError&) {
             return false;
         }
@@ -446,24 +475,25 @@ Run TreeBuilder::keptRun(Listing& listing) const {
 
 // At the depth limit: no nodes, every entry measured whole. False when the
 // directory cannot be read.
-bool TreeBuilder::measureCutOff(const std::string& path, Node& node, FileStatus& opened) {
+bool TreeBuilder::measureCutOff(const std::string& path, const OpenDirectory* parent, Node& node, FileStatus& opened) {
     Totals totals;
     std::vector<std::string> directories;
-    const bool readable = readOneLevel(path, WalkStatus::regularFiles, opened, [&](const WalkEntry& entry) {
+    const auto directory = readOneLevel(path, parent, WalkStatus::regularFiles, [&](const DirectoryItem& entry) {
         if (entry.kind == FileKind::directory) {
-            directories.push_back(entry.path);
+            directories.push_back(paths::appending(path, entry.name));
             return;
         }
         const SpaceLensEngine::Measure measure = entryMeasure(entry.kind, entry.status);
         totals.add(measure.allocated, measure.logical, measure.count);
-        if (progress_) progress_(entry.path, measure.allocated);
+        if (progress_) progress_(paths::appending(path, entry.name), measure.allocated);
     });
-    if (!readable) return false;
-    for (const std::string& directory : directories) {
+    if (!directory) return false;
+    opened = directory->status();
+    for (const std::string& below : directories) {
         throwIfCancelled(stop_);
-        const SpaceLensEngine::Measure measure = engine_.recursiveMeasure(directory);
+        const SpaceLensEngine::Measure measure = engine_.recursiveMeasure(below);
         totals.add(measure.allocated, measure.logical, measure.count);
-        if (progress_) progress_(directory, measure.allocated);
+        if (progress_) progress_(below, measure.allocated);
     }
     node.allocatedSizeBytes = totals.allocated;
     node.logicalSizeBytes = totals.logical;
@@ -492,7 +522,7 @@ SpaceNode SpaceLensEngine::scanDirectory(const FileURL& url, std::int64_t maxDep
 SpaceTree SpaceLensEngine::scanTree(const FileURL& url, std::int64_t maxDepth, StopToken stop,
                                     const ItemProgress& progress, SpaceLensRetention retention) const {
     TreeBuilder builder(*this, *fileSystem_, *fileTypes_, maxDepth, retention, std::move(stop), progress);
-    std::optional<Node> root = builder.build(url.path(), 0, nullptr);
+    std::optional<Node> root = builder.build(url.path(), nullptr, 0, nullptr);
     if (!root) throw NoSuchFileError(url.path());
     root->id = Uuid::random();
     return SpaceTree(url.path(), *root, builder.takeRuns());

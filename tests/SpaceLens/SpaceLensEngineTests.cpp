@@ -128,7 +128,7 @@ TEST_F(SpaceLensEngineTest, UnreadableDirectoriesAreEmptyAndACancelledScanFails)
     home.writeFile("t/locked/secret", 4000);
     home.writeFile("t/open/file", 100);
     auto faulty = std::make_shared<testing::FaultyFileSystem>();
-    faulty->failOn(testing::FileSystemCall::walk, home.at("t/locked"), EACCES);
+    faulty->failOn(testing::FileSystemCall::openDirectory, home.at("t/locked"), EACCES);
     const SpaceNode root = scan("t", 2, faulty);
     const SpaceNode& locked = *byName(root).at("locked");
     EXPECT_EQ(locked.children, std::vector<SpaceNode>{});

@@ -85,7 +85,7 @@ TEST(SpaceTreeTest, StreamedJsonIsTheRecordsOwnEncodingByteForByte) {
         const std::string root = "tree" + std::to_string(seed);
         generate(home, root, seed);
         // An opened directory that cannot be read has an empty children array.
-        faulty->failOn(testing::FileSystemCall::walk, home.at(root + "/d0"), EACCES);
+        faulty->failOn(testing::FileSystemCall::openDirectory, home.at(root + "/d0"), EACCES);
         const SpaceLensEngine engine(faulty, std::make_shared<NoFileTypes>());
         for (const std::int64_t depth : {-1, 0, 1, 2, 3, 50}) {
             const SpaceTree tree = engine.scanTree(FileURL(home.at(root)), depth);
@@ -108,7 +108,8 @@ TEST(SpaceTreeTest, RootPathsAreWrittenAsAsked) {
     home.writeFile("t/a", 10);
     // Nothing is read below "/", so as not to walk the machine.
     auto unreadableRoot = std::make_shared<testing::FaultyFileSystem>();
-    for (const auto call : {testing::FileSystemCall::walk, testing::FileSystemCall::contentsOfDirectory})
+    for (const auto call : {testing::FileSystemCall::walk, testing::FileSystemCall::contentsOfDirectory,
+                            testing::FileSystemCall::openDirectory})
         unreadableRoot->failBelow(call, "/", EACCES);
     const std::vector<std::pair<std::string, std::shared_ptr<FileSystem>>> roots{
         {home.at("t/../t"), makeDefaultFileSystem()}, {home.at("t") + "//", makeDefaultFileSystem()},
