@@ -47,7 +47,11 @@ void OrderedProgress::beginTurn() {
     }
     for (std::size_t i = 0; i < held.size(); ++i) {
         progress_(held[i]);
-        if (i + 1 < held.size() && stop_.stopRequested()) {
+        // A part still running looked for a stop after its last report
+        // before that report was passed on, so it cannot have seen one that
+        // the report brought: it counts as having stopped there.
+        const bool more = i + 1 < held.size() || !done_[current_];
+        if (more && stop_.stopRequested()) {
             cancelled_[current_] = 1;
             ended_ = true;
             return;

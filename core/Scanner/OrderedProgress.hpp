@@ -18,7 +18,9 @@ namespace unbulk {
 // they go on at once. A part whose turn comes after a stop was requested is
 // cancelled, as one that looked at its start would have been; a stop that
 // comes while its held reports are passed on cancels it too, with the rest
-// of them (it looks for a stop between its items, and would have stopped).
+// of them (it looks for a stop between its items, and would have stopped),
+// and so does one that comes with the last of them while the part is still
+// running (whatever it reports after that is not passed on).
 // Once a part has failed or been cancelled, nothing after it is passed on.
 // The handler is never called twice at once.
 class OrderedProgress {
