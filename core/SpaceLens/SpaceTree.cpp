@@ -5,6 +5,7 @@
 #include <tbb/parallel_pipeline.h>
 #include <tbb/task_arena.h>
 
+#include "SpaceLens/EscapedPath.hpp"
 #include "Support/FileURL.hpp"
 #include "Support/Json.hpp"
 #include "Support/Paths.hpp"
@@ -59,7 +60,7 @@ public:
           parallelLevels_(parallelLevels) {}
 
     void run() {
-        path_ = tree_.rootPath();
+        path_.assign(tree_.rootPath());
         writeNode(tree_.root(), tree_.rootName(), 0);
         flush();
     }
@@ -73,7 +74,7 @@ private:
         while (!stack.empty()) {
             Frame& frame = stack.back();
             if (frame.next == frame.run->nodes.size()) {
-                path_.resize(frame.pathLength);
+                path_.restore(frame.path);
                 endChildren(frame.level);
                 const Frame finished = frame;
                 stack.pop_back();
@@ -84,8 +85,8 @@ private:
             const std::string_view childName = frame.run->name(child);
             const int childLevel = frame.level + 1;
             startChild(frame.next++, childLevel);
-            path_.resize(frame.pathLength);
-            appendComponent(path_, childName);
+            path_.restore(frame.path);
+            path_.append(childName);
             open(child, childLevel);
             if (!enterChildren(child, childLevel, stack, childName)) close(child, childName, childLevel);
             flushIfFull();
@@ -121,8 +122,8 @@ private:
     // path and has opened its array; each batch is written by a writer of
     // its own and handed on in order.
     void writeChildrenShared(const SpaceTree::Run& run, int ownerLevel) {
-        const std::size_t ownerPathLength = path_.size();
-        const std::string ownerPath = path_;
+        const EscapedPath::Mark ownerMark = path_.mark();
+        const EscapedPath ownerPath = path_;
         flush();
         std::size_t next = 0;
         // In order: the next batch, light children up to about batchNodes
@@ -162,7 +163,7 @@ private:
                     write_(piece);
                 return;
             }
-            path_.resize(ownerPathLength);
+            path_.restore(ownerMark);
             writeChildren(run, batch->begin, batch->end, ownerLevel);
             flush();
         };
@@ -172,22 +173,22 @@ private:
                         tbb::make_filter<std::shared_ptr<Batch>, std::shared_ptr<Batch>>(tbb::filter_mode::parallel,
                                                                                          writeBatch) &
                         tbb::make_filter<std::shared_ptr<Batch>, void>(tbb::filter_mode::serial_in_order, handOn));
-        path_.resize(ownerPathLength);
+        path_.restore(ownerMark);
         endChildren(ownerLevel);
     }
 
     // Children [begin, end) of `run`, whole, after what comes before each.
     void writeChildren(const SpaceTree::Run& run, std::size_t begin, std::size_t end, int ownerLevel) {
-        const std::size_t ownerPathLength = path_.size();
+        const EscapedPath::Mark ownerMark = path_.mark();
         for (std::size_t i = begin; i < end; ++i) {
             const SpaceTree::Node& child = run.nodes[i];
             startChild(i, ownerLevel + 1);
-            path_.resize(ownerPathLength);
-            appendComponent(path_, run.name(child));
+            path_.restore(ownerMark);
+            path_.append(run.name(child));
             writeNode(child, run.name(child), ownerLevel + 1);
             flushIfFull();
         }
-        path_.resize(ownerPathLength);
+        path_.restore(ownerMark);
     }
 
     struct Frame {
@@ -195,7 +196,7 @@ private:
         std::string_view ownerName;
         const SpaceTree::Run* run;
         std::size_t next;
-        std::size_t pathLength; // of the owner's path, which the children extend
+        EscapedPath::Mark path; // the owner's, which the children extend
         int level;              // the owner's
     };
 
@@ -233,7 +234,7 @@ private:
             ++parallelLevels_;
             return false;
         }
-        stack.push_back(Frame{&node, name, run, 0, path_.size(), level});
+        stack.push_back(Frame{&node, name, run, 0, path_.mark(), level});
         return true;
     }
 
@@ -269,13 +270,13 @@ private:
         json::appendString(out_, name);
         out_ += ",\n";
         key(level, "path");
-        json::appendString(out_, path_);
-        out_ += ",\n";
+        out_ += '"';
+        path_.appendJson(out_);
+        out_ += "\",\n";
         key(level, "url");
-        url_.assign("file://");
-        appendPercentEncodedPath(url_, path_);
-        if (node.isDirectory && path_ != "/") url_ += '/';
-        json::appendString(out_, url_);
+        out_ += '"';
+        path_.appendUrlJson(out_, node.isDirectory);
+        out_ += '"';
         out_ += '\n';
         indent(4 * level);
         out_ += '}';
@@ -307,8 +308,7 @@ private:
     const std::vector<std::uint64_t>& weights_;
     int parallelLevels_;
     std::string out_;
-    std::string path_;
-    std::string url_; // the node's URL, in a buffer kept from node to node
+    EscapedPath path_;
 };
 
 // How many nodes each run holds, its descendants' included, by run index.

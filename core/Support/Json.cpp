@@ -83,13 +83,11 @@ std::string escaped(const std::string& text) {
     return out;
 }
 
-// Text the JSON writer copies into a string as it stands: printable ASCII
-// but for the quote and the backslash, which it escapes.
+} // namespace
+
 bool isPlain(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; });
 }
-
-} // namespace
 
 static_assert(maximumNestingDepth == 512, "the error's sentence names the limit");
 

@@ -57,6 +57,10 @@ void appendStringContent(std::string& out, std::string_view text); // without th
 void appendNumber(std::string& out, double value);       // as a Double is written
 void appendNumber(std::string& out, std::int64_t value);
 
+// Text the writers copy into a string as it stands but for "/": printable
+// ASCII without the quote and the backslash. Its content is the same
+// written in pieces as written whole, wherever it is cut.
+bool isPlain(std::string_view text);
 
 // Writes the key only when the optional holds a value; an absent optional
 // never becomes null.

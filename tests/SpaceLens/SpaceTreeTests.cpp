@@ -39,7 +39,11 @@ void generate(const testing::TempHome& home, const std::string& root, unsigned s
     std::vector<std::string> folders{home.makeDirectory(root)};
     for (int i = 0; i < 40; ++i) {
         const std::string& parent = folders[random() % folders.size()];
-        folders.push_back(parent + "/d" + std::to_string(i));
+        // Some folders have odd names too, so that plain names lie below odd ones.
+        std::string name = "d" + std::to_string(i);
+        if (i % 7 == 5) name = oddNames[random() % oddNames.size()] + std::to_string(i);
+        if (name.find('/') != std::string::npos) name = "slash" + std::to_string(i);
+        folders.push_back(parent + "/" + name);
         ::mkdir(folders.back().c_str(), 0755);
     }
     const std::size_t sizes[] = {0, 0, 1, 100, 100, 4096, 5000, 70000};
