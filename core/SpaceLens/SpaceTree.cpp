@@ -247,8 +247,9 @@ private:
             out_ += ",\n";
         }
         key(level, "id");
-        json::appendString(out_, node.id.string());
-        out_ += ",\n";
+        out_ += '"'; // an id's text is plain
+        node.id.appendString(out_);
+        out_ += "\",\n";
         key(level, "isDirectory");
         out_ += node.isDirectory ? "true" : "false";
         out_ += ",\n";

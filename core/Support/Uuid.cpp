@@ -53,15 +53,21 @@ std::optional<Uuid> Uuid::parse(std::string_view text) {
 }
 
 std::string Uuid::string() const {
-    static constexpr char digits[] = "0123456789ABCDEF";
     std::string out;
-    out.reserve(36);
-    for (std::size_t i = 0; i < 16; ++i) {
-        if (i == 4 || i == 6 || i == 8 || i == 10) out += '-';
-        out += digits[bytes_[i] >> 4];
-        out += digits[bytes_[i] & 0xF];
-    }
+    appendString(out);
     return out;
+}
+
+void Uuid::appendString(std::string& out) const {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::array<char, 36> text{};
+    std::size_t at = 0;
+    for (std::size_t i = 0; i < 16; ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) text[at++] = '-';
+        text[at++] = digits[bytes_[i] >> 4];
+        text[at++] = digits[bytes_[i] & 0xF];
+    }
+    out.append(text.data(), text.size());
 }
 
 } // namespace unbulk

@@ -23,6 +23,8 @@ public:
     static std::optional<Uuid> parse(std::string_view text); // either case
 
     std::string string() const;
+    // The same text added to `out`, for a writer of many (no string of its own).
+    void appendString(std::string& out) const;
     const std::array<std::uint8_t, 16>& bytes() const { return bytes_; }
 
     friend bool operator==(const Uuid&, const Uuid&) = default;
