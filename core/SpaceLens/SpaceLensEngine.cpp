@@ -388,9 +388,10 @@ std::unique_ptr<OpenDirectory> TreeBuilder::readOneLevel(const std::string& path
                                                          WalkStatus status,
                                                          const std::function<void(const DirectoryItem&)>& visit) {
     PlatformError error;
-    std::unique_ptr<OpenDirectory> directory = parent != nullptr
-                                                   ? parent->openEntry(paths::lastComponent(path), path, error)
-                                                   : fileSystem_.openDirectory(path, error);
+    // An entry's path is its parent's and its name (paths::appending).
+    const std::string_view name = std::string_view(path).substr(path.rfind('/') + 1);
+    std::unique_ptr<OpenDirectory> directory =
+        parent != nullptr ? parent->openEntry(name, path, error) : fileSystem_.openDirectory(path, error);
     if (!directory) return nullptr;
     bool cancelled = false;
     const std::error_code failure = directory->read(status, true, [&](const DirectoryItem& entry) {

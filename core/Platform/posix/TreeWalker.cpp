@@ -32,10 +32,6 @@ bool TreeWalker::enter(int fd, int depth, std::size_t pathLength, const TreeWalk
     frame.depth = depth;
     frame.directory = DirectoryStream(fd);
     ++openCount_;
-    // Room for a typical directory at once: a walk of many small
-    // directories would otherwise grow these a step at a time in each.
-    frame.items.reserve(64);
-    frame.names.reserve(1024);
     const std::error_code error = frame.directory.readAll([&](const char* name, unsigned char type) {
         if (options_.skipHiddenFiles && name[0] == '.') return;
         frame.items.push_back(Item{frame.names.size(), type});
